@@ -1,0 +1,1 @@
+// Placeholder so the target exists until its first real source lands; delete it then.

@@ -1,0 +1,238 @@
+/*
+ * QMI interface description tables and the one codec that walks them.
+ *
+ * Host stand-in for the platform's QMI IDL library. A service object describes every message
+ * of a service as an element table (in the spirit of the Linux kernel's qmi_elem_info); the
+ * codec encodes a C record into the TLV area of a QMI message and decodes it back. The same
+ * tables and the same codec serve the client library, the simulated modem and the tool.
+ *
+ * Wire rules: little-endian; a TLV is type (u8), length (u16), value. Mandatory TLVs have ids
+ * 0x01-0x0F, optional ones 0x10 and up. A variable array is a count (1 byte, or 2 bytes when the
+ * table's QMI_DATA_LEN entry says so) followed by the elements; fixed arrays and nested structs
+ * have no prefix. Count fields in C records are always u32.
+ */
+#ifndef TARVIK_PLATFORM_QMI_IDL_LIB_H
+#define TARVIK_PLATFORM_QMI_IDL_LIB_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Encoder and decoder results. */
+#define QMI_IDL_LIB_NO_ERR 0
+#define QMI_IDL_LIB_EXTENDED_ERR (-40)
+#define QMI_IDL_LIB_BUFFER_TOO_SMALL (-41)
+#define QMI_IDL_LIB_ARRAY_TOO_BIG (-42)
+#define QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND (-43)
+#define QMI_IDL_LIB_TLV_DUPLICATED (-44)
+#define QMI_IDL_LIB_LENGTH_INCONSISTENCY (-45)
+#define QMI_IDL_LIB_MISSING_TLV (-46)
+#define QMI_IDL_LIB_PARAMETER_ERROR (-47)
+#define QMI_IDL_LIB_UNRECOGNIZED_SERVICE_VERSION (-48)
+#define QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV (-49)
+#define QMI_IDL_LIB_INCOMPATIBLE_SERVICE_VERSION (-50)
+#define QMI_IDL_LIB_RANGE_FAILURE (-51)
+
+typedef enum {
+  QMI_IDL_REQUEST = 0,
+  QMI_IDL_RESPONSE = 1,
+  QMI_IDL_INDICATION = 2,
+  QMI_IDL_NUM_MSG_TYPES = 3
+} qmi_idl_type_of_message_type;
+
+/* Element data types. */
+enum qmi_elem_type {
+  QMI_EOTI = 0,            /* end of table */
+  QMI_OPT_FLAG,            /* u8 presence flag of the optional TLV that follows (offset of `_valid`) */
+  QMI_DATA_LEN,            /* u32 count of the variable array that follows; elem_size = wire width 1|2 */
+  QMI_UNSIGNED_1_BYTE,
+  QMI_UNSIGNED_2_BYTE,
+  QMI_UNSIGNED_4_BYTE,
+  QMI_UNSIGNED_8_BYTE,
+  QMI_SIGNED_1_BYTE_ENUM,
+  QMI_SIGNED_2_BYTE_ENUM,
+  QMI_SIGNED_4_BYTE_ENUM,
+  QMI_STRUCT,              /* nested record described by ei_array */
+  QMI_STRING               /* char[elem_len + 1] in the record, NUL-terminated; no NUL on the wire */
+};
+
+enum qmi_array_type {
+  NO_ARRAY = 0,
+  STATIC_ARRAY = 1,        /* elem_len elements, always all on the wire */
+  VAR_LEN_ARRAY = 2        /* at most elem_len elements; count from the preceding QMI_DATA_LEN */
+};
+
+/*
+ * One element of a table. All entries of one TLV share its tlv_type; inside a nested struct's
+ * table tlv_type is ignored. A table ends with a QMI_EOTI entry.
+ */
+struct qmi_elem_info {
+  uint8_t data_type;                     /* enum qmi_elem_type */
+  uint8_t array_type;                    /* enum qmi_array_type */
+  uint8_t tlv_type;                      /* TLV id */
+  uint32_t elem_len;                     /* 1, the fixed count, or the maximum count */
+  uint32_t elem_size;                    /* bytes of one element in the C record */
+  uint32_t offset;                       /* offset of the field in the C record */
+  const struct qmi_elem_info *ei_array;  /* table of a nested struct, else NULL */
+};
+
+/* One message of a service. `ei` is NULL for an empty message (no TLVs, 1-byte record). */
+typedef struct {
+  uint16_t msg_id;
+  uint32_t c_struct_sz;                 /* size of the in-memory record */
+  uint32_t max_msg_len;                 /* largest TLV area the message can encode to */
+  const struct qmi_elem_info *ei;
+} qmi_idl_message_table_entry;
+
+typedef struct qmi_idl_service_object {
+  uint32_t library_version;
+  uint32_t idl_version;                 /* major */
+  uint32_t idl_minor_version;
+  uint32_t service_id;
+  uint32_t max_msg_len;                 /* largest encoded message of the service */
+  uint16_t n_msgs[QMI_IDL_NUM_MSG_TYPES];
+  const qmi_idl_message_table_entry *msgid_to_msg[QMI_IDL_NUM_MSG_TYPES];
+  const struct qmi_idl_service_object *parent_service_obj;
+} qmi_idl_service_object;
+
+typedef const struct qmi_idl_service_object *qmi_idl_service_object_type;
+
+/* Service and message facts. Each returns QMI_IDL_LIB_PARAMETER_ERROR on a null argument and
+ * QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND for a message the service does not have. */
+int32_t qmi_idl_get_service_id(qmi_idl_service_object_type service, uint32_t *service_id);
+int32_t qmi_idl_get_idl_version(qmi_idl_service_object_type service, uint32_t *idl_version);
+int32_t qmi_idl_get_max_service_len(qmi_idl_service_object_type service, uint32_t *service_len);
+int32_t qmi_idl_get_message_c_struct_len(qmi_idl_service_object_type service,
+                                         qmi_idl_type_of_message_type type, uint16_t message_id,
+                                         uint32_t *c_struct_len);
+int32_t qmi_idl_get_max_message_len(qmi_idl_service_object_type service,
+                                    qmi_idl_type_of_message_type type, uint16_t message_id,
+                                    uint32_t *message_len);
+
+/*
+ * Encodes the record `src` (src_len bytes, at least the message's record size) into the TLV
+ * area `dst` (dst_len bytes); the encoded length goes to *dst_encoded_len. Optional TLVs whose
+ * flag is 0 are left out. A count above its maximum gives QMI_IDL_LIB_ARRAY_TOO_BIG; a dst too
+ * small gives QMI_IDL_LIB_BUFFER_TOO_SMALL. Nothing is written past dst_len.
+ */
+int32_t qmi_idl_message_encode(qmi_idl_service_object_type service,
+                               qmi_idl_type_of_message_type type, uint16_t message_id,
+                               const void *src, uint32_t src_len, void *dst, uint32_t dst_len,
+                               uint32_t *dst_encoded_len);
+
+/*
+ * Decodes the TLV area `src` (src_len bytes, any content) into the record `dst` (dst_len
+ * bytes, at least the message's record size), which is zeroed first. Unknown TLVs from 0x10 up
+ * are skipped; an unknown TLV below 0x10, a missing mandatory TLV, a duplicated TLV, a length
+ * that disagrees with the element and a count above its maximum are errors. Never reads past
+ * src_len nor writes past dst_len.
+ */
+int32_t qmi_idl_message_decode(qmi_idl_service_object_type service,
+                               qmi_idl_type_of_message_type type, uint16_t message_id,
+                               const void *src, uint32_t src_len, void *dst, uint32_t dst_len);
+
+/* The same walkers on a bare element table (a NULL table encodes to nothing and decodes only
+ * an empty or all-optional TLV area). */
+int32_t qmi_idl_encode_elems(const struct qmi_elem_info *ei, const void *src, uint32_t src_len,
+                             void *dst, uint32_t dst_len, uint32_t *dst_encoded_len);
+int32_t qmi_idl_decode_elems(const struct qmi_elem_info *ei, const void *src, uint32_t src_len,
+                             void *dst, uint32_t dst_len);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/*
+ * Writing tables, one line per TLV. `St` is the record type, `f` a field of it. Scalar element
+ * types follow the field's size; K is U (unsigned) or S (signed enum).
+ *
+ *   static const qmi_elem_info foo_req_ei[] = {
+ *       QMI_TLV(U, 0x01, foo_req, id),
+ *       QMI_TLV_OPT(U, 0x10, foo_req, data_valid, data),            // u8 data[550] -> static array
+ *       QMI_TLV_VAR(U, 1, 100, 0x11, foo_req, list_len, list),      // 1-byte count, at most 100
+ *       QMI_TLV_STRUCT(0x12, foo_req, agg, agg_ei),
+ *       QMI_EI_END};
+ */
+namespace qmi_ei_detail {
+template <typename T>
+struct elem_of {
+  using type = T;
+  static constexpr uint32_t count = 1;
+  static constexpr uint8_t array = NO_ARRAY;
+};
+template <typename T, size_t N>
+struct elem_of<T[N]> {
+  using type = T;
+  static constexpr uint32_t count = N;
+  static constexpr uint8_t array = STATIC_ARRAY;
+};
+constexpr uint8_t scalar_type(char kind, size_t size) {
+  return kind == 'S' ? (size == 1   ? QMI_SIGNED_1_BYTE_ENUM
+                        : size == 2 ? QMI_SIGNED_2_BYTE_ENUM
+                                    : QMI_SIGNED_4_BYTE_ENUM)
+                     : (size == 1   ? QMI_UNSIGNED_1_BYTE
+                        : size == 2 ? QMI_UNSIGNED_2_BYTE
+                        : size == 4 ? QMI_UNSIGNED_4_BYTE
+                                    : QMI_UNSIGNED_8_BYTE);
+}
+}  // namespace qmi_ei_detail
+
+#define QMI_EI_FIELD_T_(St, f) qmi_ei_detail::elem_of<decltype(St::f)>
+#define QMI_EI_KIND_(K) (#K[0])
+
+/* A scalar or fixed array of scalars. */
+#define QMI_EI_ELEM_(K, tlv, St, f)                                                            \
+  {qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),          \
+   QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                        \
+   (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr}
+#define QMI_EI_FLAG_(tlv, St, v) \
+  {QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, 1, (uint32_t)offsetof(St, v), nullptr}
+#define QMI_EI_LEN_(width, tlv, St, n) \
+  {QMI_DATA_LEN, NO_ARRAY, (tlv), 1, (width), (uint32_t)offsetof(St, n), nullptr}
+#define QMI_EI_VAR_(K, max, tlv, St, f)                                                        \
+  {qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),          \
+   VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),                \
+   (uint32_t)offsetof(St, f), nullptr}
+#define QMI_EI_STRUCT_(tlv, St, f, ei)                                                         \
+  {QMI_STRUCT, QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,            \
+   (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei)}
+#define QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)                                                \
+  {QMI_STRUCT, VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),    \
+   (uint32_t)offsetof(St, f), (ei)}
+#define QMI_EI_STRING_(maxlen, tlv, St, f) \
+  {QMI_STRING, NO_ARRAY, (tlv), (maxlen), 1, (uint32_t)offsetof(St, f), nullptr}
+
+/* Mandatory TLVs. */
+#define QMI_TLV(K, tlv, St, f) QMI_EI_ELEM_(K, tlv, St, f)
+#define QMI_TLV_VAR(K, width, max, tlv, St, n, f) \
+  QMI_EI_LEN_(width, tlv, St, n), QMI_EI_VAR_(K, max, tlv, St, f)
+#define QMI_TLV_STRUCT(tlv, St, f, ei) QMI_EI_STRUCT_(tlv, St, f, ei)
+#define QMI_TLV_VAR_STRUCT(width, max, tlv, St, n, f, ei) \
+  QMI_EI_LEN_(width, tlv, St, n), QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)
+#define QMI_TLV_STRING(maxlen, tlv, St, f) QMI_EI_STRING_(maxlen, tlv, St, f)
+
+/* Optional TLVs: `v` is the u8 presence flag. */
+#define QMI_TLV_OPT(K, tlv, St, v, f) QMI_EI_FLAG_(tlv, St, v), QMI_EI_ELEM_(K, tlv, St, f)
+#define QMI_TLV_OPT_VAR(K, width, max, tlv, St, v, n, f) \
+  QMI_EI_FLAG_(tlv, St, v), QMI_TLV_VAR(K, width, max, tlv, St, n, f)
+#define QMI_TLV_OPT_STRUCT(tlv, St, v, f, ei) QMI_EI_FLAG_(tlv, St, v), QMI_EI_STRUCT_(tlv, St, f, ei)
+#define QMI_TLV_OPT_VAR_STRUCT(width, max, tlv, St, v, n, f, ei) \
+  QMI_EI_FLAG_(tlv, St, v), QMI_TLV_VAR_STRUCT(width, max, tlv, St, n, f, ei)
+#define QMI_TLV_OPT_STRING(maxlen, tlv, St, v, f) \
+  QMI_EI_FLAG_(tlv, St, v), QMI_EI_STRING_(maxlen, tlv, St, f)
+
+/* Members of a nested struct's table (tlv id 0). */
+#define QMI_MEMBER(K, St, f) QMI_EI_ELEM_(K, 0, St, f)
+#define QMI_MEMBER_VAR(K, width, max, St, n, f) QMI_TLV_VAR(K, width, max, 0, St, n, f)
+#define QMI_MEMBER_STRUCT(St, f, ei) QMI_EI_STRUCT_(0, St, f, ei)
+#define QMI_MEMBER_VAR_STRUCT(width, max, St, n, f, ei) \
+  QMI_TLV_VAR_STRUCT(width, max, 0, St, n, f, ei)
+
+#define QMI_EI_END \
+  { QMI_EOTI, NO_ARRAY, 0, 0, 0, 0, nullptr }
+
+#endif /* __cplusplus */
+
+#endif /* TARVIK_PLATFORM_QMI_IDL_LIB_H */

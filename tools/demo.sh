@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# The main job on a fresh machine: build the tool and walk through what it does against the
+# embedded simulated modem, with a property store and a modem state directory of its own.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+cmake --preset default >/dev/null
+cmake --build --preset default --target tarvik-qmi
+tool=build/default/bin/tarvik-qmi
+export TARVIK_PROPERTY_DIR="${TARVIK_PROPERTY_DIR:-$PWD/build/demo/properties}"
+export TARVIK_MODEM_STATE="${TARVIK_MODEM_STATE:-$PWD/build/demo/modem}"
+mkdir -p "$TARVIK_PROPERTY_DIR" "$TARVIK_MODEM_STATE"
+
+step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$tool" "$@"; }
+
+step log debug "hello from the service tool"
