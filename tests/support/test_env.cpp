@@ -39,8 +39,12 @@ const bool g_ready = (Env(), true);
 
 }  // namespace
 
-const std::string &PropertyDir() { return Env().props; }
-const std::string &ScratchDir() { return Env().scratch; }
+const std::string &PropertyDir() {
+  return Env().props;
+}
+const std::string &ScratchDir() {
+  return Env().scratch;
+}
 
 std::string BinDir() {
   const char *dir = getenv("TARVIK_BIN_DIR");

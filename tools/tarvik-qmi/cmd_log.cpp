@@ -32,8 +32,8 @@ int RunLog(const Options &, const Args &args) {
   return 0;
 }
 
-TARVIK_COMMAND("log", "[debug|error] MESSAGE...",
-               "write a line through the library's logging", RunLog);
+TARVIK_COMMAND("log", "[debug|error] MESSAGE...", "write a line through the library's logging",
+               RunLog);
 
 }  // namespace
 }  // namespace tarvik_tool

@@ -16,9 +16,9 @@ struct Options {
 using Args = std::vector<std::string>;
 
 struct Command {
-  const char *name;     // first word on the command line
-  const char *usage;    // arguments after the name
-  const char *summary;  // one line for the help text
+  const char *name;                                      // first word on the command line
+  const char *usage;                                     // arguments after the name
+  const char *summary;                                   // one line for the help text
   int (*run)(const Options &options, const Args &args);  // exit status
 };
 
@@ -37,6 +37,6 @@ struct Registrar {
 
 #define TARVIK_TOOL_CONCAT_(a, b) a##b
 #define TARVIK_TOOL_CONCAT(a, b) TARVIK_TOOL_CONCAT_(a, b)
-#define TARVIK_COMMAND(...)                                                \
-  static const ::tarvik_tool::Registrar TARVIK_TOOL_CONCAT(g_command_, __LINE__)( \
-      ::tarvik_tool::Command{__VA_ARGS__})
+#define TARVIK_COMMAND(...)                                 \
+  static const ::tarvik_tool::Registrar TARVIK_TOOL_CONCAT( \
+      g_command_, __LINE__)(::tarvik_tool::Command{__VA_ARGS__})

@@ -17,14 +17,15 @@ std::vector<Command> &Registry() {
 }
 
 void PrintHelp(FILE *out) {
-  fprintf(out,
-          "usage: tarvik-qmi [--json] [--modem unix:PATH] [--state DIR] <command> [args...]\n\n"
-          "global options:\n"
-          "  --json           machine-readable output\n"
-          "  --modem SPEC     modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
-          "                   embedded simulated modem)\n"
-          "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n\n"
-          "commands:\n");
+  fprintf(
+      out,
+      "usage: tarvik-qmi [--json] [--modem unix:PATH] [--state DIR] <command> [args...]\n\n"
+      "global options:\n"
+      "  --json           machine-readable output\n"
+      "  --modem SPEC     modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
+      "                   embedded simulated modem)\n"
+      "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n\n"
+      "commands:\n");
   auto commands = Commands();
   std::sort(commands.begin(), commands.end(),
             [](const Command &a, const Command &b) { return strcmp(a.name, b.name) < 0; });
@@ -34,8 +35,12 @@ void PrintHelp(FILE *out) {
 }
 }  // namespace
 
-void RegisterCommand(const Command &command) { Registry().push_back(command); }
-const std::vector<Command> &Commands() { return Registry(); }
+void RegisterCommand(const Command &command) {
+  Registry().push_back(command);
+}
+const std::vector<Command> &Commands() {
+  return Registry();
+}
 
 int UsageError(const Command &command) {
   fprintf(stderr, "usage: tarvik-qmi %s %s\n", command.name, command.usage);

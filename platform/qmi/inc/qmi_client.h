@@ -104,8 +104,8 @@ qmi_client_error_type qmi_client_init(qmi_service_info *service_info,
 qmi_client_error_type qmi_client_init_instance(qmi_idl_service_object_type service_obj,
                                                qmi_service_instance instance_id,
                                                qmi_client_ind_cb ind_cb, void *ind_cb_data,
-                                               qmi_client_os_params *os_params,
-                                               uint32_t timeout_ms, qmi_client_type *user_handle);
+                                               qmi_client_os_params *os_params, uint32_t timeout_ms,
+                                               qmi_client_type *user_handle);
 
 qmi_client_error_type qmi_client_register_error_cb(qmi_client_type user_handle,
                                                    qmi_client_error_cb err_cb, void *err_cb_data);

@@ -45,9 +45,9 @@ typedef enum {
 
 /* Element data types. */
 enum qmi_elem_type {
-  QMI_EOTI = 0,            /* end of table */
-  QMI_OPT_FLAG,            /* u8 presence flag of the optional TLV that follows (offset of `_valid`) */
-  QMI_DATA_LEN,            /* u32 count of the variable array that follows; elem_size = wire width 1|2 */
+  QMI_EOTI = 0, /* end of table */
+  QMI_OPT_FLAG, /* u8 presence flag of the optional TLV that follows (offset of `_valid`) */
+  QMI_DATA_LEN, /* u32 count of the variable array that follows; elem_size = wire width 1|2 */
   QMI_UNSIGNED_1_BYTE,
   QMI_UNSIGNED_2_BYTE,
   QMI_UNSIGNED_4_BYTE,
@@ -55,14 +55,14 @@ enum qmi_elem_type {
   QMI_SIGNED_1_BYTE_ENUM,
   QMI_SIGNED_2_BYTE_ENUM,
   QMI_SIGNED_4_BYTE_ENUM,
-  QMI_STRUCT,              /* nested record described by ei_array */
-  QMI_STRING               /* char[elem_len + 1] in the record, NUL-terminated; no NUL on the wire */
+  QMI_STRUCT, /* nested record described by ei_array */
+  QMI_STRING  /* char[elem_len + 1] in the record, NUL-terminated; no NUL on the wire */
 };
 
 enum qmi_array_type {
   NO_ARRAY = 0,
-  STATIC_ARRAY = 1,        /* elem_len elements, always all on the wire */
-  VAR_LEN_ARRAY = 2        /* at most elem_len elements; count from the preceding QMI_DATA_LEN */
+  STATIC_ARRAY = 1, /* elem_len elements, always all on the wire */
+  VAR_LEN_ARRAY = 2 /* at most elem_len elements; count from the preceding QMI_DATA_LEN */
 };
 
 /*
@@ -70,29 +70,29 @@ enum qmi_array_type {
  * table tlv_type is ignored. A table ends with a QMI_EOTI entry.
  */
 struct qmi_elem_info {
-  uint8_t data_type;                     /* enum qmi_elem_type */
-  uint8_t array_type;                    /* enum qmi_array_type */
-  uint8_t tlv_type;                      /* TLV id */
-  uint32_t elem_len;                     /* 1, the fixed count, or the maximum count */
-  uint32_t elem_size;                    /* bytes of one element in the C record */
-  uint32_t offset;                       /* offset of the field in the C record */
-  const struct qmi_elem_info *ei_array;  /* table of a nested struct, else NULL */
+  uint8_t data_type;                    /* enum qmi_elem_type */
+  uint8_t array_type;                   /* enum qmi_array_type */
+  uint8_t tlv_type;                     /* TLV id */
+  uint32_t elem_len;                    /* 1, the fixed count, or the maximum count */
+  uint32_t elem_size;                   /* bytes of one element in the C record */
+  uint32_t offset;                      /* offset of the field in the C record */
+  const struct qmi_elem_info *ei_array; /* table of a nested struct, else NULL */
 };
 
 /* One message of a service. `ei` is NULL for an empty message (no TLVs, 1-byte record). */
 typedef struct {
   uint16_t msg_id;
-  uint32_t c_struct_sz;                 /* size of the in-memory record */
-  uint32_t max_msg_len;                 /* largest TLV area the message can encode to */
+  uint32_t c_struct_sz; /* size of the in-memory record */
+  uint32_t max_msg_len; /* largest TLV area the message can encode to */
   const struct qmi_elem_info *ei;
 } qmi_idl_message_table_entry;
 
 typedef struct qmi_idl_service_object {
   uint32_t library_version;
-  uint32_t idl_version;                 /* major */
+  uint32_t idl_version; /* major */
   uint32_t idl_minor_version;
   uint32_t service_id;
-  uint32_t max_msg_len;                 /* largest encoded message of the service */
+  uint32_t max_msg_len; /* largest encoded message of the service */
   uint16_t n_msgs[QMI_IDL_NUM_MSG_TYPES];
   const qmi_idl_message_table_entry *msgid_to_msg[QMI_IDL_NUM_MSG_TYPES];
   const struct qmi_idl_service_object *parent_service_obj;
@@ -183,26 +183,34 @@ constexpr uint8_t scalar_type(char kind, size_t size) {
 #define QMI_EI_KIND_(K) (#K[0])
 
 /* A scalar or fixed array of scalars. */
-#define QMI_EI_ELEM_(K, tlv, St, f)                                                            \
-  {qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),          \
-   QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                        \
-   (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr}
+#define QMI_EI_ELEM_(K, tlv, St, f)                                                        \
+  {                                                                                        \
+    qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),     \
+        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,               \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr \
+  }
 #define QMI_EI_FLAG_(tlv, St, v) \
-  {QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, 1, (uint32_t)offsetof(St, v), nullptr}
+  { QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, 1, (uint32_t)offsetof(St, v), nullptr }
 #define QMI_EI_LEN_(width, tlv, St, n) \
-  {QMI_DATA_LEN, NO_ARRAY, (tlv), 1, (width), (uint32_t)offsetof(St, n), nullptr}
-#define QMI_EI_VAR_(K, max, tlv, St, f)                                                        \
-  {qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),          \
-   VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),                \
-   (uint32_t)offsetof(St, f), nullptr}
-#define QMI_EI_STRUCT_(tlv, St, f, ei)                                                         \
-  {QMI_STRUCT, QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,            \
-   (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei)}
-#define QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)                                                \
-  {QMI_STRUCT, VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),    \
-   (uint32_t)offsetof(St, f), (ei)}
+  { QMI_DATA_LEN, NO_ARRAY, (tlv), 1, (width), (uint32_t)offsetof(St, n), nullptr }
+#define QMI_EI_VAR_(K, max, tlv, St, f)                                                \
+  {                                                                                    \
+    qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)), \
+        VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),   \
+        (uint32_t)offsetof(St, f), nullptr                                             \
+  }
+#define QMI_EI_STRUCT_(tlv, St, f, ei)                                                  \
+  {                                                                                     \
+    QMI_STRUCT, QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,    \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei) \
+  }
+#define QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)                                              \
+  {                                                                                          \
+    QMI_STRUCT, VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), \
+        (uint32_t)offsetof(St, f), (ei)                                                      \
+  }
 #define QMI_EI_STRING_(maxlen, tlv, St, f) \
-  {QMI_STRING, NO_ARRAY, (tlv), (maxlen), 1, (uint32_t)offsetof(St, f), nullptr}
+  { QMI_STRING, NO_ARRAY, (tlv), (maxlen), 1, (uint32_t)offsetof(St, f), nullptr }
 
 /* Mandatory TLVs. */
 #define QMI_TLV(K, tlv, St, f) QMI_EI_ELEM_(K, tlv, St, f)
@@ -217,7 +225,8 @@ constexpr uint8_t scalar_type(char kind, size_t size) {
 #define QMI_TLV_OPT(K, tlv, St, v, f) QMI_EI_FLAG_(tlv, St, v), QMI_EI_ELEM_(K, tlv, St, f)
 #define QMI_TLV_OPT_VAR(K, width, max, tlv, St, v, n, f) \
   QMI_EI_FLAG_(tlv, St, v), QMI_TLV_VAR(K, width, max, tlv, St, n, f)
-#define QMI_TLV_OPT_STRUCT(tlv, St, v, f, ei) QMI_EI_FLAG_(tlv, St, v), QMI_EI_STRUCT_(tlv, St, f, ei)
+#define QMI_TLV_OPT_STRUCT(tlv, St, v, f, ei) \
+  QMI_EI_FLAG_(tlv, St, v), QMI_EI_STRUCT_(tlv, St, f, ei)
 #define QMI_TLV_OPT_VAR_STRUCT(width, max, tlv, St, v, n, f, ei) \
   QMI_EI_FLAG_(tlv, St, v), QMI_TLV_VAR_STRUCT(width, max, tlv, St, n, f, ei)
 #define QMI_TLV_OPT_STRING(maxlen, tlv, St, v, f) \

@@ -174,11 +174,17 @@ void tarvik_utils_format_log_msg(char *buf, int size, const char *fmt, ...) {
   va_end(ap);
 }
 
-bool tarvik_check_sub_id(uint32_t id) { return id < 2; }
+bool tarvik_check_sub_id(uint32_t id) {
+  return id < 2;
+}
 
-uint32_t tarvik_get_ril_process_instance_id(void) { return g_tarvik_ril_process_instance_id; }
+uint32_t tarvik_get_ril_process_instance_id(void) {
+  return g_tarvik_ril_process_instance_id;
+}
 
-void tarvik_set_ril_process_instance_id(uint32_t id) { g_tarvik_ril_process_instance_id = id; }
+void tarvik_set_ril_process_instance_id(uint32_t id) {
+  g_tarvik_ril_process_instance_id = id;
+}
 
 const char *tarvik_get_current_pid_name(void) {
   if (g_cmdline_name_loaded) {
