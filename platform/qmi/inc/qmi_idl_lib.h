@@ -10,6 +10,34 @@
  * 0x01-0x0F, optional ones 0x10 and up. A variable array is a count (1 byte, or 2 bytes when the
  * table's QMI_DATA_LEN entry says so) followed by the elements; fixed arrays and nested structs
  * have no prefix. Count fields in C records are always u32.
+ *
+ * Details this codec settles:
+ *  - A TLV of the table is optional when its first entry is a QMI_OPT_FLAG, whatever its id;
+ *    every other TLV of the table is required on decode.
+ *  - Integers and signed enums keep the width of their record field (1, 2, 4 or 8 bytes); a
+ *    signed enum is its two's complement bytes, copied without a range check.
+ *  - A string that is a TLV of its own goes on the wire as its characters only, its length being
+ *    the TLV's; a string inside a nested struct is prefixed by its length (1 byte when its
+ *    maximum is at most 255, else 2). Neither form carries the NUL. On decode the record's text
+ *    ends at the first NUL byte received, if any (later bytes are dropped).
+ *  - A TLV's length must equal exactly what its elements take; a 0-length TLV is accepted only
+ *    when its element can be empty (a TLV string), so an empty optional TLV of another kind is
+ *    rejected.
+ *  - Any TLV id seen twice is rejected, also an unknown optional one.
+ *
+ * Result codes by cause:
+ *  - QMI_IDL_LIB_LENGTH_INCONSISTENCY: input bytes that cannot be parsed: a TLV header cut short,
+ *    a TLV longer than the rest of the buffer, a TLV length other than its elements take, or an
+ *    encoded TLV that would exceed 65535 bytes.
+ *  - QMI_IDL_LIB_ARRAY_TOO_BIG: an array count or string length above the table's maximum.
+ *  - QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV / _TLV_DUPLICATED / _MISSING_TLV: as named.
+ *  - QMI_IDL_LIB_BUFFER_TOO_SMALL: a caller's buffer too small: the encode output, or a record
+ *    smaller than the message's record size (or than an element of a bare table).
+ *  - QMI_IDL_LIB_PARAMETER_ERROR: a null argument, a message type out of range, or a table the
+ *    codec cannot walk (variable array without its count entry, count width other than 1 or 2,
+ *    1-byte count with a maximum above 255, element size that disagrees with the type, nesting
+ *    deeper than QMI_IDL_MAX_NESTING).
+ *  - QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND: a message the service (or its parents) does not have.
  */
 #ifndef TARVIK_PLATFORM_QMI_IDL_LIB_H
 #define TARVIK_PLATFORM_QMI_IDL_LIB_H
@@ -35,6 +63,9 @@ extern "C" {
 #define QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV (-49)
 #define QMI_IDL_LIB_INCOMPATIBLE_SERVICE_VERSION (-50)
 #define QMI_IDL_LIB_RANGE_FAILURE (-51)
+
+/* Deepest nesting of structs a table may use; deeper (or cyclic) tables are refused. */
+#define QMI_IDL_MAX_NESTING 16
 
 typedef enum {
   QMI_IDL_REQUEST = 0,
@@ -141,12 +172,19 @@ int32_t qmi_idl_encode_elems(const struct qmi_elem_info *ei, const void *src, ui
 int32_t qmi_idl_decode_elems(const struct qmi_elem_info *ei, const void *src, uint32_t src_len,
                              void *dst, uint32_t dst_len);
 
+/* Length of the largest TLV area the table can encode to (every optional TLV present, every
+ * array and string at its maximum): the value a message's max_msg_len should hold. A NULL table
+ * gives 0. QMI_IDL_LIB_PARAMETER_ERROR for a table the codec cannot walk. */
+int32_t qmi_idl_max_elems_len(const struct qmi_elem_info *ei, uint32_t *max_len);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
 /*
  * Writing tables, one line per TLV. `St` is the record type, `f` a field of it. Scalar element
- * types follow the field's size; K is U (unsigned) or S (signed enum).
+ * types follow the field's size; K is U (unsigned) or S (signed enum). The macros check at
+ * compile time what the record can check: scalar sizes, count fields of 4 bytes, count widths
+ * of 1 or 2, maxima that fit the array field, 1-byte flags, string fields of maxlen + 1 bytes.
  *
  *   static const qmi_elem_info foo_req_ei[] = {
  *       QMI_TLV(U, 0x01, foo_req, id),
@@ -154,6 +192,8 @@ int32_t qmi_idl_decode_elems(const struct qmi_elem_info *ei, const void *src, ui
  *       QMI_TLV_VAR(U, 1, 100, 0x11, foo_req, list_len, list),      // 1-byte count, at most 100
  *       QMI_TLV_STRUCT(0x12, foo_req, agg, agg_ei),
  *       QMI_EI_END};
+ *
+ * Declared constexpr, a table's largest encoding is a constant: qmi_ei_max_len(foo_req_ei).
  */
 namespace qmi_ei_detail {
 template <typename T>
@@ -168,36 +208,139 @@ struct elem_of<T[N]> {
   static constexpr uint32_t count = N;
   static constexpr uint8_t array = STATIC_ARRAY;
 };
-constexpr uint8_t scalar_type(char kind, size_t size) {
-  return kind == 'S' ? (size == 1   ? QMI_SIGNED_1_BYTE_ENUM
-                        : size == 2 ? QMI_SIGNED_2_BYTE_ENUM
-                                    : QMI_SIGNED_4_BYTE_ENUM)
-                     : (size == 1   ? QMI_UNSIGNED_1_BYTE
-                        : size == 2 ? QMI_UNSIGNED_2_BYTE
-                        : size == 4 ? QMI_UNSIGNED_4_BYTE
-                                    : QMI_UNSIGNED_8_BYTE);
+template <char K, size_t Size>
+struct scalar_type {
+  static_assert(K == 'U' || K == 'S', "element kind is U or S");
+  static_assert(Size == 1 || Size == 2 || Size == 4 || (Size == 8 && K == 'U'),
+                "scalar fields are 1, 2, 4 or 8 bytes (signed enums at most 4)");
+  static constexpr uint8_t value = K == 'S' ? (Size == 1   ? QMI_SIGNED_1_BYTE_ENUM
+                                               : Size == 2 ? QMI_SIGNED_2_BYTE_ENUM
+                                                           : QMI_SIGNED_4_BYTE_ENUM)
+                                            : (Size == 1   ? QMI_UNSIGNED_1_BYTE
+                                               : Size == 2 ? QMI_UNSIGNED_2_BYTE
+                                               : Size == 4 ? QMI_UNSIGNED_4_BYTE
+                                                           : QMI_UNSIGNED_8_BYTE);
+};
+template <uint32_t Max, typename Field>
+struct var_max {
+  static_assert(elem_of<Field>::array == STATIC_ARRAY, "a variable array needs an array field");
+  static_assert(Max >= 1 && Max <= elem_of<Field>::count, "maximum must fit the array field");
+  static constexpr uint32_t value = Max;
+};
+template <uint32_t Width, size_t CountSize>
+struct len_width {
+  static_assert(Width == 1 || Width == 2, "count width is 1 or 2 bytes");
+  static_assert(CountSize == 4, "count fields are u32");
+  static constexpr uint32_t value = Width;
+};
+template <size_t FlagSize>
+struct flag_field {
+  static_assert(FlagSize == 1, "presence flags are one byte");
+  static constexpr uint32_t value = 1;
+};
+template <uint32_t MaxLen, size_t FieldSize>
+struct string_max {
+  static_assert(FieldSize >= size_t{MaxLen} + 1, "string field needs maxlen + 1 bytes");
+  static constexpr uint32_t value = MaxLen;
+};
+
+/* Wire width of a scalar element type, 0 for the other kinds. */
+constexpr uint32_t scalar_width(uint32_t data_type) {
+  switch (data_type) {
+    case QMI_UNSIGNED_1_BYTE:
+    case QMI_SIGNED_1_BYTE_ENUM:
+      return 1;
+    case QMI_UNSIGNED_2_BYTE:
+    case QMI_SIGNED_2_BYTE_ENUM:
+      return 2;
+    case QMI_UNSIGNED_4_BYTE:
+    case QMI_SIGNED_4_BYTE_ENUM:
+      return 4;
+    case QMI_UNSIGNED_8_BYTE:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+/* Length prefix of a string inside a nested struct. */
+constexpr uint32_t string_prefix(uint32_t max_len) {
+  return max_len <= 255 ? 1 : 2;
+}
+
+constexpr uint64_t kBadTable = ~uint64_t{0};
+
+/* Largest encoding of a table; `top` adds the TLV headers (a new TLV starts wherever the id
+ * changes). kBadTable for a table the codec refuses to walk. */
+constexpr uint64_t max_len(const qmi_elem_info *ei, bool top, uint32_t depth) {
+  if (ei == nullptr) return 0;
+  if (depth > QMI_IDL_MAX_NESTING) return kBadTable;
+  uint64_t total = 0;
+  for (uint32_t i = 0; ei[i].data_type != QMI_EOTI; ++i) {
+    const qmi_elem_info &e = ei[i];
+    if (top && (i == 0 || e.tlv_type != ei[i - 1].tlv_type)) total += 3;
+    uint64_t count = e.array_type == NO_ARRAY ? 1 : e.elem_len;
+    switch (e.data_type) {
+      case QMI_OPT_FLAG:
+        break;
+      case QMI_DATA_LEN:
+        if ((e.elem_size != 1 && e.elem_size != 2) || ei[i + 1].array_type != VAR_LEN_ARRAY ||
+            (e.elem_size == 1 && ei[i + 1].elem_len > 255))
+          return kBadTable;
+        total += e.elem_size;
+        break;
+      case QMI_STRUCT: {
+        uint64_t inner = max_len(e.ei_array, false, depth + 1);
+        if (inner == kBadTable || e.ei_array == nullptr) return kBadTable;
+        total += count * inner;
+        break;
+      }
+      case QMI_STRING:
+        total += e.elem_len + (top ? 0 : string_prefix(e.elem_len));
+        break;
+      default:
+        if (scalar_width(e.data_type) == 0 || scalar_width(e.data_type) != e.elem_size)
+          return kBadTable;
+        total += count * e.elem_size;
+        break;
+    }
+  }
+  return total;
 }
 }  // namespace qmi_ei_detail
+
+/* Largest TLV area a table encodes to; UINT32_MAX for a table the codec refuses. */
+constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
+  uint64_t n = qmi_ei_detail::max_len(ei, true, 0);
+  return n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+}
 
 #define QMI_EI_FIELD_T_(St, f) qmi_ei_detail::elem_of<decltype(St::f)>
 #define QMI_EI_KIND_(K) (#K[0])
 
 /* A scalar or fixed array of scalars. */
-#define QMI_EI_ELEM_(K, tlv, St, f)                                                        \
-  {                                                                                        \
-    qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)),     \
-        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,               \
-        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr \
+#define QMI_EI_ELEM_(K, tlv, St, f)                                                           \
+  {                                                                                           \
+    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
+        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                  \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr    \
   }
-#define QMI_EI_FLAG_(tlv, St, v) \
-  { QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, 1, (uint32_t)offsetof(St, v), nullptr }
-#define QMI_EI_LEN_(width, tlv, St, n) \
-  { QMI_DATA_LEN, NO_ARRAY, (tlv), 1, (width), (uint32_t)offsetof(St, n), nullptr }
-#define QMI_EI_VAR_(K, max, tlv, St, f)                                                \
-  {                                                                                    \
-    qmi_ei_detail::scalar_type(QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)), \
-        VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),   \
-        (uint32_t)offsetof(St, f), nullptr                                             \
+#define QMI_EI_FLAG_(tlv, St, v)                                                                 \
+  {                                                                                              \
+    QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, qmi_ei_detail::flag_field<sizeof(decltype(St::v))>::value, \
+        (uint32_t)offsetof(St, v), nullptr                                                       \
+  }
+#define QMI_EI_LEN_(width, tlv, St, n)                                     \
+  {                                                                        \
+    QMI_DATA_LEN, NO_ARRAY, (tlv), 1,                                      \
+        qmi_ei_detail::len_width<(width), sizeof(decltype(St::n))>::value, \
+        (uint32_t)offsetof(St, n), nullptr                                 \
+  }
+#define QMI_EI_VAR_(K, max, tlv, St, f)                                                       \
+  {                                                                                           \
+    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
+        VAR_LEN_ARRAY, (tlv), qmi_ei_detail::var_max<(max), decltype(St::f)>::value,          \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr    \
   }
 #define QMI_EI_STRUCT_(tlv, St, f, ei)                                                  \
   {                                                                                     \
@@ -206,11 +349,15 @@ constexpr uint8_t scalar_type(char kind, size_t size) {
   }
 #define QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)                                              \
   {                                                                                          \
-    QMI_STRUCT, VAR_LEN_ARRAY, (tlv), (max), (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), \
-        (uint32_t)offsetof(St, f), (ei)                                                      \
+    QMI_STRUCT, VAR_LEN_ARRAY, (tlv), qmi_ei_detail::var_max<(max), decltype(St::f)>::value, \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei)      \
   }
-#define QMI_EI_STRING_(maxlen, tlv, St, f) \
-  { QMI_STRING, NO_ARRAY, (tlv), (maxlen), 1, (uint32_t)offsetof(St, f), nullptr }
+#define QMI_EI_STRING_(maxlen, tlv, St, f)                                      \
+  {                                                                             \
+    QMI_STRING, NO_ARRAY, (tlv),                                                \
+        qmi_ei_detail::string_max<(maxlen), sizeof(decltype(St::f))>::value, 1, \
+        (uint32_t)offsetof(St, f), nullptr                                      \
+  }
 
 /* Mandatory TLVs. */
 #define QMI_TLV(K, tlv, St, f) QMI_EI_ELEM_(K, tlv, St, f)
@@ -238,6 +385,7 @@ constexpr uint8_t scalar_type(char kind, size_t size) {
 #define QMI_MEMBER_STRUCT(St, f, ei) QMI_EI_STRUCT_(0, St, f, ei)
 #define QMI_MEMBER_VAR_STRUCT(width, max, St, n, f, ei) \
   QMI_TLV_VAR_STRUCT(width, max, 0, St, n, f, ei)
+#define QMI_MEMBER_STRING(maxlen, St, f) QMI_EI_STRING_(maxlen, 0, St, f)
 
 #define QMI_EI_END \
   { QMI_EOTI, NO_ARRAY, 0, 0, 0, 0, nullptr }

@@ -1,0 +1,148 @@
+// Encoder: walks an element table over a C record and writes QMI TLVs. One function per element
+// kind; every record read and every output write is bounds checked.
+#include "idl_walk.h"
+
+namespace qmi_idl {
+namespace {
+
+struct Writer {
+  uint8_t *buf;
+  uint32_t len;
+  uint32_t pos;
+
+  uint8_t *Take(uint64_t n) {
+    if (n > len - pos) return nullptr;
+    uint8_t *p = buf + pos;
+    pos += static_cast<uint32_t>(n);
+    return p;
+  }
+};
+
+// One record view: the walker never reads outside [base, base + size).
+struct Src {
+  const uint8_t *base;
+  uint32_t size;
+};
+
+int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec, Writer &w,
+                  uint32_t depth, bool top);
+
+int32_t EncodeScalars(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w) {
+  const uint32_t width = ScalarWidth(e);
+  if (width == 0) return QMI_IDL_LIB_PARAMETER_ERROR;
+  if (!InRecord(e.offset, uint64_t{Capacity(e)} * width, rec.size))
+    return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  uint8_t *out = w.Take(uint64_t{count} * width);
+  if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  CopyScalars(out, rec.base + e.offset, count, width);
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+int32_t EncodeStructs(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w, uint32_t depth) {
+  if (e.ei_array == nullptr || depth >= QMI_IDL_MAX_NESTING) return QMI_IDL_LIB_PARAMETER_ERROR;
+  if (!InRecord(e.offset, uint64_t{Capacity(e)} * e.elem_size, rec.size))
+    return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  for (uint32_t k = 0; k < count; ++k) {
+    const Src inner{rec.base + e.offset + size_t{k} * e.elem_size, e.elem_size};
+    const int32_t rc = EncodeSeq(e.ei_array, nullptr, inner, w, depth + 1, false);
+    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+  }
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+int32_t EncodeString(const qmi_elem_info &e, Src rec, Writer &w, bool top) {
+  if (!InRecord(e.offset, uint64_t{e.elem_len} + 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  const char *text = reinterpret_cast<const char *>(rec.base + e.offset);
+  const uint32_t n = static_cast<uint32_t>(strnlen(text, size_t{e.elem_len} + 1));
+  if (n > e.elem_len) return QMI_IDL_LIB_ARRAY_TOO_BIG;
+  if (!top) {
+    const uint32_t prefix = qmi_ei_detail::string_prefix(e.elem_len);
+    uint8_t *p = w.Take(prefix);
+    if (p == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    StoreLe(p, n, prefix);
+  }
+  uint8_t *out = w.Take(n);
+  if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  memcpy(out, text, n);
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+// `count` elements of entry `e` (its full capacity unless it is a variable array).
+int32_t EncodeElem(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w, uint32_t depth,
+                   bool top) {
+  switch (e.data_type) {
+    case QMI_STRUCT:
+      return EncodeStructs(e, count, rec, w, depth);
+    case QMI_STRING:
+      return e.array_type == NO_ARRAY ? EncodeString(e, rec, w, top) : QMI_IDL_LIB_PARAMETER_ERROR;
+    default:
+      return EncodeScalars(e, count, rec, w);
+  }
+}
+
+// A count entry and the variable array it announces.
+int32_t EncodeVarArray(const qmi_elem_info &len, const qmi_elem_info &arr, Src rec, Writer &w,
+                       uint32_t depth, bool top) {
+  if (!InRecord(len.offset, 4, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  const uint32_t count = LoadU32(rec.base + len.offset);
+  if (count > arr.elem_len) return QMI_IDL_LIB_ARRAY_TOO_BIG;
+  uint8_t *p = w.Take(len.elem_size);
+  if (p == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  StoreLe(p, count, len.elem_size);
+  return EncodeElem(arr, count, rec, w, depth, top);
+}
+
+// Entries [begin, end) of one TLV, or a nested struct's whole table when `end` is null.
+int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec, Writer &w,
+                  uint32_t depth, bool top) {
+  for (const qmi_elem_info *e = begin; e != end && e->data_type != QMI_EOTI; ++e) {
+    int32_t rc;
+    if (e->data_type == QMI_DATA_LEN) {
+      if (!CountEntryValid(*e, e + 1, end)) return QMI_IDL_LIB_PARAMETER_ERROR;
+      rc = EncodeVarArray(*e, e[1], rec, w, depth, top);
+      ++e;
+    } else if (e->data_type == QMI_OPT_FLAG || e->array_type == VAR_LEN_ARRAY) {
+      // A flag belongs at the head of a TLV; a variable array needs its count entry.
+      rc = QMI_IDL_LIB_PARAMETER_ERROR;
+    } else {
+      rc = EncodeElem(*e, Capacity(*e), rec, w, depth, top);
+    }
+    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+  }
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+}  // namespace
+
+int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                   uint32_t dst_len, uint32_t *encoded_len) {
+  Writer w{dst, dst_len, 0};
+  const Src src{rec, rec_size};
+  for (uint32_t i = 0; ei != nullptr && ei[i].data_type != QMI_EOTI;) {
+    const uint32_t group_end = TlvGroupEnd(ei, i);
+    uint32_t first = i;
+    if (ei[i].data_type == QMI_OPT_FLAG) {
+      if (!InRecord(ei[i].offset, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      const bool present = rec[ei[i].offset] != 0;
+      first = i + 1;
+      if (!present) {
+        i = group_end;
+        continue;
+      }
+    }
+    uint8_t *header = w.Take(kTlvHeaderLen);
+    if (header == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    const uint32_t value_start = w.pos;
+    const int32_t rc = EncodeSeq(ei + first, ei + group_end, src, w, 0, true);
+    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+    const uint32_t value_len = w.pos - value_start;
+    if (value_len > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    header[0] = ei[i].tlv_type;
+    StoreLe(header + 1, value_len, 2);
+    i = group_end;
+  }
+  *encoded_len = w.pos;
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+}  // namespace qmi_idl
