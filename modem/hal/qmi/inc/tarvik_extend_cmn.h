@@ -1,0 +1,170 @@
+/*
+ * Common requests of the extend service: the request id shared by most small modem commands,
+ * the typed-message command, result mapping of channel errors and the one-shot features that
+ * build a common request themselves (extend mode, build information, feature control, cell
+ * information).
+ *
+ * Buffers live on the caller's stack; no lock is held here beyond the channel's own, so every
+ * function may be called from any thread. Integers in the data buffers are little-endian.
+ */
+#ifndef TARVIK_EXTEND_CMN_H
+#define TARVIK_EXTEND_CMN_H
+
+#include <stdint.h>
+
+#include "qmi_client.h"
+#include "tarvik_common.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Request ids of the generic data request (first argument of tarvik_extend_qmi_send_sync). */
+#define REQUEST_ID_NV_ITEM 1u
+#define REQUEST_ID_NVEFS 2u
+#define REQUEST_ID_COMMON 4u
+#define REQUEST_ID_CDC 6u
+
+/* Commands of REQUEST_ID_COMMON (offset 0 of the request). */
+#define COMMON_CMD_MSG 2u
+#define COMMON_CMD_EXTEND_MODE_GET 5u
+#define COMMON_CMD_EXTEND_MODE_SET 6u
+#define COMMON_CMD_BUILD_INFORMATION 7u
+#define COMMON_CMD_CHIPSET_ID 8u
+#define COMMON_CMD_MBN_TXT_PATH_GET 9u
+#define COMMON_CMD_MBN_TXT_PATH_SET 10u
+#define COMMON_CMD_MBN_TXT_PATH_GET_2 11u
+#define COMMON_CMD_MBN_TXT_PATH_SET_2 12u
+#define COMMON_CMD_SCREEN_STATUS 17u
+#define COMMON_CMD_DSDA_SUPPORT 19u
+#define COMMON_CMD_REG_MCFG_EVENT_IND 23u
+#define COMMON_CMD_BP_CHIP_ID 26u
+#define COMMON_CMD_MBN_LIST_CUST_MAX_NUM 30u
+#define COMMON_CMD_HW_ID 32u
+#define COMMON_CMD_CDMA_SUPPORT 33u
+#define COMMON_CMD_SLEEP_STATUS 34u
+#define COMMON_CMD_VENUE_MODE 35u
+#define COMMON_CMD_FEATURE_CONTROL 100u
+
+/* Message types of COMMON_CMD_MSG (offset 8 of the request). */
+#define COMMON_MSG_MODEM_SSR 31u
+#define COMMON_MSG_NV_SYNC 35u
+#define COMMON_MSG_MODEM_CRASH 99u
+#define COMMON_MSG_MCFG_GET_DISCOVER_TIMER 177u
+#define COMMON_MSG_MCFG_SET_DISCOVER_TIMER 178u
+
+/* Feature codes of COMMON_CMD_FEATURE_CONTROL. */
+#define COMMON_FEATURE_SATELLITE 7u
+#define COMMON_FEATURE_RFFE_DEVICE_CHECK 8u
+#define COMMON_FEATURE_MTPL_GPIO 11u
+
+/* Operations of REQUEST_ID_NV_ITEM that are not NV item operations. */
+#define NV_ITEM_OP_CELLINFO 256u
+
+/* Status codes of the modem feature functions. A non-zero result of the modem itself is
+ * returned unchanged and never collides with these in practice. */
+#define TARVIK_FEAT_ERR_INVALID_PARAM (-101) /* the channel's -1 */
+#define TARVIK_FEAT_ERR_NO_CLIENT (-102)     /* the channel's -2 */
+#define TARVIK_FEAT_ERR_SEND_FAILED (-103)   /* the channel's -3 */
+#define TARVIK_FEAT_ERR_SUB_INVALID (-104)
+#define TARVIK_FEAT_ERR_PATH_NULL (-105)
+#define TARVIK_FEAT_ERR_PATH_LEN (-106)
+#define TARVIK_FEAT_ERR_BUF_NULL (-107)
+#define TARVIK_FEAT_ERR_LEN_INVALID (-108)
+#define TARVIK_FEAT_ERR_NV_ID_RANGE (-109)
+#define TARVIK_CMN_ERR_INVALID_ARG 0x0FFFF00Au   /* bad argument of a common request */
+#define TARVIK_CMN_ERR_BUF_TOO_SHORT 0x0FFFF00Bu /* caller's output buffer too short */
+#define TARVIK_NV_ITEM_ERR_NO_FIT 0x0FFFF001u    /* raw NV payload or buffer does not fit */
+
+#define TARVIK_CMN_REQ_SIZE 512u
+#define TARVIK_CMN_RSP_SIZE 508u
+#define TARVIK_CMN_PAYLOAD_MAX 504u   /* room for the payload of a command */
+#define TARVIK_CMN_LEN_LIMIT 500u     /* tarvik_common_qmi_req refuses len >= this */
+#define TARVIK_CMN_MSG_LEN_LIMIT 492u /* tarvik_send_common_qmi_msg refuses len >= this */
+#define TARVIK_CMN_RSP_DATA_MAX 500u
+
+/* Data buffer of REQUEST_ID_COMMON. */
+typedef struct {
+  uint32_t cmd;
+  uint32_t reserved;
+  uint8_t payload[TARVIK_CMN_PAYLOAD_MAX];
+} tarvik_cmn_req_t;
+
+/* Response of REQUEST_ID_COMMON; a caller of tarvik_common_qmi_req passes one as `rsp`. */
+typedef struct {
+  uint32_t unused;
+  int32_t result; /* 0: the modem carried the command out; else the modem's failure code */
+  uint8_t data[TARVIK_CMN_RSP_DATA_MAX];
+} tarvik_cmn_rsp_t;
+
+/* Data buffer and response of REQUEST_ID_NV_ITEM (raw NV items and cell information). */
+#define TARVIK_NV_ITEM_REQ_SIZE 428u
+#define TARVIK_NV_ITEM_RSP_SIZE 432u
+#define TARVIK_NV_ITEM_PAYLOAD_MAX 412u
+typedef struct {
+  uint32_t op;
+  uint32_t arg1;
+  uint32_t arg2;
+  uint32_t len;
+  uint8_t payload[TARVIK_NV_ITEM_PAYLOAD_MAX];
+} tarvik_nv_item_req_t;
+typedef struct {
+  uint32_t unused0;
+  int32_t result;
+  uint32_t unused8;
+  uint32_t unused12;
+  uint32_t data_len;
+  uint8_t data[TARVIK_NV_ITEM_PAYLOAD_MAX];
+} tarvik_nv_item_rsp_t;
+
+/*
+ * Sends command `cmd` with `len` payload bytes of `src` and writes the modem's answer into
+ * `rsp` (508 bytes, see tarvik_cmn_rsp_t; zeroed first). Returns TARVIK_CMN_ERR_INVALID_ARG for
+ * a null `rsp`, `len` >= 500 or a null `src` with a non-zero `len` (nothing is sent), else the
+ * channel's status as it stands (0: `rsp` holds the answer; read its result field).
+ */
+TARVIK_EXPORT uint32_t tarvik_common_qmi_req(uint32_t cmd, uint32_t len, const void *src,
+                                             uint32_t *rsp);
+
+/* The same for a typed message (command 2) of type `t`; `len` must be below 492. */
+TARVIK_EXPORT uint32_t tarvik_send_common_qmi_msg(uint32_t t, uint32_t len, const void *v,
+                                                  uint32_t *rsp);
+
+/* -1, -2, -3 of the channel become -101, -102, -103; any other value is returned as it is. */
+TARVIK_EXPORT int tarvik_qmi_result_map(int result);
+
+/* These return the channel's status when non-zero, else the modem's result. */
+TARVIK_EXPORT uint32_t tarvik_extend_mode_set(uint8_t mode);
+/* Stores the modem's mode byte whenever the exchange succeeded, also with a non-zero result;
+ * a null `mode` is refused with TARVIK_CMN_ERR_INVALID_ARG without sending. */
+TARVIK_EXPORT uint32_t tarvik_extend_mode_get(uint8_t *mode);
+TARVIK_EXPORT uint32_t tarvik_extend_build_information(uint8_t value);
+TARVIK_EXPORT uint32_t tarvik_modem_set_satellite(uint8_t value);
+/* Prints the outcome and the modem's report bytes on standard output. */
+TARVIK_EXPORT uint32_t tarvik_modem_rffe_device_check(uint8_t value);
+/* Prints the outcome on standard output. */
+TARVIK_EXPORT uint32_t tarvik_modem_mtpl_gpio_control(uint8_t value);
+
+/*
+ * Cell information: sends `len` bytes of `src` (at most 412) and copies the modem's answer into
+ * `out`, whose capacity is *out_len; prints its outcome on standard output. A `len` outside 0 to
+ * 412, a null `src` with a non-zero `len`, or a null `out`/`out_len` returns
+ * TARVIK_CMN_ERR_INVALID_ARG without sending. An answer that claims more data than the response
+ * holds is cut to what it holds. A too-small `out` returns 0 and copies nothing.
+ */
+TARVIK_EXPORT uint32_t tarvik_extend_cellinfo(const uint8_t *src, int len, void *out, int *out_len);
+
+/* Indication callbacks that only log the message id. */
+TARVIK_EXPORT void tarvik_qmi_client_common_empty_unsol_ind_cb(qmi_client_type handle,
+                                                               unsigned int msg_id, void *ind_buf,
+                                                               unsigned int ind_buf_len,
+                                                               void *ind_cb_data);
+TARVIK_EXPORT void tarvik_qmi_client_unsol_ind_cb(qmi_client_type handle, unsigned int msg_id,
+                                                  void *ind_buf, unsigned int ind_buf_len,
+                                                  void *ind_cb_data);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* TARVIK_EXTEND_CMN_H */
