@@ -1,0 +1,686 @@
+// The vendor channel: the one client of the extend service, its lock, lazy open, close and
+// forced reconnect; synchronous requests with their retry policy and watchdog; event
+// registration and the routing of indications.
+#include "tarvik_extend_api.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdint.h>
+#include <string.h>
+#include <time.h>
+
+#include <atomic>
+
+#include "qmi_client.h"
+#include "tarvik_extend_qmi_v01.h"
+#include "tarvik_utils_cmn.h"
+#include "tarvik_utils_timer.h"
+
+// The channel lock. Plain default mutex: the open and close steps never take it themselves.
+pthread_mutex_t tarvik_extend_qmi_client_crit_sect = PTHREAD_MUTEX_INITIALIZER;
+bool g_tarvik_qmi_lock_init = false;
+
+extern "C" {
+uint32_t g_tarvik_extend_debug_flag = 1;
+}
+
+namespace {
+
+constexpr uint32_t kDefaultTimeoutMs = 3000;
+constexpr uint32_t kWatchdogTimerId = 1;
+constexpr unsigned long kWatchdogSeconds = 5;
+constexpr int kDiscoveryAttempts = 50;
+constexpr unsigned int kDiscoveryWaitMs = 20;
+constexpr unsigned int kServiceEntries = 4;
+constexpr int kEventSlots = 8;
+
+// Longest the open step may legitimately take: the discovery loop (about one second) plus the
+// client creation. A request's hold of the lock is bounded by two opens and its two sends.
+constexpr int64_t kOpenBudgetMs = 2000;
+// How long a waiter keeps waiting after the holder's budget is spent before it gives up.
+constexpr int64_t kHoldGraceMs = 1000;
+
+bool inited = false;
+qmi_client_type client_handle = nullptr;
+qmi_client_type notifier = nullptr;
+qmi_cci_os_signal_type os_params;
+qmi_idl_service_object_type service_object = nullptr;
+
+// Records of the generic request (0x02) and of the registration request (0x03); only touched
+// with the channel lock held.
+tarvik_extend_qmi_req_msg_v01 g_req;
+tarvik_extend_qmi_resp_msg_v01 g_resp;
+tarvik_extend_qmi_req_msg_v01 g_reg_req;
+tarvik_extend_qmi_resp_msg_v01 g_reg_resp;
+
+// Read by the indication thread without the channel lock, hence atomic.
+std::atomic<tarvik_extend_qmi_ind_handler_t> g_event_handlers[kEventSlots];
+std::atomic<tarvik_extend_qmi_ind_handler_t> g_self_study_cb{nullptr};
+std::atomic<tarvik_extend_qmi_ind_handler_t> g_wechat_cb{nullptr};
+std::atomic<tarvik_extend_qmi_ind_handler_t> g_base_model_cb{nullptr};
+
+// Monotonic deadline (ns) by which the current holder of the channel lock will have released
+// it; 0 while the lock is free or its new holder has not published yet.
+std::atomic<int64_t> g_hold_deadline_ns{0};
+
+bool TraceOn() {
+  return __atomic_load_n(&g_tarvik_extend_debug_flag, __ATOMIC_RELAXED) != 0;
+}
+
+int64_t NowNs() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+timespec ToTimespec(int64_t ns) {
+  timespec ts;
+  ts.tv_sec = static_cast<time_t>(ns / 1000000000);
+  ts.tv_nsec = static_cast<long>(ns % 1000000000);
+  return ts;
+}
+
+// Worst-case hold of a request whose first send waits `msec`: open, send, reopen, 3000 ms retry.
+int64_t HoldBudgetMs(int64_t msec) {
+  return 2 * kOpenBudgetMs + msec + kDefaultTimeoutMs;
+}
+
+// Takes the channel lock. Waits as long as the holder is within its published budget (plus a
+// grace period), however many holders come and go; gives up only when one holder overstays,
+// so no caller waits forever behind a hung request. On success publishes this caller's budget.
+bool ChannelLock(int64_t budget_ms) {
+  int rc = pthread_mutex_trylock(&tarvik_extend_qmi_client_crit_sect);
+  while (rc != 0) {
+    const int64_t holder_deadline = g_hold_deadline_ns.load(std::memory_order_acquire);
+    // Unknown deadline: the holder is between taking the lock and publishing; look again soon.
+    const int64_t wait_until =
+        (holder_deadline == 0 ? NowNs() : holder_deadline) + kHoldGraceMs * 1000000;
+    const timespec abs = ToTimespec(wait_until);
+    rc = pthread_mutex_clocklock(&tarvik_extend_qmi_client_crit_sect, CLOCK_MONOTONIC, &abs);
+    if (rc == ETIMEDOUT && holder_deadline != 0 &&
+        g_hold_deadline_ns.load(std::memory_order_acquire) == holder_deadline) {
+      return false;
+    }
+  }
+  g_hold_deadline_ns.store(NowNs() + budget_ms * 1000000, std::memory_order_release);
+  return true;
+}
+
+void ChannelUnlock() {
+  g_hold_deadline_ns.store(0, std::memory_order_release);
+  pthread_mutex_unlock(&tarvik_extend_qmi_client_crit_sect);
+}
+
+}  // namespace
+
+// Lines written only while g_tarvik_extend_debug_flag is set.
+#define TARVIK_EXTEND_TRACE(fmt, ...)  \
+  do {                                 \
+    if (TraceOn()) {                   \
+      TARVIK_LOGD(fmt, ##__VA_ARGS__); \
+    }                                  \
+  } while (0)
+
+// Lock and unlock with the lines every channel function writes around its work. A caller that
+// gives up behind an overstaying holder returns `on_give_up`.
+#define TARVIK_EXTEND_LOCK_OR_RETURN(budget_ms, on_give_up)                              \
+  do {                                                                                   \
+    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_WAIT...");                      \
+    if (!ChannelLock(budget_ms)) {                                                       \
+      TARVIK_LOGE("channel held by a request past its deadline, not waiting behind it"); \
+      return on_give_up;                                                                 \
+    }                                                                                    \
+    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_DONE");                         \
+  } while (0)
+
+#define TARVIK_EXTEND_UNLOCK()                                     \
+  do {                                                             \
+    ChannelUnlock();                                               \
+    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_UNLOCK_DONE"); \
+  } while (0)
+
+extern "C" void tarvik_extend_qmi_ind_cb(qmi_client_type user_handle, unsigned int msg_id,
+                                         void *ind_buf, unsigned int ind_buf_len,
+                                         void *ind_cb_data);
+
+// ---------------------------------------------------------------------------------------------
+// Lifecycle
+// ---------------------------------------------------------------------------------------------
+
+static void tarvik_qmi_lock_init() {
+  if (g_tarvik_qmi_lock_init) {
+    TARVIK_EXTEND_TRACE("done, do nothing");
+    return;
+  }
+  TARVIK_EXTEND_TRACE("start, tarvik_extend_qmi_client_crit_sect = %d, g_tarvik_qmi_lock_init = %d",
+                      0, g_tarvik_qmi_lock_init);
+  g_tarvik_qmi_lock_init = true;
+  TARVIK_EXTEND_TRACE("end, tarvik_extend_qmi_client_crit_sect = %d", 0);
+}
+
+// The open step; the caller holds the channel lock.
+static void tarvik_extend_qmi_init_do() {
+  if (inited) {
+    TARVIK_EXTEND_TRACE("done, do nothing");
+    return;
+  }
+  TARVIK_EXTEND_TRACE("start, inited = %d", inited);
+  memset(&g_req, 0, sizeof(g_req));
+  memset(&g_resp, 0, sizeof(g_resp));
+  memset(&g_reg_req, 0, sizeof(g_reg_req));
+  memset(&g_reg_resp, 0, sizeof(g_reg_resp));
+  // The previous notifier (if any) was released by the close step, so the signal may be reset.
+  memset(&os_params, 0, sizeof(os_params));
+  service_object = nullptr;
+  client_handle = nullptr;
+  notifier = nullptr;
+
+  service_object = tarvik_extend_get_service_object_internal_v01(
+      TARVIK_EXTEND_QMI_IDL_MAJOR_V01, TARVIK_EXTEND_QMI_IDL_MINOR_V01,
+      TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01);
+  if (service_object == nullptr) {
+    TARVIK_LOGE("QMI get service obj failed. Check .c and .h");
+  }
+  qmi_client_notifier_init(service_object, &os_params, &notifier);
+
+  unsigned int num_services = 0;
+  for (int retry_count = 0; retry_count < kDiscoveryAttempts; ++retry_count) {
+    const qmi_client_error_type rc =
+        qmi_client_get_service_list(service_object, nullptr, nullptr, &num_services);
+    TARVIK_EXTEND_TRACE(
+        "qmi_client_get_service_list() returned %d num_services = %d "
+        "retry_count = %d",
+        rc, num_services, retry_count);
+    if (rc == QMI_NO_ERR) {
+      break;
+    }
+    qmi_cci_os_signal_wait(&os_params, kDiscoveryWaitMs);
+  }
+
+  qmi_service_info entries[kServiceEntries];
+  memset(entries, 0, sizeof(entries));
+  unsigned int num_entries = num_services < kServiceEntries ? num_services : kServiceEntries;
+  const qmi_client_error_type list_err =
+      qmi_client_get_service_list(service_object, entries, &num_entries, &num_services);
+  TARVIK_EXTEND_TRACE("qmi_client_get_service_list, err = %d, num_entries = %d, num_services = %d",
+                      list_err, num_entries, num_services);
+
+  qmi_client_type handle = nullptr;
+  const qmi_client_error_type init_err = qmi_client_init(
+      &entries[0], service_object, tarvik_extend_qmi_ind_cb, nullptr, nullptr, &handle);
+  TARVIK_EXTEND_TRACE("qmi_client_init, err = %d, handle = %d, client_handle = %d", init_err,
+                      handle != nullptr, client_handle != nullptr);
+  if (init_err != QMI_NO_ERR) {
+    handle = nullptr;
+    TARVIK_LOGE("%d QMI client init failed", init_err);
+  } else {
+    TARVIK_EXTEND_TRACE("QMI client inited");
+  }
+
+  client_handle = handle;
+  if (client_handle == nullptr) {
+    if (TraceOn()) {
+      TARVIK_LOGE("tarvik_extend_qmi_client_open failed");
+    }
+    // Keep no notifier of a failed open: the next request starts over with a fresh one.
+    if (notifier != nullptr) {
+      qmi_client_release(notifier);
+      notifier = nullptr;
+    }
+    return;
+  }
+  inited = true;
+  TARVIK_EXTEND_TRACE("end, inited = %d", inited);
+}
+
+// The close step; the caller holds the channel lock.
+static void tarvik_extend_qmi_deinit_do() {
+  if (!inited) {
+    TARVIK_EXTEND_TRACE("no init, do nothing");
+    return;
+  }
+  TARVIK_EXTEND_TRACE("start, inited = %d", inited);
+  for (auto &slot : g_event_handlers) {
+    slot.store(nullptr, std::memory_order_release);
+  }
+  const qmi_client_error_type client_err = qmi_client_release(client_handle);
+  TARVIK_EXTEND_TRACE("qmi_client_release client_handle, err = %d", client_err);
+  const qmi_client_error_type notifier_err = qmi_client_release(notifier);
+  TARVIK_EXTEND_TRACE("qmi_client_release notifier, err = %d", notifier_err);
+  client_handle = nullptr;
+  notifier = nullptr;
+  inited = false;
+  TARVIK_EXTEND_TRACE("end, inited = %d", inited);
+}
+
+extern "C" {
+
+void tarvik_extend_qmi_init(void) {
+  tarvik_qmi_lock_init();
+  TARVIK_EXTEND_LOCK_OR_RETURN(kOpenBudgetMs, );
+  tarvik_extend_qmi_init_do();
+  TARVIK_EXTEND_UNLOCK();
+}
+
+void tarvik_extend_qmi_init_force(void) {
+  tarvik_qmi_lock_init();
+  TARVIK_EXTEND_LOCK_OR_RETURN(kOpenBudgetMs, );
+  tarvik_extend_qmi_deinit_do();
+  tarvik_extend_qmi_init_do();
+  TARVIK_EXTEND_UNLOCK();
+}
+
+}  // extern "C"
+
+// ---------------------------------------------------------------------------------------------
+// Synchronous requests
+// ---------------------------------------------------------------------------------------------
+
+// The common send step; the caller holds the channel lock. At most two sends: a time-out is
+// final, any other failure reconnects (forgetting the event handlers) and retries once.
+static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *resp, int resp_len,
+                                    uint32_t msec) {
+  if (req == nullptr) {
+    TARVIK_LOGE("req_msg is NULL");
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (req_len < 1) {
+    TARVIK_LOGE("req_len can not <= 0");
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (resp == nullptr) {
+    TARVIK_LOGE("rsp_msg is NULL");
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (resp_len < 1) {
+    TARVIK_LOGE("rsp_len can not <= 0");
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (msec == 0) {
+    TARVIK_LOGE("msec can not <= 0");
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (client_handle == nullptr) {
+    TARVIK_LOGE("client_handle is NULL");
+    return TARVIK_EXTEND_QMI_ENOCLIENT;
+  }
+  qmi_client_error_type qmi_ret = qmi_client_send_msg_sync(
+      client_handle, static_cast<unsigned int>(msg_id), req, static_cast<unsigned int>(req_len),
+      resp, static_cast<unsigned int>(resp_len), msec);
+  TARVIK_LOGD("qmi_client_send_msg_sync, msg_id = %d, qmi_ret = %d", msg_id, qmi_ret);
+  if (qmi_ret == QMI_NO_ERR) {
+    return TARVIK_EXTEND_QMI_OK;
+  }
+  TARVIK_LOGE("send sync msg failed");
+  TARVIK_LOGE("TARVIK_QMI_REQ_TIMEOUT_WITHOUT_REINIT is defined");
+  TARVIK_LOGE("TARVIK_QMI_REQ_RETRY_FOR_NON_TIMEOUT_ERR is defined");
+  if (qmi_ret == QMI_TIMEOUT_ERR) {
+    TARVIK_LOGE(
+        "TARVIK_QMI_REQ_RETRY_FOR_NON_TIMEOUT_ERR is not defined, will not reinit tarvik "
+        "qmi");
+    return TARVIK_EXTEND_QMI_EFAIL;
+  }
+  TARVIK_LOGE("non QMI_TIMEOUT_ERR, will reinit this qmi client and retry this qmi req");
+  tarvik_extend_qmi_deinit_do();
+  tarvik_extend_qmi_init_do();
+  if (client_handle == nullptr) {
+    TARVIK_LOGE("reinit client_handle is NULL");
+    return TARVIK_EXTEND_QMI_ENOCLIENT;
+  }
+  qmi_ret = qmi_client_send_msg_sync(client_handle, static_cast<unsigned int>(msg_id), req,
+                                     static_cast<unsigned int>(req_len), resp,
+                                     static_cast<unsigned int>(resp_len), kDefaultTimeoutMs);
+  TARVIK_LOGD("retry qmi_client_send_msg_sync, msg_id = %d, qmi_ret = %d", msg_id, qmi_ret);
+  if (qmi_ret == QMI_NO_ERR) {
+    return TARVIK_EXTEND_QMI_OK;
+  }
+  TARVIK_LOGE("retry to send sync msg failed");
+  return TARVIK_EXTEND_QMI_EFAIL;
+}
+
+extern "C" void tarvik_qmi_timer_cb(union sigval sv) {
+  const uint32_t timer_id = static_cast<uint32_t>(sv.sival_int);
+  TARVIK_LOGE("The timer expired with ID %u", timer_id);
+  tarvik_timer_stop(timer_id);
+  TARVIK_LOGE("TARVIK_QMI_REQ_TIMEOUT_WITHOUT_REINIT is defined, will not reinit tarvik qmi");
+}
+
+// Argument checks of the generic request: null buffers, then the 550-byte bounds.
+static int tarvik_extend_qmi_check_data_args(void *req_data, uint32_t req_len,
+                                             const void *resp_data, const uint32_t *resp_len) {
+  if (req_data == nullptr || resp_data == nullptr || resp_len == nullptr) {
+    TARVIK_LOGE("%x,  put Invalid param",
+                static_cast<unsigned int>(reinterpret_cast<uintptr_t>(req_data)));
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  if (req_len > TARVIK_EXTEND_QMI_MAX_PAYLOAD || *resp_len > TARVIK_EXTEND_QMI_MAX_PAYLOAD) {
+    TARVIK_LOGE("put data_len %d > max %d", static_cast<int>(req_len),
+                static_cast<int>(TARVIK_EXTEND_QMI_MAX_PAYLOAD));
+    return TARVIK_EXTEND_QMI_EINVAL;
+  }
+  return TARVIK_EXTEND_QMI_OK;
+}
+
+// Exchanges message 0x02 with the checked arguments (lock held, client open) and copies the
+// response payload out: at most the capacity, nothing when the response has no payload.
+static int tarvik_extend_qmi_exchange_data(uint32_t id, const void *req_data, uint32_t req_len,
+                                           void *resp_data, uint32_t *resp_len, uint32_t msec,
+                                           bool watchdog) {
+  memset(&g_req, 0, sizeof(g_req));
+  memset(&g_resp, 0, sizeof(g_resp));
+  g_req.id = id;
+  g_req.data_len = req_len;
+  g_req.data_valid = 1;
+  if (req_len > 0) {
+    memcpy(g_req.data, req_data, req_len);
+  }
+  if (watchdog) {
+    tarvik_timer_start(kWatchdogTimerId, tarvik_qmi_timer_cb, kWatchdogSeconds);
+  }
+  const int sent = tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &g_req,
+                                            sizeof(g_req), &g_resp, sizeof(g_resp), msec);
+  TARVIK_LOGD("tarvik_qmi_send_msg_sync, id = %d, length = %d, result = %d", static_cast<int>(id),
+              static_cast<int>(req_len), sent);
+  if (watchdog) {
+    tarvik_timer_stop(kWatchdogTimerId);
+  }
+  if (sent != TARVIK_EXTEND_QMI_OK) {
+    TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
+    return sent;
+  }
+  if (g_resp.result != 0) {
+    TARVIK_LOGE("%d QMI service framework error. Check client", static_cast<int>(g_resp.result));
+    return TARVIK_EXTEND_QMI_EFAIL;
+  }
+  if (*resp_len >= g_resp.data_len) {
+    *resp_len = g_resp.data_len;
+  }
+  if (g_resp.data_valid) {
+    memcpy(resp_data, g_resp.data, *resp_len);
+  } else {
+    *resp_len = 0;
+  }
+  TARVIK_EXTEND_TRACE("resp_len:%d", static_cast<int>(*resp_len));
+  return TARVIK_EXTEND_QMI_OK;
+}
+
+extern "C" {
+
+int tarvik_extend_qmi_send_sync(uint32_t id, void *req_data, uint32_t req_len, void *resp_data,
+                                uint32_t *resp_len) {
+  TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);
+  tarvik_extend_qmi_init_do();
+  int status;
+  if (client_handle == nullptr) {
+    TARVIK_LOGE("client_handle is NULL");
+    status = TARVIK_EXTEND_QMI_ENOCLIENT;
+  } else {
+    status = tarvik_extend_qmi_check_data_args(req_data, req_len, resp_data, resp_len);
+    if (status == TARVIK_EXTEND_QMI_OK) {
+      status = tarvik_extend_qmi_exchange_data(id, req_data, req_len, resp_data, resp_len,
+                                               kDefaultTimeoutMs, true);
+    }
+  }
+  TARVIK_EXTEND_TRACE("result: %d, id: %d", status, static_cast<int>(id));
+  TARVIK_EXTEND_UNLOCK();
+  return status;
+}
+
+int tarvik_extend_qmi_send_sync_long_process(uint32_t id, void *req_data, uint32_t req_len,
+                                             void *resp_data, uint32_t *resp_len, int msec) {
+  TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(msec > 0 ? msec : 0), TARVIK_EXTEND_QMI_EFAIL);
+  tarvik_extend_qmi_init_do();
+  int status = tarvik_extend_qmi_check_data_args(req_data, req_len, resp_data, resp_len);
+  if (status == TARVIK_EXTEND_QMI_OK && client_handle == nullptr) {
+    TARVIK_LOGE("client_handle is NULL");
+    status = TARVIK_EXTEND_QMI_ENOCLIENT;
+  }
+  if (status == TARVIK_EXTEND_QMI_OK) {
+    // A negative time-out is refused by the send step like a zero one.
+    status = tarvik_extend_qmi_exchange_data(id, req_data, req_len, resp_data, resp_len,
+                                             msec > 0 ? static_cast<uint32_t>(msec) : 0, false);
+  }
+  TARVIK_EXTEND_TRACE("result: %d, id: %d", status, static_cast<int>(id));
+  TARVIK_EXTEND_UNLOCK();
+  return status;
+}
+
+}  // extern "C"
+
+// The pass-through senders differ only in the function name their lines carry, so they share
+// this body rather than a helper function.
+#define TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len)                            \
+  do {                                                                                             \
+    TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);        \
+    tarvik_extend_qmi_init_do();                                                                   \
+    int status_;                                                                                   \
+    if (client_handle == nullptr) {                                                                \
+      TARVIK_LOGE("client_handle is NULL");                                                        \
+      status_ = TARVIK_EXTEND_QMI_ENOCLIENT;                                                       \
+    } else {                                                                                       \
+      status_ = tarvik_qmi_send_msg_sync(static_cast<int>(msg_id), req, static_cast<int>(req_len), \
+                                         resp, static_cast<int>(resp_len), kDefaultTimeoutMs);     \
+      TARVIK_LOGD(                                                                                 \
+          "tarvik_qmi_send_msg_sync, msg_id = %d, length = %d, res_len = %d, "                     \
+          "result = %d",                                                                           \
+          static_cast<int>(msg_id), static_cast<int>(req_len), static_cast<int>(resp_len),         \
+          status_);                                                                                \
+      if (status_ != TARVIK_EXTEND_QMI_OK) {                                                       \
+        TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");                                            \
+      }                                                                                            \
+    }                                                                                              \
+    TARVIK_EXTEND_TRACE("result: %d, msg_id: %d", status_, static_cast<int>(msg_id));              \
+    TARVIK_EXTEND_UNLOCK();                                                                        \
+    return status_;                                                                                \
+  } while (0)
+
+extern "C" {
+
+int tarvik_extend_qmi_self_study_send_sync(uint32_t msg_id, void *req, uint32_t req_len, void *resp,
+                                           uint32_t resp_len) {
+  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+}
+
+int tarvik_extend_qmi_wechat_send_sync(uint32_t msg_id, void *req, uint32_t req_len, void *resp,
+                                       uint32_t resp_len) {
+  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+}
+
+int tarvik_extend_qmi_base_model_send_sync(int msg_id, void *req, int req_len, void *resp,
+                                           int resp_len) {
+  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Registration and indications
+// ---------------------------------------------------------------------------------------------
+
+int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handler,
+                               uint32_t ind_flag) {
+  TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);
+  tarvik_extend_qmi_init_do();
+  int status = TARVIK_EXTEND_QMI_OK;
+  if (event < 0 || event > TARVIK_EXTEND_QMI_MAX_EVENT) {
+    TARVIK_LOGE("event is invalid, event = %d", event);
+    status = TARVIK_EXTEND_QMI_EINVAL;
+  } else if (g_event_handlers[event].load(std::memory_order_acquire) != nullptr) {
+    status = TARVIK_EXTEND_QMI_EREGISTERED;
+  } else {
+    // Installed before asking the modem, and kept whatever the modem says.
+    g_event_handlers[event].store(handler, std::memory_order_release);
+    if (client_handle == nullptr) {
+      TARVIK_LOGE("client_handle is NULL");
+      status = TARVIK_EXTEND_QMI_ENOCLIENT;
+    } else {
+      memset(&g_reg_req, 0, sizeof(g_reg_req));
+      memset(&g_reg_resp, 0, sizeof(g_reg_resp));
+      g_reg_req.id = static_cast<uint32_t>(event);
+      g_reg_req.data_len = 2;
+      g_reg_req.data_valid = 1;
+      g_reg_req.data[0] = 1;
+      g_reg_req.data[1] = ind_flag != 0 ? 1 : 0;
+      const int sent =
+          tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
+                                   &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+      TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, ind_flag = %d, result = %d", event,
+                  static_cast<int>(ind_flag), sent);
+      if (sent != TARVIK_EXTEND_QMI_OK) {
+        TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
+        status = sent;
+      } else if (g_reg_resp.result != 0) {
+        TARVIK_LOGE("%d QMI service framework error. Check client",
+                    static_cast<int>(g_reg_resp.result));
+        status = TARVIK_EXTEND_QMI_EFAIL;
+      }
+    }
+  }
+  TARVIK_EXTEND_TRACE("result: %d, event: %d, ind_flag: %d", status, event,
+                      static_cast<int>(ind_flag));
+  TARVIK_EXTEND_UNLOCK();
+  return status;
+}
+
+int tarvik_extend_qmi_deregister(uint32_t event) {
+  TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);
+  tarvik_extend_qmi_init_do();
+  int status = TARVIK_EXTEND_QMI_OK;
+  if (!inited) {
+    TARVIK_EXTEND_TRACE("no init, do nothing");
+    status = TARVIK_EXTEND_QMI_ENOTOPEN;
+  } else if (event > static_cast<uint32_t>(TARVIK_EXTEND_QMI_MAX_EVENT)) {
+    TARVIK_LOGE("event is invalid, event = %d", static_cast<int>(event));
+    status = TARVIK_EXTEND_QMI_EINVAL;
+  } else if (client_handle == nullptr) {
+    TARVIK_LOGE("client_handle is NULL");
+    status = TARVIK_EXTEND_QMI_ENOCLIENT;
+  } else {
+    memset(&g_reg_req, 0, sizeof(g_reg_req));
+    memset(&g_reg_resp, 0, sizeof(g_reg_resp));
+    g_reg_req.id = event;
+    g_reg_req.data_len = 1;
+    g_reg_req.data_valid = 1;
+    g_reg_req.data[0] = 0;
+    const int sent =
+        tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
+                                 &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+    TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, result = %d", static_cast<int>(event), sent);
+    if (sent != TARVIK_EXTEND_QMI_OK) {
+      TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
+      status = sent;
+    } else if (g_reg_resp.result != 0) {
+      TARVIK_LOGE("%d QMI service framework error. Check client",
+                  static_cast<int>(g_reg_resp.result));
+      status = TARVIK_EXTEND_QMI_EFAIL;
+    } else {
+      g_event_handlers[event].store(nullptr, std::memory_order_release);
+    }
+  }
+  TARVIK_EXTEND_TRACE("result: %d, event: %d", status, static_cast<int>(event));
+  TARVIK_EXTEND_UNLOCK();
+  return status;
+}
+
+int tarvik_extend_qmi_self_study_register(tarvik_extend_qmi_ind_handler_t cb) {
+  g_self_study_cb.store(cb, std::memory_order_release);
+  return 1;
+}
+
+int tarvik_extend_qmi_wechat_register(tarvik_extend_qmi_ind_handler_t cb) {
+  g_wechat_cb.store(cb, std::memory_order_release);
+  return cb != nullptr;
+}
+
+bool tarvik_extend_qmi_base_model_register(tarvik_extend_qmi_ind_handler_t cb) {
+  g_base_model_cb.store(cb, std::memory_order_release);
+  return cb != nullptr;
+}
+
+}  // extern "C"
+
+namespace {
+
+// Where each indication other than the generic event goes, and the size of its record.
+struct IndRoute {
+  unsigned int msg_id;
+  unsigned int record_size;
+  std::atomic<tarvik_extend_qmi_ind_handler_t> *callback;
+};
+
+const IndRoute kIndRoutes[] = {
+    {TARVIK_EXTEND_QMI_SELF_STUDY_TABLE_IND_V01,
+     sizeof(tarvik_extend_qmi_self_study_table_ind_msg_v01), &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_SELF_STUDY_GROUP_IND_V01,
+     sizeof(tarvik_extend_qmi_self_study_group_ind_msg_v01), &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_SELF_STUDY_STATE_IND_V01, sizeof(tarvik_extend_qmi_pair_msg_v01),
+     &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_SELF_STUDY_ENTRY_IND_V01,
+     sizeof(tarvik_extend_qmi_self_study_entry_ind_msg_v01), &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_SELF_STUDY_HISTORY_IND_V01,
+     sizeof(tarvik_extend_qmi_self_study_history_ind_msg_v01), &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_SELF_STUDY_COUNTERS_IND_V01,
+     sizeof(tarvik_extend_qmi_self_study_counters_ind_msg_v01), &g_self_study_cb},
+    {TARVIK_EXTEND_QMI_WECHAT_IND_V01, sizeof(tarvik_extend_qmi_wechat_ind_msg_v01), &g_wechat_cb},
+    {TARVIK_EXTEND_QMI_BASE_MODEL_REASON_IND_V01,
+     sizeof(tarvik_extend_qmi_base_model_reason_ind_msg_v01), &g_base_model_cb},
+    {TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, sizeof(tarvik_extend_qmi_base_model_scene_msg_v01),
+     &g_base_model_cb},
+};
+
+// Big enough and aligned for every indication record.
+union IndRecord {
+  tarvik_extend_qmi_ind_msg_v01 event;
+  tarvik_extend_qmi_self_study_table_ind_msg_v01 table;
+  tarvik_extend_qmi_self_study_group_ind_msg_v01 group;
+  tarvik_extend_qmi_self_study_history_ind_msg_v01 history;
+};
+
+}  // namespace
+
+extern "C" void tarvik_extend_qmi_ind_cb(qmi_client_type user_handle, unsigned int msg_id,
+                                         void *ind_buf, unsigned int ind_buf_len,
+                                         void * /*ind_cb_data*/) {
+  IndRecord record;
+  if (msg_id == TARVIK_EXTEND_QMI_EVENT_MSG_V01) {
+    memset(&record.event, 0, sizeof(record.event));
+    if (qmi_client_message_decode(user_handle, QMI_IDL_INDICATION, msg_id, ind_buf, ind_buf_len,
+                                  &record.event, sizeof(record.event)) != QMI_NO_ERR) {
+      return;
+    }
+    const uint32_t ind = record.event.ind;
+    TARVIK_EXTEND_TRACE("msg_id: 0x%x, buf_len: %d, ind.ind: %d", msg_id,
+                        static_cast<int>(ind_buf_len), static_cast<int>(ind));
+    if (ind >= static_cast<uint32_t>(kEventSlots)) {
+      TARVIK_EXTEND_TRACE("Indicaion: %d greater than maximum known indication.",
+                          static_cast<int>(ind));
+      return;
+    }
+    const tarvik_extend_qmi_ind_handler_t handler =
+        g_event_handlers[ind].load(std::memory_order_acquire);
+    if (handler == nullptr) {
+      TARVIK_EXTEND_TRACE("No function defined to handle indication: %d", static_cast<int>(ind));
+      return;
+    }
+    // The decoder never sets data_len beyond what the sender claimed; bound it by the array.
+    const uint32_t len = record.event.data_valid ? record.event.data_len : 0;
+    handler(static_cast<int>(ind), record.event.data,
+            static_cast<int>(
+                len < TARVIK_EXTEND_QMI_DATA_MAX_V01 ? len : TARVIK_EXTEND_QMI_DATA_MAX_V01));
+    return;
+  }
+  for (const IndRoute &route : kIndRoutes) {
+    if (route.msg_id != msg_id) {
+      continue;
+    }
+    memset(&record, 0, route.record_size);
+    if (qmi_client_message_decode(user_handle, QMI_IDL_INDICATION, msg_id, ind_buf, ind_buf_len,
+                                  &record, route.record_size) != QMI_NO_ERR) {
+      return;
+    }
+    const tarvik_extend_qmi_ind_handler_t cb = route.callback->load(std::memory_order_acquire);
+    if (cb != nullptr) {
+      cb(static_cast<int>(msg_id), &record, static_cast<int>(route.record_size));
+    }
+    return;
+  }
+}
