@@ -1,0 +1,186 @@
+// Base model requests: messages 0x0E to 0x14 of the extend service, records on the caller's
+// stack. Every line here is at debug level, the failures included.
+#include "tarvik_base_model.h"
+
+#include <string.h>
+
+#include "tarvik_extend_api.h"
+#include "tarvik_utils_cmn.h"
+
+namespace {
+
+constexpr uint32_t kNullCfg = 1;
+constexpr uint32_t kBadCfgLen = 2;
+constexpr uint32_t kNullRsp = 3;
+constexpr uint32_t kTooSmall = 4;
+
+template <typename Req, typename Rsp>
+int Exchange(uint32_t msg_id, Req *req, Rsp *rsp) {
+  return tarvik_extend_qmi_base_model_send_sync(static_cast<int>(msg_id), req,
+                                                static_cast<int>(sizeof(Req)), rsp,
+                                                static_cast<int>(sizeof(Rsp)));
+}
+
+// Appends one list of the reason answer; false (and the caller returns 4) when its count is
+// beyond what the list can hold.
+bool AppendList(uint32_t count, const uint32_t (&values)[TARVIK_BASE_MODEL_LIST_MAX],
+                uint32_t *data_rsp, uint32_t *p_rsp_len) {
+  if (count > TARVIK_BASE_MODEL_LIST_MAX) {
+    return false;
+  }
+  memcpy(data_rsp + *p_rsp_len, values, count * sizeof(uint32_t));
+  *p_rsp_len += count;
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_cfg(const uint32_t *cfg, uint32_t cfg_len) {
+  TARVIK_LOGD("tarvik_base_model_set_modem_cfg, cfg_len = %d", cfg_len);
+  if (cfg == nullptr) {
+    TARVIK_LOGD("cfg is null");
+    return kNullCfg;
+  }
+  if (cfg_len == 0 || cfg_len > TARVIK_BASE_MODEL_CFG_MAX) {
+    TARVIK_LOGD("cfg_len is invalid");
+    return kBadCfgLen;
+  }
+  tarvik_extend_qmi_base_model_set_cfg_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  req.cfg_len = cfg_len;
+  memcpy(req.cfg, cfg, cfg_len * sizeof(uint32_t));
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_CFG_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_set_modem_cfg, qmi_result = %d", qmi_result);
+  return rsp.result;
+}
+
+TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_model_detection_switch(uint8_t enabled) {
+  TARVIK_LOGD("tarvik_base_model_set_modem_model_detection_switch, enabled = %d", enabled);
+  tarvik_extend_qmi_base_model_set_detection_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  req.enabled = enabled;
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_DETECTION_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_set_modem_model_detection_switch, qmi_result = %d", qmi_result);
+  return rsp.result;
+}
+
+TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_event_ind_switch(uint32_t event,
+                                                                    uint8_t is_register) {
+  TARVIK_LOGD("tarvik_base_model_set_modem_event_ind_switch, event = %d, is_register = %d", event,
+              is_register);
+  tarvik_extend_qmi_base_model_set_event_ind_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  req.event = event;
+  req.is_register = is_register;
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_EVENT_IND_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_set_modem_event_ind_switch, qmi_result = %d", qmi_result);
+  return rsp.result;
+}
+
+TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, uint32_t *p_rsp_len) {
+  TARVIK_LOGD("tarvik_base_model_get_modem_reason, p_rsp_len = %d",
+              p_rsp_len != nullptr ? *p_rsp_len : 0);
+  if (data_rsp == nullptr) {
+    TARVIK_LOGD("data_rsp is null");
+    return kNullRsp;
+  }
+  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_REASON_CAPACITY) {
+    TARVIK_LOGD("*p_rsp_len is too small");
+    return kTooSmall;
+  }
+  tarvik_extend_qmi_base_model_get_reason_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_get_reason_resp_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_get_modem_reason, qmi_result = %d", qmi_result);
+  if (rsp.result != 0) {
+    return rsp.result;
+  }
+  *p_rsp_len = 0;
+  if (!AppendList(rsp.arfcn_len, rsp.arfcn, data_rsp, p_rsp_len)) {
+    TARVIK_LOGD("rsp.arfcn_len is too large");
+    return kTooSmall;
+  }
+  TARVIK_LOGD("rsp.arfcn[0] = %d", rsp.arfcn[0]);
+  if (!AppendList(rsp.pci_len, rsp.pci, data_rsp, p_rsp_len)) {
+    TARVIK_LOGD("rsp.pci_len is too large");
+    return kTooSmall;
+  }
+  TARVIK_LOGD("rsp.pci[0] = %d", rsp.pci[0]);
+  if (!AppendList(rsp.reason_bitmask_len, rsp.reason_bitmask, data_rsp, p_rsp_len)) {
+    TARVIK_LOGD("rsp.reason_bitmask_len is too large");
+    return kTooSmall;
+  }
+  if (!AppendList(rsp.reason_bitmask_ext_len, rsp.reason_bitmask_ext, data_rsp, p_rsp_len)) {
+    TARVIK_LOGD("rsp.reason_bitmask_ext_len is too large");
+    return kTooSmall;
+  }
+  return 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uint32_t *p_rsp_len) {
+  TARVIK_LOGD("tarvik_base_model_get_modem_scene, p_rsp_len = %d",
+              p_rsp_len != nullptr ? *p_rsp_len : 0);
+  if (data_rsp == nullptr) {
+    TARVIK_LOGD("data_rsp is null");
+    return kNullRsp;
+  }
+  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_SCENE_CAPACITY) {
+    TARVIK_LOGD("*p_rsp_len is too small");
+    return kTooSmall;
+  }
+  tarvik_extend_qmi_empty_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_scene_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_get_modem_scene, qmi_result = %d", qmi_result);
+  if (rsp.result != 0) {
+    return rsp.result;
+  }
+  data_rsp[0] = rsp.scene_bitmask;
+  data_rsp[1] = rsp.scene_bitmask_ext;
+  *p_rsp_len = 2;
+  TARVIK_LOGD("rsp.scene_bitmask = %d, rsp.scene_bitmask_ext = %d, p_rsp_len = %d",
+              rsp.scene_bitmask, rsp.scene_bitmask_ext, *p_rsp_len);
+  return 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_base_model_get_dds_assistant_info(uint32_t *data_rsp,
+                                                                uint32_t *p_rsp_len) {
+  TARVIK_LOGD("tarvik_base_model_get_dds_assistant_info, p_rsp_len = %d",
+              p_rsp_len != nullptr ? *p_rsp_len : 0);
+  if (data_rsp == nullptr) {
+    TARVIK_LOGD("data_rsp is null");
+    return kNullRsp;
+  }
+  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_DDS_CAPACITY) {
+    TARVIK_LOGD("*p_rsp_len is too small");
+    return kTooSmall;
+  }
+  tarvik_extend_qmi_empty_req_msg_v01 req;
+  tarvik_extend_qmi_base_model_get_dds_info_resp_msg_v01 rsp;
+  memset(&req, 0, sizeof(req));
+  memset(&rsp, 0, sizeof(rsp));
+  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_GET_DDS_INFO_MSG_V01, &req, &rsp);
+  TARVIK_LOGD("tarvik_base_model_get_dds_assistant_info, qmi_result = %d", qmi_result);
+  if (rsp.result != 0) {
+    return rsp.result;
+  }
+  static_assert(sizeof(rsp.info) == TARVIK_BASE_MODEL_DDS_WORDS * sizeof(uint32_t),
+                "DDS assistant record");
+  memcpy(data_rsp, &rsp.info, sizeof(rsp.info));
+  *p_rsp_len = TARVIK_BASE_MODEL_DDS_WORDS;
+  return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,686 @@
+// NV items and modem files over REQUEST_ID_NVEFS and REQUEST_ID_NV_ITEM.
+//
+// Each validated operation runs from its lock to its unlock in one do/while(0) block so that
+// every refusal and every failure leaves through the same unlock; log lines stay in the
+// exported function so that they carry its name.
+#include "tarvik_extend_nvefs.h"
+
+#include <pthread.h>
+#include <stddef.h>
+#include <string.h>
+
+#include "tarvik_extend_api.h"
+#include "tarvik_utils_cmn.h"
+
+static_assert(sizeof(tarvik_nvefs_req_t) == TARVIK_NVEFS_REQ_SIZE, "NVEFS request layout");
+static_assert(offsetof(tarvik_nvefs_req_t, len_all) == 108, "NVEFS request layout");
+static_assert(offsetof(tarvik_nvefs_req_t, data) == 120, "NVEFS request layout");
+static_assert(sizeof(tarvik_nvefs_rsp_t) == TARVIK_NVEFS_RSP_SIZE, "NVEFS response layout");
+static_assert(offsetof(tarvik_nvefs_rsp_t, result) == 16, "NVEFS response layout");
+
+namespace {
+
+pthread_mutex_t g_nv_lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_efs_lock = PTHREAD_MUTEX_INITIALIZER;
+
+constexpr uint32_t kEfsReadStopAbove = TARVIK_EFS_FILE_MAX - 1;  // 102409
+constexpr int kBackupTimeoutMs = 10000;
+constexpr int kRestoreTimeoutMs = 60000;
+constexpr int kGoldenCopyTimeoutMs = 10000;
+constexpr uint32_t kReadPathCopy = 101;  // local copy of a read path
+constexpr uint32_t kReadPathTerminator = 99;
+
+// Bytes of response data that actually arrived, given the length the channel copied.
+uint32_t ReceivedData(uint32_t rsp_len, size_t data_offset, uint32_t data_max) {
+  if (rsp_len <= data_offset) {
+    return 0;
+  }
+  const uint32_t held = rsp_len - static_cast<uint32_t>(data_offset);
+  return held < data_max ? held : data_max;
+}
+
+uint32_t Min(uint32_t a, uint32_t b) {
+  return a < b ? a : b;
+}
+
+void ZeroNvefs(tarvik_nvefs_req_t *req, tarvik_nvefs_rsp_t *rsp) {
+  memset(req, 0, sizeof(*req));
+  memset(rsp, 0, sizeof(*rsp));
+}
+
+// One NVEFS exchange; returns the mapped channel status. *rsp_len is the length copied.
+int ExchangeNvefs(tarvik_nvefs_req_t *req, tarvik_nvefs_rsp_t *rsp, uint32_t *rsp_len) {
+  memset(rsp, 0, sizeof(*rsp));
+  *rsp_len = TARVIK_NVEFS_RSP_SIZE;
+  return tarvik_qmi_result_map(
+      tarvik_extend_qmi_send_sync(REQUEST_ID_NVEFS, req, TARVIK_NVEFS_REQ_SIZE, rsp, rsp_len));
+}
+
+// One raw NV item exchange, optionally through the long-process channel.
+int ExchangeNvItem(tarvik_nv_item_req_t *req, tarvik_nv_item_rsp_t *rsp, uint32_t *rsp_len,
+                   int long_msec) {
+  memset(rsp, 0, sizeof(*rsp));
+  *rsp_len = TARVIK_NV_ITEM_RSP_SIZE;
+  if (long_msec > 0) {
+    return tarvik_extend_qmi_send_sync_long_process(
+        REQUEST_ID_NV_ITEM, req, TARVIK_NV_ITEM_REQ_SIZE, rsp, rsp_len, long_msec);
+  }
+  return tarvik_extend_qmi_send_sync(REQUEST_ID_NV_ITEM, req, TARVIK_NV_ITEM_REQ_SIZE, rsp,
+                                     rsp_len);
+}
+
+uint32_t RawNvItemOp(uint32_t op, uint32_t arg1, int long_msec) {
+  tarvik_nv_item_req_t req;
+  tarvik_nv_item_rsp_t rsp;
+  memset(&req, 0, sizeof(req));
+  req.op = op;
+  req.arg1 = arg1;
+  uint32_t rsp_len = 0;
+  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, long_msec);
+  return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
+}
+
+// Checks of one (subscription, path, length) triple. On failure returns the status and points
+// *msg at the line to log; the texts differ between the source and target of compare/copy.
+struct PathTexts {
+  const char *sub;
+  const char *null_path;
+  const char *bad_len;
+};
+constexpr PathTexts kPathTexts{"sub invalid", "efs_path is null", "len invalid"};
+constexpr PathTexts kSrcTexts{"sub_id_src invalid", "efs_path_src is null", "path_len_src invalid"};
+constexpr PathTexts kTgtTexts{"sub_id_tgt invalid", "efs_path_tgt is null", "path_len_tgt invalid"};
+
+int CheckPath(uint32_t sub, const void *path, uint32_t len, uint32_t max_len,
+              const PathTexts &texts, const char **msg) {
+  if (!tarvik_check_sub_id(sub)) {
+    *msg = texts.sub;
+    return TARVIK_FEAT_ERR_SUB_INVALID;
+  }
+  if (path == nullptr) {
+    *msg = texts.null_path;
+    return TARVIK_FEAT_ERR_PATH_NULL;
+  }
+  if (len == 0 || len > max_len) {
+    *msg = texts.bad_len;
+    return TARVIK_FEAT_ERR_PATH_LEN;
+  }
+  return 0;
+}
+
+// Fills operation, subscription and the first path; keeps a terminated copy for the log.
+void FillPath(tarvik_nvefs_req_t *req, uint32_t op, uint32_t sub, const void *path, uint32_t len,
+              char (&shown)[TARVIK_NVEFS_PATH_FIELD]) {
+  memset(shown, 0, sizeof(shown));
+  memcpy(shown, path, Min(len, TARVIK_EFS_PATH_MAX));
+  req->op = static_cast<uint8_t>(op);
+  req->sub = static_cast<uint8_t>(sub);
+  req->path_len = static_cast<uint8_t>(len);
+  memcpy(req->path, shown, Min(len, TARVIK_NVEFS_PATH_FIELD));
+}
+
+}  // namespace
+
+// The verdict of a one-shot NVEFS exchange, logged under the caller's name: a failed channel
+// first, then the modem's refusal, else success.
+#define NVEFS_VERDICT(result, mapped, rsp, sub, fail_text)                      \
+  do {                                                                          \
+    TARVIK_LOGD_SUB(sub, "result = %d, rsp.result = %d", mapped, (rsp).result); \
+    if ((mapped) != 0) {                                                        \
+      TARVIK_LOGD_SUB(sub, "%s", fail_text);                                    \
+      (result) = (mapped);                                                      \
+    } else if ((rsp).result != 0) {                                             \
+      TARVIK_LOGD_SUB(sub, "qmi response fail");                                \
+      (result) = (rsp).result;                                                  \
+    } else {                                                                    \
+      (result) = 0;                                                             \
+    }                                                                           \
+  } while (0)
+
+extern "C" {
+
+// ---------------------------------------------------------------------------------------------
+// NV items, validated path
+// ---------------------------------------------------------------------------------------------
+
+TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uint32_t *buf_len) {
+  TARVIK_LOG_ENTRY();
+  pthread_mutex_lock(&g_nv_lock);
+  int result = 0;
+  do {
+    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_read, sub_id %d, nv_id: %d", sub_id, nv_id);
+    if (sub_id >= 2) {
+      if (sub_id == 2 && nv_id == TARVIK_NV_SUB2_ITEM) {
+        TARVIK_LOGD_SUB(sub_id, "sub cust case for tt");
+      } else {
+        TARVIK_LOGD_SUB(sub_id, "sub invalid");
+        result = TARVIK_FEAT_ERR_SUB_INVALID;
+        break;
+      }
+    } else if (nv_id > TARVIK_NV_ID_MAX) {
+      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
+      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
+      break;
+    }
+    if (buf == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "buf is null");
+      result = TARVIK_FEAT_ERR_BUF_NULL;
+      break;
+    }
+    if (buf_len == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    const uint32_t capacity = *buf_len;
+    TARVIK_LOGD_SUB(sub_id, "buf_len: %d", capacity);
+    if (capacity == 0) {
+      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    req.op = NVEFS_OP_NV_READ;
+    req.sub = static_cast<uint8_t>(sub_id);
+    req.item = static_cast<uint16_t>(nv_id);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
+    if (mapped != 0) {
+      TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail");
+      result = mapped;
+      break;
+    }
+    if (rsp.result != 0) {
+      TARVIK_LOGD_SUB(sub_id, "qmi response fail");
+      result = rsp.result;
+      break;
+    }
+    TARVIK_LOGD_SUB(sub_id, "rsp.data_len_all = %d", rsp.data_len_all);
+    if (rsp.data_len_all == 0) {
+      TARVIK_LOGD_SUB(sub_id, "rsp.data_len_all is invalid");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    // A claim beyond the bytes that arrived is cut to them.
+    const uint32_t item_len =
+        Min(rsp.data_len_all,
+            ReceivedData(rsp_len, offsetof(tarvik_nvefs_rsp_t, data), TARVIK_NVEFS_DATA_MAX));
+    if (capacity <= item_len) {
+      memcpy(buf, rsp.data, capacity);
+    } else {
+      *buf_len = item_len;
+      memcpy(buf, rsp.data, item_len);
+    }
+  } while (0);
+  pthread_mutex_unlock(&g_nv_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void *buf,
+                                     uint32_t buf_len) {
+  TARVIK_LOG_ENTRY();
+  pthread_mutex_lock(&g_nv_lock);
+  int result = 0;
+  do {
+    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_write, sub_id %d, nv_id: %d, buf_len: %d", sub_id, nv_id,
+                    buf_len);
+    if (sub_id >= 2) {
+      TARVIK_LOGD_SUB(sub_id, "sub invalid");
+      result = TARVIK_FEAT_ERR_SUB_INVALID;
+      break;
+    }
+    if (nv_id > TARVIK_NV_ID_MAX) {
+      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
+      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
+      break;
+    }
+    if (buf == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "buf is null");
+      result = TARVIK_FEAT_ERR_BUF_NULL;
+      break;
+    }
+    if (buf_len == 0 || buf_len > TARVIK_NVEFS_DATA_MAX) {
+      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    req.op = NVEFS_OP_NV_WRITE;
+    req.sub = static_cast<uint8_t>(sub_id);
+    req.item = static_cast<uint16_t>(nv_id);
+    req.len_all = buf_len;
+    memcpy(req.data, buf, buf_len);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+  } while (0);
+  pthread_mutex_unlock(&g_nv_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+TARVIK_EXPORT int tarvik_nv_delete(uint32_t sub_id, uint32_t nv_id) {
+  TARVIK_LOG_ENTRY();
+  pthread_mutex_lock(&g_nv_lock);
+  int result = 0;
+  do {
+    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
+    if (sub_id >= 2) {
+      TARVIK_LOGD_SUB(sub_id, "sub invalid");
+      result = TARVIK_FEAT_ERR_SUB_INVALID;
+      break;
+    }
+    if (nv_id > TARVIK_NV_ID_MAX) {
+      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
+      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    req.op = NVEFS_OP_NV_DELETE;
+    req.sub = static_cast<uint8_t>(sub_id);
+    req.item = static_cast<uint16_t>(nv_id);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+  } while (0);
+  pthread_mutex_unlock(&g_nv_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// NV items, raw path
+// ---------------------------------------------------------------------------------------------
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_read_item(uint32_t arg1, uint32_t arg2, void *buf,
+                                                  int *buf_len) {
+  if (buf == nullptr || buf_len == nullptr) {
+    return TARVIK_NV_ITEM_ERR_NO_FIT;
+  }
+  tarvik_nv_item_req_t req;
+  tarvik_nv_item_rsp_t rsp;
+  memset(&req, 0, sizeof(req));
+  req.op = NV_ITEM_OP_READ;
+  req.arg1 = arg1;
+  req.arg2 = arg2;
+  uint32_t rsp_len = 0;
+  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, 0);
+  if (status != 0 || rsp.result != 0) {
+    *buf_len = 0;
+    return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
+  }
+  const uint32_t data_len =
+      Min(rsp.data_len,
+          ReceivedData(rsp_len, offsetof(tarvik_nv_item_rsp_t, data), TARVIK_NV_ITEM_PAYLOAD_MAX));
+  const uint32_t capacity = *buf_len > 0 ? static_cast<uint32_t>(*buf_len) : 0;
+  const uint32_t n = Min(capacity, data_len);
+  *buf_len = static_cast<int>(n);
+  memcpy(buf, rsp.data, n);
+  return capacity < data_len ? TARVIK_NV_ITEM_ERR_NO_FIT : 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_write_item(uint32_t arg1, uint32_t arg2,
+                                                   const uint8_t *data, int len) {
+  if (len < 0 || static_cast<uint32_t>(len) > TARVIK_NV_ITEM_PAYLOAD_MAX ||
+      (len > 0 && data == nullptr)) {
+    return TARVIK_NV_ITEM_ERR_NO_FIT;
+  }
+  tarvik_nv_item_req_t req;
+  tarvik_nv_item_rsp_t rsp;
+  memset(&req, 0, sizeof(req));
+  req.op = NV_ITEM_OP_WRITE;
+  req.arg1 = arg1;
+  req.arg2 = arg2;
+  req.len = static_cast<uint32_t>(len);
+  if (len > 0) {
+    memcpy(req.payload, data, static_cast<size_t>(len));
+  }
+  uint32_t rsp_len = 0;
+  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, 0);
+  return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
+}
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_delete(uint32_t arg1) {
+  return RawNvItemOp(NV_ITEM_OP_DELETE, arg1, 0);
+}
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_backup(uint32_t arg1) {
+  return RawNvItemOp(NV_ITEM_OP_BACKUP, arg1, kBackupTimeoutMs);
+}
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_restore(uint32_t arg1) {
+  return RawNvItemOp(NV_ITEM_OP_RESTORE, arg1, kRestoreTimeoutMs);
+}
+
+TARVIK_EXPORT uint32_t tarvik_extend_nv_goldencopy(void) {
+  return RawNvItemOp(NV_ITEM_OP_GOLDENCOPY, 0, kGoldenCopyTimeoutMs);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Modem files
+// ---------------------------------------------------------------------------------------------
+
+TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_t path_len,
+                                  void *buf, uint32_t *buf_len) {
+  TARVIK_LOG_ENTRY();
+  TARVIK_LOGD_SUB(sub_id, "tarvik_efs_read, sub_id %d, path_len: %d", sub_id, path_len);
+  pthread_mutex_lock(&g_efs_lock);
+  int result = 0;
+  do {
+    const char *msg = nullptr;
+    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX, kPathTexts, &msg);
+    if (result != 0) {
+      TARVIK_LOGD_SUB(sub_id, "%s", msg);
+      break;
+    }
+    if (buf == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "buf is null");
+      result = TARVIK_FEAT_ERR_BUF_NULL;
+      break;
+    }
+    if (buf_len == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    const uint32_t capacity = *buf_len;
+    TARVIK_LOGD_SUB(sub_id, "buf_len: %d", capacity);
+    if (capacity == 0) {
+      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    // A read path may use all 100 bytes; its 100th byte goes out as a terminator.
+    char local[kReadPathCopy];
+    memset(local, 0, sizeof(local));
+    memcpy(local, efs_path, path_len);
+    local[kReadPathTerminator] = '\0';
+    TARVIK_LOGD_SUB(sub_id, "path_value: %s", local);
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    req.op = NVEFS_OP_EFS_READ;
+    req.sub = static_cast<uint8_t>(sub_id);
+    req.path_len = static_cast<uint8_t>(path_len);
+    memcpy(req.path, local, path_len);
+    uint8_t *out = static_cast<uint8_t *>(buf);
+    uint32_t offset = 0;
+    for (uint32_t count = 0;; ++count) {
+      req.len_cur = offset;
+      uint32_t rsp_len = 0;
+      const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
+      if (mapped != 0) {
+        TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail, ABORT");
+        result = mapped;
+        break;
+      }
+      if (rsp.result != 0) {
+        TARVIK_LOGD_SUB(sub_id, "qmi response fail");
+        result = rsp.result;
+        break;
+      }
+      const uint32_t all = rsp.data_len_all;
+      // A chunk that claims more than arrived is cut; the next request asks from what we have.
+      const uint32_t send =
+          Min(rsp.data_len_send,
+              ReceivedData(rsp_len, offsetof(tarvik_nvefs_rsp_t, data), TARVIK_NVEFS_DATA_MAX));
+      const uint64_t recv = static_cast<uint64_t>(offset) + send;
+      TARVIK_LOGD_SUB(sub_id,
+                      "data_len_all = %d, data_len_send = %d, data_len_recv = %d, read_count = "
+                      "%d, data_len_cur = %d",
+                      all, send, static_cast<uint32_t>(recv), count + 1, req.len_cur);
+      if (send == 0) {
+        TARVIK_LOGD_SUB(sub_id, "abort, data_len_send <= 0");
+        result = TARVIK_FEAT_ERR_LEN_INVALID;
+        break;
+      }
+      if (capacity > recv) {
+        *buf_len = static_cast<uint32_t>(recv);
+        memcpy(out + offset, rsp.data, send);
+        offset = static_cast<uint32_t>(recv);
+        if (all <= recv || recv > kEfsReadStopAbove || count + 1 >= TARVIK_EFS_MAX_REQUESTS) {
+          result = 0;
+          break;
+        }
+        continue;
+      }
+      // This chunk does not fit: fill what is left of the buffer and stop.
+      if (capacity > offset) {
+        memcpy(out + offset, rsp.data, capacity - offset);
+        TARVIK_LOGD_SUB(sub_id, "abort, buf_len <= data_len_recv");
+      } else {
+        TARVIK_LOGD_SUB(sub_id, "errro, abort, buf_len <= req.data_len_cur");
+      }
+      result = 0;
+      break;
+    }
+  } while (0);
+  pthread_mutex_unlock(&g_efs_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32_t path_len,
+                                   const void *buf, uint32_t buf_len) {
+  TARVIK_LOG_ENTRY();
+  TARVIK_LOGD_SUB(sub_id, "tarvik_efs_write, sub_id %d, path_len: %d, buf_len: %d", sub_id,
+                  path_len, buf_len);
+  pthread_mutex_lock(&g_efs_lock);
+  int result = 0;
+  do {
+    const char *msg = nullptr;
+    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts, &msg);
+    if (result != 0) {
+      TARVIK_LOGD_SUB(sub_id, "%s", msg);
+      break;
+    }
+    if (buf == nullptr) {
+      TARVIK_LOGD_SUB(sub_id, "buf is null");
+      result = TARVIK_FEAT_ERR_BUF_NULL;
+      break;
+    }
+    if (buf_len == 0 || buf_len > TARVIK_EFS_FILE_MAX) {
+      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+      result = TARVIK_FEAT_ERR_LEN_INVALID;
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    char shown[TARVIK_NVEFS_PATH_FIELD];
+    FillPath(&req, NVEFS_OP_EFS_WRITE, sub_id, efs_path, path_len, shown);
+    TARVIK_LOGD_SUB(sub_id, "path_value: %s", shown);
+    req.item = TARVIK_EFS_FIRST_INS_ID;
+    req.len_all = buf_len;
+    const uint8_t *in = static_cast<const uint8_t *>(buf);
+    uint32_t offset = 0;
+    for (uint32_t count = 0;; ++count) {
+      req.len_cur = offset;
+      const uint32_t left = buf_len - offset;
+      const uint32_t chunk = Min(left, TARVIK_EFS_CHUNK);
+      TARVIK_LOGD_SUB(sub_id, "left_num(%d)", left);
+      TARVIK_LOGD_SUB(sub_id, "send_num(%d)", chunk);
+      req.len_send = chunk;
+      memcpy(req.data, in + offset, chunk);
+      memset(req.data + chunk, 0, sizeof(req.data) - chunk);
+      uint32_t rsp_len = 0;
+      const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
+      if (mapped != 0) {
+        TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail");
+        result = mapped;
+        break;
+      }
+      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d, ins_id = %d", mapped, rsp.result,
+                      rsp.ins_id);
+      if (rsp.result < 0) {
+        TARVIK_LOGD_SUB(sub_id, "qmi response fail");
+        result = rsp.result;
+        break;
+      }
+      offset += chunk;
+      req.item = rsp.ins_id;
+      TARVIK_LOGD_SUB(sub_id,
+                      "data_len_all = %d, data_len_send = %d, data_len_recv = %d, send_count = "
+                      "%d, data_len_cur = %d",
+                      buf_len, chunk, offset, count + 1, req.len_cur);
+      if (offset >= buf_len || count + 1 >= TARVIK_EFS_MAX_REQUESTS) {
+        result = 0;
+        break;
+      }
+    }
+  } while (0);
+  pthread_mutex_unlock(&g_efs_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+namespace {
+// Delete and existence share everything but the operation and their names in the log.
+int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_len,
+              const char *func) {
+  TARVIK_LOG_ENTRY();
+  TARVIK_LOGD_SUB(sub_id, "%s, sub_id %d, path_len: %d", func, sub_id, path_len);
+  pthread_mutex_lock(&g_efs_lock);
+  int result = 0;
+  do {
+    const char *msg = nullptr;
+    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts, &msg);
+    if (result != 0) {
+      TARVIK_LOGD_SUB(sub_id, "%s", msg);
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    char shown[TARVIK_NVEFS_PATH_FIELD];
+    FillPath(&req, op, sub_id, efs_path, path_len, shown);
+    TARVIK_LOGD_SUB(sub_id, "path_value: %s", shown);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+  } while (0);
+  pthread_mutex_unlock(&g_efs_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+// Compare and copy: two (subscription, path) pairs.
+int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_src,
+              uint32_t sub_tgt, const uint8_t *path_tgt, uint32_t len_tgt, const char *func) {
+  TARVIK_LOG_ENTRY();
+  TARVIK_LOGD_SUB(sub_src, "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d",
+                  func, sub_src, len_src, sub_tgt, len_tgt);
+  pthread_mutex_lock(&g_efs_lock);
+  int result = 0;
+  do {
+    const char *msg = nullptr;
+    result = CheckPath(sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts, &msg);
+    if (result == 0) {
+      result = CheckPath(sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts, &msg);
+    }
+    if (result != 0) {
+      TARVIK_LOGD_SUB(sub_src, "%s", msg);
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    char shown[TARVIK_NVEFS_PATH_FIELD];
+    FillPath(&req, op, sub_src, path_src, len_src, shown);
+    TARVIK_LOGD_SUB(sub_src, "path_value_src: %s", shown);
+    memset(shown, 0, sizeof(shown));
+    memcpy(shown, path_tgt, len_tgt);
+    TARVIK_LOGD_SUB(sub_src, "path_value_tgt: %s", shown);
+    req.len_all = len_tgt;
+    req.len_send = sub_tgt;
+    memcpy(req.data, shown, len_tgt);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    NVEFS_VERDICT(result, mapped, rsp, sub_src, "tarvik_extend_qmi_send_sync fail");
+  } while (0);
+  pthread_mutex_unlock(&g_efs_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+}  // namespace
+
+TARVIK_EXPORT int tarvik_efs_delete(uint32_t sub_id, const void *efs_path, uint32_t path_len) {
+  return EfsPathOp(NVEFS_OP_EFS_DELETE, sub_id, efs_path, path_len, __func__);
+}
+
+TARVIK_EXPORT int tarvik_efs_is_exsit(uint32_t sub_id, const void *efs_path, uint32_t path_len) {
+  return EfsPathOp(NVEFS_OP_EFS_EXIST, sub_id, efs_path, path_len, __func__);
+}
+
+TARVIK_EXPORT int tarvik_efs_compare(uint32_t sub_id_src, const void *efs_path_src,
+                                     uint32_t path_len_src, uint32_t sub_id_tgt,
+                                     const uint8_t *efs_path_tgt, uint32_t path_len_tgt) {
+  return EfsPairOp(NVEFS_OP_EFS_COMPARE, sub_id_src, efs_path_src, path_len_src, sub_id_tgt,
+                   efs_path_tgt, path_len_tgt, __func__);
+}
+
+TARVIK_EXPORT int tarvik_efs_copy(uint32_t sub_id_src, const void *efs_path_src,
+                                  uint32_t path_len_src, uint32_t sub_id_tgt,
+                                  const uint8_t *efs_path_tgt, uint32_t path_len_tgt) {
+  return EfsPairOp(NVEFS_OP_EFS_COPY, sub_id_src, efs_path_src, path_len_src, sub_id_tgt,
+                   efs_path_tgt, path_len_tgt, __func__);
+}
+
+TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out) {
+  TARVIK_LOG_ENTRY();
+  pthread_mutex_lock(&g_efs_lock);
+  int result = 0;
+  do {
+    if (efs_path == nullptr) {
+      TARVIK_LOGD("efs_path is null");
+      result = TARVIK_FEAT_ERR_PATH_NULL;
+      break;
+    }
+    const size_t len = strnlen(efs_path, TARVIK_EFS_PATH_MAX);
+    if (len == 0) {
+      TARVIK_LOGD("len invalid");
+      result = TARVIK_FEAT_ERR_PATH_LEN;
+      break;
+    }
+    if (stat_out == nullptr) {
+      TARVIK_LOGD("buf is null");
+      result = TARVIK_FEAT_ERR_BUF_NULL;
+      break;
+    }
+    tarvik_nvefs_req_t req;
+    tarvik_nvefs_rsp_t rsp;
+    ZeroNvefs(&req, &rsp);
+    req.op = NVEFS_OP_EFS_STAT;
+    memcpy(req.path, efs_path, len);
+    TARVIK_LOGD("path_value: %s", req.path);
+    uint32_t rsp_len = 0;
+    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
+    NVEFS_VERDICT(result, mapped, rsp, TARVIK_SUB_NONE, "tarvik_extend_qmi_send_sync fail, ABORT");
+    if (result == 0) {
+      memcpy(stat_out, rsp.data, TARVIK_EFS_STAT_SIZE);
+    }
+  } while (0);
+  pthread_mutex_unlock(&g_efs_lock);
+  TARVIK_LOG_EXIT();
+  return result;
+}
+
+TARVIK_EXPORT uint32_t tarvik_nvefs_sync(void) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t ret_sync = tarvik_send_common_qmi_msg(COMMON_MSG_NV_SYNC, 0, nullptr,
+                                                       reinterpret_cast<uint32_t *>(&rsp));
+  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", ret_sync, rsp.result);
+  return ret_sync | static_cast<uint32_t>(rsp.result);
+}
+
+}  // extern "C"
