@@ -1,0 +1,251 @@
+// Serves a modem over a SOCK_SEQPACKET Unix socket (framing in qmi_client_host.h).
+#include "modemsim/socket_server.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "modemsim/control.h"
+
+namespace modemsim {
+
+namespace wire = qmi_host::wire;
+
+namespace {
+
+bool SendFrame(int fd, const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
+  uint8_t head[wire::kFrameHeaderLen];
+  wire::PutFrameHeader(head, h);
+  iovec iov[2] = {{head, sizeof(head)}, {const_cast<uint8_t *>(body), body_len}};
+  msghdr mh{};
+  mh.msg_iov = iov;
+  mh.msg_iovlen = body_len > 0 ? 2 : 1;
+  ssize_t n;
+  do {
+    n = sendmsg(fd, &mh, MSG_NOSIGNAL);
+  } while (n < 0 && errno == EINTR);
+  return n == (ssize_t)(sizeof(head) + body_len);
+}
+
+bool FillAddress(const std::string &path, sockaddr_un *addr) {
+  if (path.empty() || path.size() >= sizeof(addr->sun_path)) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  memset(addr, 0, sizeof(*addr));
+  addr->sun_family = AF_UNIX;
+  memcpy(addr->sun_path, path.c_str(), path.size() + 1);
+  return true;
+}
+
+std::vector<std::string> SplitWords(const uint8_t *p, size_t len) {
+  std::vector<std::string> words;
+  std::string cur;
+  for (size_t i = 0; i < len; ++i) {
+    if (p[i] == '\0') {
+      words.push_back(cur);
+      cur.clear();
+    } else {
+      cur += (char)p[i];
+    }
+  }
+  if (!cur.empty()) words.push_back(cur);
+  return words;
+}
+
+}  // namespace
+
+// One connected process: a client sink of the modem, fed by a reader thread.
+class SocketServer::Connection final : public qmi_host::ClientSink {
+ public:
+  Connection(Modem &modem, int fd) : modem_(modem), fd_(fd) {
+    thread_ = std::thread([this] { Run(); });
+  }
+  ~Connection() override {
+    shutdown(fd_, SHUT_RDWR);
+    thread_.join();
+    close(fd_);
+  }
+  bool finished() const { return finished_.load(); }
+
+  void OnServiceUp(uint32_t service_id, uint32_t instance) override {
+    Send({wire::kServiceUp, service_id, instance, 0}, nullptr, 0);
+  }
+  void OnServiceDown(uint32_t service_id, uint32_t instance) override {
+    Send({wire::kServiceDown, service_id, instance, 0}, nullptr, 0);
+  }
+  void OnMessage(uint32_t client, const uint8_t *msg, size_t len) override {
+    Send({wire::kMessage, 0, 0, client}, msg, len);
+  }
+  void OnTxnError(uint32_t client, uint16_t txn, int error) override {
+    uint8_t body[2];
+    wire::PutU16(body, txn);
+    Send({wire::kTxnError, 0, (uint32_t)error, client}, body, sizeof(body));
+  }
+
+ private:
+  void Send(const wire::FrameHeader &h, const uint8_t *body, size_t len) {
+    std::lock_guard<std::mutex> lock(write_mu_);
+    SendFrame(fd_, h, body, len);
+  }
+
+  void Run() {
+    std::vector<uint8_t> buf(wire::kMaxFrameLen);
+    bool attached = false;
+    for (;;) {
+      const ssize_t n = recv(fd_, buf.data(), buf.size(), 0);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      wire::FrameHeader h;
+      if (!wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) continue;
+      const uint8_t *payload = buf.data() + wire::kFrameHeaderLen;
+      const size_t payload_len = (size_t)n - wire::kFrameHeaderLen;
+      switch (h.op) {
+        case wire::kHello:
+          if (!attached) {
+            attached = true;
+            modem_.Attach(this);  // reports the services up, then events follow
+            Send({wire::kHelloDone, 0, 0, 0}, nullptr, 0);
+          }
+          break;
+        case wire::kOpen: {
+          uint32_t client = 0;
+          const int rc = attached ? modem_.Open(this, h.service, h.arg, &client) : QMI_SERVICE_ERR;
+          uint8_t body[4];
+          wire::PutU32(body, client);
+          Send({wire::kOpenResult, h.service, (uint32_t)rc, h.client}, body, sizeof(body));
+          break;
+        }
+        case wire::kClose:
+          modem_.Close(h.client);
+          break;
+        case wire::kMessage: {
+          wire::QmiHeader q{};
+          const int rc = modem_.Deliver(h.client, payload, payload_len);
+          if (rc != QMI_NO_ERR && wire::ParseQmiHeader(payload, payload_len, &q)) {
+            OnTxnError(h.client, q.txn, rc);
+          }
+          break;
+        }
+        case wire::kControl: {
+          std::string out;
+          int status = RunControlCommand(modem_, SplitWords(payload, payload_len), &out);
+          if (status == 2) out += std::string("usage: ") + ControlUsage() + "\n";
+          Send({wire::kControlReply, 0, (uint32_t)status, 0},
+               reinterpret_cast<const uint8_t *>(out.data()), out.size());
+          break;
+        }
+        default:
+          break;
+      }
+    }
+    if (attached) modem_.Detach(this);
+    finished_ = true;
+  }
+
+  Modem &modem_;
+  const int fd_;
+  std::mutex write_mu_;
+  std::atomic<bool> finished_{false};
+  std::thread thread_;
+};
+
+SocketServer::SocketServer(Modem &modem) : modem_(modem) {}
+
+SocketServer::~SocketServer() {
+  Stop();
+}
+
+bool SocketServer::Start(const std::string &path) {
+  sockaddr_un addr;
+  if (!FillAddress(path, &addr)) return false;
+  listen_fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (listen_fd_ < 0) return false;
+  unlink(path.c_str());
+  if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0 ||
+      listen(listen_fd_, 16) != 0 || pipe2(wake_fd_, O_CLOEXEC) != 0) {
+    const int saved = errno;
+    close(listen_fd_);
+    listen_fd_ = -1;
+    errno = saved;
+    return false;
+  }
+  path_ = path;
+  accept_thread_ = std::thread([this] { AcceptLoop(); });
+  return true;
+}
+
+void SocketServer::Stop() {
+  if (listen_fd_ < 0) return;
+  const char byte = 0;
+  while (write(wake_fd_[1], &byte, 1) < 0 && errno == EINTR) {
+  }
+  accept_thread_.join();
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    connections_.clear();  // each destructor shuts its socket down and joins its reader
+  }
+  close(listen_fd_);
+  close(wake_fd_[0]);
+  close(wake_fd_[1]);
+  listen_fd_ = -1;
+  unlink(path_.c_str());
+}
+
+void SocketServer::AcceptLoop() {
+  for (;;) {
+    pollfd fds[2] = {{listen_fd_, POLLIN, 0}, {wake_fd_[0], POLLIN, 0}};
+    if (poll(fds, 2, -1) < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    if (fds[1].revents != 0) return;
+    const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) continue;
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto it = connections_.begin(); it != connections_.end();) {
+      it = (*it)->finished() ? connections_.erase(it) : std::next(it);
+    }
+    connections_.push_back(std::make_unique<Connection>(modem_, fd));
+  }
+}
+
+int SendControlCommand(const std::string &path, const std::vector<std::string> &words,
+                       std::string *out) {
+  sockaddr_un addr;
+  if (!FillAddress(path, &addr)) return -1;
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0) {
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+    return -1;
+  }
+  std::string payload;
+  for (const auto &w : words) payload += w + '\0';
+  int status = -1;
+  if (SendFrame(fd, {wire::kControl, 0, 0, 0}, reinterpret_cast<const uint8_t *>(payload.data()),
+                payload.size())) {
+    std::vector<uint8_t> buf(wire::kMaxFrameLen);
+    for (;;) {
+      const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
+      if (n < 0 && errno == EINTR) continue;
+      wire::FrameHeader h;
+      if (n <= 0 || !wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) break;
+      if (h.op != wire::kControlReply) continue;
+      out->assign(reinterpret_cast<const char *>(buf.data()) + wire::kFrameHeaderLen,
+                  (size_t)n - wire::kFrameHeaderLen);
+      status = (int)h.arg;
+      break;
+    }
+  }
+  close(fd);
+  return status;
+}
+
+}  // namespace modemsim

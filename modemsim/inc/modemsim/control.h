@@ -1,0 +1,29 @@
+// Control commands of the simulated modem, shared by tarvik-modemd (over its socket) and the
+// tool's embedded modem: fault injection, restarts, presence and status as words.
+//
+//   status                               services, up or down, clients, requests received
+//   restart SERVICE [DOWN_MS]            modem restart of a service
+//   absent SERVICE | present SERVICE     take a service away / bring it back
+//   fault SERVICE MSG|any noanswer [COUNT]
+//   fault SERVICE MSG|any delay MS [COUNT]
+//   fault SERVICE MSG|any result QMI_ERROR [COUNT]
+//   fault SERVICE MSG|any transport [CLIENT_ERROR] [COUNT]
+//   clear SERVICE                        removes the faults of a service
+// SERVICE and MSG accept decimal or 0x-hex. COUNT absent: until cleared.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "modemsim/modem.h"
+
+namespace modemsim {
+
+// Runs one command; appends human-readable output to *out. Returns 0 on success, 2 for a usage
+// error, 1 when the modem refused (unknown service).
+int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::string *out);
+
+// The usage text of the commands above.
+const char *ControlUsage();
+
+}  // namespace modemsim

@@ -1,0 +1,279 @@
+// The simulated modem: a registry of QMI services, each with a dispatch table of handlers, state
+// in memory (and in a state directory when one is given), a record of what every service
+// received, fault injection and indications. It is a qmi_host::Server: the in-process transport
+// reaches it directly, tarvik-modemd serves it over a Unix socket.
+//
+// Threads: requests are handled on the modem's own worker thread, one at a time, in arrival
+// order (a delayed request waits its turn in a timed queue). A handler runs with its service's
+// mutex held; code on other threads that reads or changes service state takes the same mutex
+// (Service::mutex()).
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "modemsim/state_store.h"
+#include "qmi_client_host.h"
+#include "qmi_idl_lib.h"
+
+namespace modemsim {
+
+class Modem;
+class Service;
+
+// QMI error codes a handler or a fault puts in the result TLV 0x02.
+constexpr uint16_t kQmiErrNone = 0x0000;
+constexpr uint16_t kQmiErrMalformedMsg = 0x0001;
+constexpr uint16_t kQmiErrInternal = 0x0003;
+constexpr uint16_t kQmiErrInvalidArg = 0x0030;
+constexpr uint16_t kQmiErrNotSupported = 0x005E;
+
+constexpr uint32_t kAllClients = 0xFFFFFFFFu;
+constexpr int kAnyMessage = -1;
+
+// The standard response TLV (0x02) every response record of our tables starts with.
+struct QmiResult {
+  uint16_t result;  // 0 success, 1 failure
+  uint16_t error;   // QMI error code
+};
+
+// One request being handled. `request` is the decoded request record; `response` the response
+// record, zeroed, that the handler fills (result TLV included). Leaving `answer` true sends the
+// response encoded with the service's table; false sends nothing (the client times out).
+struct Call {
+  Modem &modem;
+  Service &service;
+  uint32_t client;
+  uint16_t msg_id;
+  uint16_t txn;
+  const void *request;
+  uint32_t request_len;
+  void *response;
+  uint32_t response_len;
+  const uint8_t *tlvs;  // raw TLV area of the request
+  size_t tlv_len;
+  bool answer = true;
+
+  template <typename T>
+  const T &Request() const {
+    return *static_cast<const T *>(request);
+  }
+  template <typename T>
+  T &Response() const {
+    return *static_cast<T *>(response);
+  }
+  // Writes the result TLV at offset 0 of the response record (the layout of our tables).
+  void SetResult(uint16_t result, uint16_t error) const;
+};
+
+using Handler = std::function<void(Call &call)>;
+
+// What a service received, decoded with its request table (status 0) or not (the codec's
+// error; `record` then holds what was decoded before it failed).
+struct Received {
+  uint32_t client;
+  uint16_t msg_id;
+  uint16_t txn;
+  int32_t decode_status;
+  std::vector<uint8_t> tlvs;
+  std::vector<uint8_t> record;
+
+  template <typename T>
+  const T &As() const {
+    static_assert(std::is_trivially_copyable<T>::value, "records are plain data");
+    return *reinterpret_cast<const T *>(record.data());
+  }
+};
+
+// Fault answered instead of (or before) the handler. `count` faults the next N matching
+// requests; a negative count keeps the fault until cleared.
+struct Fault {
+  enum Kind {
+    kTransportError,  // the request fails in transport with `error` (a QMI_* client error)
+    kResult,          // answered with result 1 and QMI error `error`, handler not run
+    kNoAnswer,        // never answered
+    kDelay,           // handled normally after `delay_ms`
+  };
+  Kind kind = kNoAnswer;
+  int error = 0;
+  uint32_t delay_ms = 0;
+  int count = -1;
+};
+
+class Service {
+ public:
+  Service(Modem &modem, qmi_idl_service_object_type object, uint32_t instance);
+
+  uint32_t id() const { return id_; }
+  uint32_t instance() const { return instance_; }
+  qmi_idl_service_object_type object() const { return object_; }
+  Modem &modem() const { return modem_; }
+
+  // Handler of a message id (replaces an earlier one). Requests without a handler are answered
+  // with kQmiErrNotSupported.
+  void Handle(uint16_t msg_id, Handler handler);
+  // Called (with the service mutex held) when the service restarts: volatile state goes.
+  void OnRestart(std::function<void()> hook);
+  // Called (with the service mutex held) when a client closes or is dropped by a restart.
+  void OnClientGone(std::function<void(uint32_t client)> hook);
+
+  // Held while a handler runs; take it to touch service state from another thread.
+  std::mutex &mutex() const { return state_mutex_; }
+
+ private:
+  friend class Modem;
+  Modem &modem_;
+  qmi_idl_service_object_type object_;
+  uint32_t id_;
+  uint32_t instance_;
+  bool up_ = true;
+  std::map<uint16_t, Handler> handlers_;
+  std::vector<std::function<void()>> restart_hooks_;
+  std::vector<std::function<void(uint32_t)>> client_gone_hooks_;
+  mutable std::mutex state_mutex_;
+};
+
+struct ServiceStatus {
+  uint32_t id;
+  uint32_t instance;
+  bool up;
+  size_t clients;
+  size_t received;
+};
+
+class Modem final : public qmi_host::Server {
+ public:
+  // state_dir "" keeps all state in memory.
+  explicit Modem(const std::string &state_dir = "");
+  ~Modem() override;
+  Modem(const Modem &) = delete;
+  Modem &operator=(const Modem &) = delete;
+
+  // Adds a service (up at once). One service per id; adding an id again returns the existing
+  // service.
+  Service &AddService(qmi_idl_service_object_type object, uint32_t instance = 0);
+  Service *FindService(uint32_t service_id);
+
+  // Makes this modem the in-process transport's server (undone by the destructor).
+  void ServeInProcess();
+
+  StateStore &state() { return state_; }
+  const std::string &state_dir() const { return state_.dir(); }
+
+  // --- fault injection ---
+  void SetFault(uint32_t service_id, int msg_id, const Fault &fault);
+  void ClearFaults(uint32_t service_id);
+  // Modem restart of one service: it goes down (clients get their error callbacks, handles
+  // die, restart hooks run) and comes back after down_ms (0: before this returns).
+  // QMI_SERVICE_ERR for an unknown service.
+  int Restart(uint32_t service_id, uint32_t down_ms = 0);
+  // Takes a service away until it is made present again.
+  int SetPresent(uint32_t service_id, bool present);
+
+  // --- indications ---
+  // Encodes `record` with the service's indication table and sends it to one client or to
+  // kAllClients of the service. Returns the number of clients reached or a negative codec /
+  // QMI_SERVICE_ERR status.
+  int PushIndication(uint32_t service_id, uint16_t msg_id, const void *record, uint32_t len,
+                     uint32_t client = kAllClients);
+  // Sends a TLV area as it is (for tests of malformed input).
+  int PushRawIndication(uint32_t service_id, uint16_t msg_id, const uint8_t *tlvs, size_t len,
+                        uint32_t client = kAllClients);
+
+  // --- recording ---
+  std::vector<Received> ReceivedBy(uint32_t service_id) const;
+  void ClearReceived(uint32_t service_id);
+  // Waits until the service has received at least `count` requests; false on time-out.
+  bool WaitReceived(uint32_t service_id, size_t count, uint32_t timeout_ms) const;
+  // Clients currently open on a service.
+  std::vector<uint32_t> Clients(uint32_t service_id) const;
+
+  std::vector<ServiceStatus> Status() const;
+
+  // qmi_host::Server
+  void Attach(qmi_host::ClientSink *sink) override;
+  void Detach(qmi_host::ClientSink *sink) override;
+  int Open(qmi_host::ClientSink *sink, uint32_t service_id, uint32_t instance,
+           uint32_t *client) override;
+  void Close(uint32_t client) override;
+  int Deliver(uint32_t client, const uint8_t *msg, size_t len) override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct ClientRec {
+    qmi_host::ClientSink *sink;
+    uint32_t service_id;
+  };
+  struct Task {
+    uint32_t client;
+    std::vector<uint8_t> msg;
+    bool fault_set;
+    Fault fault;
+    uint32_t bring_up = 0;  // non-zero: bring this service up instead
+  };
+
+  void WorkerLoop();
+  void Process(Task &task);
+  bool TakeFault(uint32_t service_id, uint16_t msg_id, Fault *fault);
+  void Answer(uint32_t client, uint8_t type, uint16_t txn, uint16_t msg_id, const uint8_t *tlvs,
+              size_t len);
+  void SendResultOnly(Service &service, uint32_t client, uint16_t txn, uint16_t msg_id,
+                      uint16_t error);
+  void BringUp(uint32_t service_id);
+  qmi_host::ClientSink *SinkOf(uint32_t client) const;
+  void DropClientsOf(Service &service);
+
+  StateStore state_;
+  mutable std::mutex mu_;  // services_, clients_, faults_, received_, queue_
+  mutable std::condition_variable received_cv_;
+  std::map<uint32_t, std::unique_ptr<Service>> services_;
+  std::map<uint32_t, ClientRec> clients_;
+  uint32_t next_client_ = 1;
+  std::map<std::pair<uint32_t, int>, Fault> faults_;
+  std::map<uint32_t, std::vector<Received>> received_;
+
+  std::mutex sinks_mu_;  // held while calling into a sink; before mu_
+  std::set<qmi_host::ClientSink *> sinks_;
+
+  std::condition_variable queue_cv_;
+  std::multimap<Clock::time_point, Task> queue_;
+  bool stop_ = false;
+  bool in_process_ = false;
+  std::thread worker_;
+};
+
+// --- service modules ---
+// A module adds its services (and handlers) to a modem. Modules register themselves with a
+// static MODEMSIM_MODULE(...) object in a source file under modemsim/<area>/; the modemsim
+// library is shared, so every such object runs. CreateStandardModem instantiates a modem and
+// runs every module in ascending `order`, then by name (a module that adds handlers to another
+// module's service uses a higher order).
+using ModuleInit = void (*)(Modem &modem);
+
+struct ModuleRegistrar {
+  ModuleRegistrar(const char *name, int order, ModuleInit init);
+};
+
+std::vector<std::string> RegisteredModules();
+
+std::unique_ptr<Modem> CreateStandardModem(const std::string &state_dir);
+
+}  // namespace modemsim
+
+#define MODEMSIM_CONCAT_(a, b) a##b
+#define MODEMSIM_CONCAT(a, b) MODEMSIM_CONCAT_(a, b)
+#define MODEMSIM_MODULE(name, order, init)                                                \
+  static const ::modemsim::ModuleRegistrar MODEMSIM_CONCAT(g_modemsim_module_, __LINE__)( \
+      name, order, init)

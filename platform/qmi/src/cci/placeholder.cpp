@@ -1,1 +1,0 @@
-// Placeholder so the target exists until its first real source lands; delete it then.

@@ -1,0 +1,225 @@
+// Unix socket transport to tarvik-modemd: SOCK_SEQPACKET, one frame per message (framing in
+// qmi_client_host.h). A reader thread takes the daemon's frames; when the connection drops every
+// service goes down and the thread reconnects every 100 ms until the transport shuts down.
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "cci_internal.h"
+#include "qmi_client.h"
+
+namespace qmi_cci {
+namespace {
+
+namespace wire = qmi_host::wire;
+
+constexpr auto kReconnectDelay = std::chrono::milliseconds(100);
+constexpr auto kReplyWait = std::chrono::seconds(5);
+
+int ConnectTo(const std::string &path) {
+  sockaddr_un addr{};
+  if (path.size() >= sizeof(addr.sun_path)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  addr.sun_family = AF_UNIX;
+  memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+class SocketTransport final : public Transport {
+ public:
+  SocketTransport(qmi_host::ClientSink *sink, std::string path)
+      : sink_(sink), path_(std::move(path)) {}
+
+  // Starts the reader and waits for the outcome of the first connection attempt.
+  bool Start() {
+    reader_ = std::thread([this] { ReaderLoop(); });
+    std::unique_lock<std::mutex> lock(mu_);
+    cv_.wait(lock, [&] { return first_attempt_done_; });
+    return fd_ >= 0;
+  }
+
+  int Open(uint32_t service_id, uint32_t instance, uint32_t *client) override {
+    std::unique_lock<std::mutex> lock(mu_);
+    if (fd_ < 0 || !ready_) return QMI_SERVICE_ERR;
+    const uint32_t cookie = ++next_cookie_;
+    const uint64_t generation = generation_;
+    uint8_t frame[wire::kFrameHeaderLen];
+    wire::PutFrameHeader(frame, {wire::kOpen, service_id, instance, cookie});
+    if (!SendLocked(frame, sizeof(frame), nullptr, 0)) return QMI_CLIENT_TRANSPORT_ERR;
+    const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
+      return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
+    });
+    auto it = open_results_.find(cookie);
+    if (!answered || it == open_results_.end()) {
+      return answered ? QMI_SERVICE_ERR : QMI_TIMEOUT_ERR;
+    }
+    const int status = it->second.first;
+    *client = it->second.second;
+    open_results_.erase(it);
+    return status;
+  }
+
+  void Close(uint32_t client) override {
+    std::lock_guard<std::mutex> lock(mu_);
+    uint8_t frame[wire::kFrameHeaderLen];
+    wire::PutFrameHeader(frame, {wire::kClose, 0, 0, client});
+    SendLocked(frame, sizeof(frame), nullptr, 0);
+  }
+
+  int Send(uint32_t client, const uint8_t *msg, size_t len) override {
+    uint8_t frame[wire::kFrameHeaderLen];
+    wire::PutFrameHeader(frame, {wire::kMessage, 0, 0, client});
+    std::lock_guard<std::mutex> lock(mu_);
+    if (fd_ < 0) return QMI_SERVICE_ERR;
+    return SendLocked(frame, sizeof(frame), msg, len) ? QMI_NO_ERR : QMI_CLIENT_TRANSPORT_ERR;
+  }
+
+  void Shutdown() override {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      if (stop_) return;
+      stop_ = true;
+      if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);
+      cv_.notify_all();
+    }
+    if (reader_.joinable()) reader_.join();
+  }
+
+  ~SocketTransport() override { Shutdown(); }
+
+ private:
+  bool SendLocked(const uint8_t *head, size_t head_len, const uint8_t *body, size_t body_len) {
+    if (fd_ < 0) return false;
+    iovec iov[2] = {{const_cast<uint8_t *>(head), head_len},
+                    {const_cast<uint8_t *>(body), body_len}};
+    msghdr mh{};
+    mh.msg_iov = iov;
+    mh.msg_iovlen = body_len > 0 ? 2 : 1;
+    ssize_t n;
+    do {
+      n = sendmsg(fd_, &mh, MSG_NOSIGNAL);
+    } while (n < 0 && errno == EINTR);
+    return n == (ssize_t)(head_len + body_len);
+  }
+
+  void ReaderLoop() {
+    std::vector<uint8_t> buf(wire::kMaxFrameLen);
+    for (;;) {
+      int fd = ConnectTo(path_);
+      {
+        std::unique_lock<std::mutex> lock(mu_);
+        if (stop_) {
+          if (fd >= 0) close(fd);
+          break;
+        }
+        fd_ = fd;
+        if (fd >= 0) {
+          uint8_t hello[wire::kFrameHeaderLen];
+          wire::PutFrameHeader(hello, {wire::kHello, 0, 0, 0});
+          SendLocked(hello, sizeof(hello), nullptr, 0);
+        } else {
+          first_attempt_done_ = true;
+          cv_.notify_all();
+          cv_.wait_for(lock, kReconnectDelay, [&] { return stop_; });
+          continue;
+        }
+      }
+      ReadFrames(fd, buf);
+      sink_.DropAll();
+      std::unique_lock<std::mutex> lock(mu_);
+      close(fd_);
+      fd_ = -1;
+      ready_ = false;
+      ++generation_;
+      open_results_.clear();
+      first_attempt_done_ = true;
+      cv_.notify_all();
+      if (stop_) break;
+      cv_.wait_for(lock, kReconnectDelay, [&] { return stop_; });
+    }
+  }
+
+  // Until the connection ends.
+  void ReadFrames(int fd, std::vector<uint8_t> &buf) {
+    for (;;) {
+      const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return;
+      wire::FrameHeader h;
+      if (!wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) continue;
+      const uint8_t *payload = buf.data() + wire::kFrameHeaderLen;
+      const size_t payload_len = (size_t)n - wire::kFrameHeaderLen;
+      switch (h.op) {
+        case wire::kServiceUp:
+          sink_.OnServiceUp(h.service, h.arg);
+          break;
+        case wire::kServiceDown:
+          sink_.OnServiceDown(h.service, h.arg);
+          break;
+        case wire::kHelloDone: {
+          std::lock_guard<std::mutex> lock(mu_);
+          ready_ = true;
+          first_attempt_done_ = true;
+          cv_.notify_all();
+          break;
+        }
+        case wire::kOpenResult:
+          if (payload_len >= 4) {
+            std::lock_guard<std::mutex> lock(mu_);
+            open_results_[h.client] = {(int)h.arg, wire::GetU32(payload)};
+            cv_.notify_all();
+          }
+          break;
+        case wire::kMessage:
+          sink_.OnMessage(h.client, payload, payload_len);
+          break;
+        case wire::kTxnError:
+          if (payload_len >= 2) sink_.OnTxnError(h.client, wire::GetU16(payload), (int)h.arg);
+          break;
+        default:
+          break;
+      }
+    }
+  }
+
+  TrackingSink sink_;
+  const std::string path_;
+  std::thread reader_;
+  std::mutex mu_;
+  std::condition_variable cv_;
+  int fd_ = -1;
+  bool ready_ = false;  // kHelloDone seen on the current connection
+  bool stop_ = false;
+  bool first_attempt_done_ = false;
+  uint64_t generation_ = 0;
+  uint32_t next_cookie_ = 0;
+  std::map<uint32_t, std::pair<int, uint32_t>> open_results_;  // cookie -> status, client
+};
+
+}  // namespace
+
+std::unique_ptr<Transport> MakeSocketTransport(qmi_host::ClientSink *sink, const std::string &path,
+                                               int *error) {
+  auto transport = std::make_unique<SocketTransport>(sink, path);
+  *error = transport->Start() ? QMI_NO_ERR : QMI_CLIENT_TRANSPORT_ERR;
+  return transport;
+}
+
+}  // namespace qmi_cci
