@@ -271,38 +271,43 @@ constexpr uint32_t string_prefix(uint32_t max_len) {
 constexpr uint64_t kBadTable = ~uint64_t{0};
 
 /* Largest encoding of a table; `top` adds the TLV headers (a new TLV starts wherever the id
- * changes). kBadTable for a table the codec refuses to walk. */
+ * changes). kBadTable for a table the codec refuses to walk, by the walkers' own rules. */
 constexpr uint64_t max_len(const qmi_elem_info *ei, bool top, uint32_t depth) {
   if (ei == nullptr) return 0;
   if (depth > QMI_IDL_MAX_NESTING) return kBadTable;
   uint64_t total = 0;
   for (uint32_t i = 0; ei[i].data_type != QMI_EOTI; ++i) {
+    const bool tlv_start = i == 0 || ei[i].tlv_type != ei[i - 1].tlv_type;
+    if (top && tlv_start) total += 3;
+    if (ei[i].data_type == QMI_OPT_FLAG) {
+      if (!tlv_start || ei[i].elem_size != 1) return kBadTable;
+      continue;
+    }
+    uint64_t count = ei[i].array_type == NO_ARRAY ? 1 : ei[i].elem_len;
+    if (ei[i].data_type == QMI_DATA_LEN) {
+      const qmi_elem_info &arr = ei[i + 1];
+      if ((ei[i].elem_size != 1 && ei[i].elem_size != 2) || arr.data_type == QMI_EOTI ||
+          arr.array_type != VAR_LEN_ARRAY || arr.tlv_type != ei[i].tlv_type ||
+          (ei[i].elem_size == 1 && arr.elem_len > 255))
+        return kBadTable;
+      total += ei[i].elem_size;
+      count = arr.elem_len;
+      ++i;
+    } else if (ei[i].array_type == VAR_LEN_ARRAY) {
+      return kBadTable;
+    }
     const qmi_elem_info &e = ei[i];
-    if (top && (i == 0 || e.tlv_type != ei[i - 1].tlv_type)) total += 3;
-    uint64_t count = e.array_type == NO_ARRAY ? 1 : e.elem_len;
-    switch (e.data_type) {
-      case QMI_OPT_FLAG:
-        break;
-      case QMI_DATA_LEN:
-        if ((e.elem_size != 1 && e.elem_size != 2) || ei[i + 1].array_type != VAR_LEN_ARRAY ||
-            (e.elem_size == 1 && ei[i + 1].elem_len > 255))
-          return kBadTable;
-        total += e.elem_size;
-        break;
-      case QMI_STRUCT: {
-        uint64_t inner = max_len(e.ei_array, false, depth + 1);
-        if (inner == kBadTable || e.ei_array == nullptr) return kBadTable;
-        total += count * inner;
-        break;
-      }
-      case QMI_STRING:
-        total += e.elem_len + (top ? 0 : string_prefix(e.elem_len));
-        break;
-      default:
-        if (scalar_width(e.data_type) == 0 || scalar_width(e.data_type) != e.elem_size)
-          return kBadTable;
-        total += count * e.elem_size;
-        break;
+    if (e.data_type == QMI_STRUCT) {
+      const uint64_t inner = max_len(e.ei_array, false, depth + 1);
+      if (inner == kBadTable || e.ei_array == nullptr) return kBadTable;
+      total += count * inner;
+    } else if (e.data_type == QMI_STRING) {
+      if (e.array_type != NO_ARRAY) return kBadTable;
+      total += e.elem_len + (top ? 0 : string_prefix(e.elem_len));
+    } else {
+      if (scalar_width(e.data_type) == 0 || scalar_width(e.data_type) != e.elem_size)
+        return kBadTable;
+      total += count * e.elem_size;
     }
   }
   return total;
