@@ -1,0 +1,29 @@
+/*
+ * Host-only controls of the radio allocator stand-in, for tests: make an allocation fail and
+ * count the blocks still allocated. Library code never includes this header.
+ */
+#ifndef TARVIK_PLATFORM_QCRIL_ALLOC_HOST_H
+#define TARVIK_PLATFORM_QCRIL_ALLOC_HOST_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The n-th qcril_malloc_adv call from now returns NULL (1: the next one); 0 disarms. Only one
+ * failure is armed at a time. Thread-safe. */
+void qcril_alloc_host_fail_nth(uint32_t n);
+
+/* Calls of qcril_malloc_adv that succeeded, minus blocks given back to qcril_free_adv. */
+int64_t qcril_alloc_host_outstanding(void);
+
+/* Calls of qcril_malloc_adv since the process started (failed ones included). */
+uint64_t qcril_alloc_host_calls(void);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* TARVIK_PLATFORM_QCRIL_ALLOC_HOST_H */
