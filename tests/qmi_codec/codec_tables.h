@@ -185,4 +185,19 @@ constexpr qmi_elem_info kSmallEi[] = {
     QMI_EI_END,
 };
 
+// The decoder's fuzz input is a selector byte choosing one of these tables, then a TLV area.
+struct FuzzTable {
+  const qmi_elem_info *ei;
+  uint32_t record_size;
+};
+inline FuzzTable FuzzTableFor(uint8_t selector) {
+  static const FuzzTable kTables[] = {
+      {kAllKindsEi, sizeof(AllKinds)},
+      {kSmallEi, sizeof(Small)},
+      {kAggIndEi, sizeof(AggInd)},
+      {kGenericEi, sizeof(Generic)},
+  };
+  return kTables[selector % (sizeof kTables / sizeof kTables[0])];
+}
+
 }  // namespace codec_tables
