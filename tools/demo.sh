@@ -13,3 +13,5 @@ mkdir -p "$TARVIK_PROPERTY_DIR" "$TARVIK_MODEM_STATE"
 step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$tool" "$@"; }
 
 step log debug "hello from the service tool"
+step prop set persist.vendor.radio.demo "set in one run"
+step prop get persist.vendor.radio.demo

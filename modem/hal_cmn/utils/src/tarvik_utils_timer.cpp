@@ -115,38 +115,36 @@ int tarvik_sys_timer_clear(timer_t timer) {
   return kTimerOk;
 }
 
+// The first record with this id; the caller holds the list mutex.
+tcbinfo *FindLocked(uint32_t timer_id) {
+  for (tcbinfo *node = g_tarvik_timer_callback_list; node != nullptr; node = node->next) {
+    if (node->timer_id == timer_id) {
+      return node;
+    }
+  }
+  return nullptr;
+}
+
 bool tarvik_timer_is_active(uint32_t timer_id) {
-  bool is_active = false;
+  bool is_active;
   {
     ListLock hold;
-    for (const tcbinfo *node = g_tarvik_timer_callback_list; node != nullptr; node = node->next) {
-      if (node->timer_id == timer_id) {
-        is_active = true;
-        break;
-      }
-    }
+    is_active = FindLocked(timer_id) != nullptr;
   }
   TARVIK_LOGD("timer_id = %u, is_active = %d", timer_id, is_active ? 1 : 0);
   return is_active;
 }
 
-void AppendTimer(tcbinfo *record) {
-  ListLock hold;
-  if (g_tarvik_timer_callback_list == nullptr) {
-    g_tarvik_timer_callback_list = record;
-    return;
-  }
-  tcbinfo *tail = g_tarvik_timer_callback_list;
-  while (tail->next != nullptr) {
-    tail = tail->next;
-  }
-  tail->next = record;
-  record->prev = tail;
-}
-
-// Makes the system timer and files the record; the caller holds no timer mutex.
+// Makes the system timer and files the record at the list's tail in one hold of the list mutex:
+// a timer that fires at once runs a callback whose stop of its own id then waits for the record
+// instead of missing it. With `unique`, a record of the same id filed by another thread since
+// the caller's look-up makes the start fail as a running timer.
 int MakeTimer(tcbinfo *record, uint32_t timer_id, tarvik_timer_callback_t callback,
-              unsigned long timeout_s) {
+              unsigned long timeout_s, bool unique) {
+  ListLock hold;
+  if (unique && FindLocked(timer_id) != nullptr) {
+    return kTimerActive;
+  }
   const int ret = tarvik_sys_timer_create(callback, timeout_s, timer_id, &record->sys_timerid);
   if (ret != kTimerOk) {
     return ret;
@@ -154,7 +152,12 @@ int MakeTimer(tcbinfo *record, uint32_t timer_id, tarvik_timer_callback_t callba
   record->timer_id = timer_id;
   record->timeout_s = timeout_s;
   record->callback = callback;
-  AppendTimer(record);
+  tcbinfo **link = &g_tarvik_timer_callback_list;
+  while (*link != nullptr) {
+    record->prev = *link;
+    link = &(*link)->next;
+  }
+  *link = record;
   return kTimerOk;
 }
 
@@ -176,10 +179,15 @@ int tarvik_timer_start_do(uint32_t timer_id, tarvik_timer_callback_t callback,
                 static_cast<int>(timer_id), timeout_s);
     return kTimerNoMemory;
   }
-  const int ret = MakeTimer(record, timer_id, callback, timeout_s);
-  if (ret != kTimerOk) {
+  const int ret = MakeTimer(record, timer_id, callback, timeout_s, true);
+  if (ret == kTimerActive) {
+    TARVIK_LOGE("This timer is active, pls stop it before start it, timer_id = %d",
+                static_cast<int>(timer_id));
+  } else if (ret != kTimerOk) {
     TARVIK_LOGE("tarvik_sys_timer_create failed, timer_id = %d, timeout_s = %lu",
                 static_cast<int>(timer_id), timeout_s);
+  }
+  if (ret != kTimerOk) {
     free(record);
   }
   return ret;
@@ -209,7 +217,7 @@ TARVIK_EXPORT uint32_t tarvik_timer_start(tarvik_timer_callback_t callback,
     ret = kTimerNoMemory;
   } else {
     const uint32_t next_id = ++g_tarvik_timer_id;
-    ret = MakeTimer(record, next_id, callback, timeout_s);
+    ret = MakeTimer(record, next_id, callback, timeout_s, false);
     if (ret == kTimerOk) {
       timer_id = next_id;
     } else {
@@ -229,12 +237,7 @@ TARVIK_EXPORT bool tarvik_timer_stop(uint32_t timer_id) {
   tcbinfo *record = nullptr;
   {
     ListLock hold;
-    for (tcbinfo *node = g_tarvik_timer_callback_list; node != nullptr; node = node->next) {
-      if (node->timer_id == timer_id) {
-        record = node;
-        break;
-      }
-    }
+    record = FindLocked(timer_id);
     if (record != nullptr) {
       (record->prev != nullptr ? record->prev->next : g_tarvik_timer_callback_list) = record->next;
       if (record->next != nullptr) {

@@ -1,0 +1,50 @@
+// A timer start and stop through the library against the raw system calls it stands on:
+// timer_create (notify by thread), timer_settime and timer_delete. Ratio:
+// BM_TarvikTimerStartStop / BM_RawPosixTimer. The timeout is an hour: nothing fires.
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <time.h>
+
+#include "tarvik_utils_cmn.h"
+#include "tarvik_utils_timer.h"
+
+namespace {
+
+void Never(union sigval) {}
+
+void BM_TarvikTimerStartStop(benchmark::State &state) {
+  // Logging would dominate both ways; measure the timers themselves.
+  tarvik_hal_close_print();
+  for (auto _ : state) {
+    if (!tarvik_timer_start(1, Never, 3600) || !tarvik_timer_stop(1)) {
+      state.SkipWithError("timer start or stop failed");
+      break;
+    }
+  }
+}
+BENCHMARK(BM_TarvikTimerStartStop);
+
+void BM_RawPosixTimer(benchmark::State &state) {
+  for (auto _ : state) {
+    struct sigevent sev = {};
+    sev.sigev_notify = SIGEV_THREAD;
+    sev.sigev_value.sival_int = 1;
+    sev.sigev_notify_function = Never;
+    timer_t timer;
+    struct itimerspec spec = {};
+    spec.it_value.tv_sec = 3600;
+    if (timer_create(CLOCK_REALTIME, &sev, &timer) != 0 ||
+        timer_settime(timer, 0, &spec, nullptr) != 0) {
+      state.SkipWithError("timer_create or timer_settime failed");
+      break;
+    }
+    const struct itimerspec zero = {};
+    timer_settime(timer, 0, &zero, nullptr);
+    timer_delete(timer);
+  }
+}
+BENCHMARK(BM_RawPosixTimer);
+
+}  // namespace
+
+BENCHMARK_MAIN();
