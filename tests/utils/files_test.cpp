@@ -1,0 +1,215 @@
+// File helpers on real files in the test's scratch directory: copying through the fixed buffer,
+// clearing, deleting a file and deleting a tree (links are removed, never followed).
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "syslog_capture.h"
+#include "tarvik_utils_cmn.h"
+#include "test_env.h"
+
+using tarvik_test::SyslogContains;
+using tarvik_test::SyslogCount;
+using tarvik_test::SyslogDump;
+
+namespace {
+
+std::string Scratch(const std::string &name) {
+  return tarvik_test::ScratchDir() + "/" + name;
+}
+
+void WriteFile(const std::string &path, const std::string &data) {
+  std::ofstream(path, std::ios::binary) << data;
+}
+
+std::string ReadFile(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+bool Exists(const std::string &path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0;
+}
+
+std::string Pattern(size_t size) {
+  std::string data(size, '\0');
+  for (size_t i = 0; i < size; ++i) {
+    data[i] = static_cast<char>((i * 131 + i / 7) & 0xFF);
+  }
+  return data;
+}
+
+TEST(CopyFile, EmptySourceCreatesTarget) {
+  WriteFile(Scratch("empty"), "");
+  EXPECT_EQ(tarvik_copy_file(Scratch("empty").c_str(), Scratch("empty.copy").c_str()), 0);
+  ASSERT_TRUE(Exists(Scratch("empty.copy")));
+  EXPECT_EQ(ReadFile(Scratch("empty.copy")), "");
+}
+
+TEST(CopyFile, OverTwoBuffersReadsInBufferSizedChunks) {
+  const std::string data = Pattern(2 * 10240 + 100);
+  WriteFile(Scratch("big"), data);
+  EXPECT_EQ(tarvik_copy_file(Scratch("big").c_str(), Scratch("big.copy").c_str()), 0);
+  EXPECT_EQ(ReadFile(Scratch("big.copy")), data);
+  EXPECT_TRUE(SyslogContains("Start to read src file: bytes_read = 10240")) << SyslogDump();
+  EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 10240"), 1u);
+  EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 100,"), 1u);
+  EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 0,"), 1u);
+  EXPECT_EQ(SyslogCount("Write done with success."), 3u);
+}
+
+TEST(CopyFile, LongerTargetIsTruncated) {
+  WriteFile(Scratch("short"), "new");
+  WriteFile(Scratch("target"), "old content that is longer");
+  EXPECT_EQ(tarvik_copy_file(Scratch("short").c_str(), Scratch("target").c_str()), 0);
+  EXPECT_EQ(ReadFile(Scratch("target")), "new");
+}
+
+TEST(CopyFile, RefusalsAndOpenFailures) {
+  WriteFile(Scratch("src"), "x");
+  EXPECT_EQ(tarvik_copy_file(nullptr, Scratch("t").c_str()), -1);
+  EXPECT_TRUE(SyslogContains("src is null", LOG_ERR));
+  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), nullptr), -2);
+  EXPECT_TRUE(SyslogContains("tgt is null", LOG_ERR));
+  EXPECT_EQ(tarvik_copy_file(Scratch("missing").c_str(), Scratch("t").c_str()), -3);
+  EXPECT_TRUE(SyslogContains("src open failed", LOG_ERR));
+  EXPECT_FALSE(Exists(Scratch("t")));  // the target is not created when the source is missing
+  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), Scratch("no/dir/t").c_str()), -4);
+  EXPECT_TRUE(SyslogContains("tgt open failed", LOG_ERR));
+}
+
+TEST(CopyFile, ReadErrorAborts) {
+  // Reading a directory fails with EISDIR after a successful open.
+  EXPECT_EQ(tarvik_copy_file(tarvik_test::ScratchDir().c_str(), Scratch("t").c_str()), -5);
+  EXPECT_TRUE(SyslogContains("Error happen during reading src file", LOG_ERR)) << SyslogDump();
+  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file, abort copy", LOG_ERR));
+}
+
+TEST(CopyFile, WriteErrorAborts) {
+  if (access("/dev/full", W_OK) != 0) {
+    GTEST_SKIP() << "no /dev/full";
+  }
+  WriteFile(Scratch("src"), Pattern(300));
+  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), "/dev/full"), -5);
+  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file", LOG_ERR)) << SyslogDump();
+  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file, abort copy", LOG_ERR));
+}
+
+TEST(ClearFile, EmptiesCreatesAndOnlyLogsFailures) {
+  WriteFile(Scratch("full"), "content");
+  EXPECT_EQ(tarvik_clear_file_context(Scratch("full").c_str()), 0);
+  EXPECT_EQ(ReadFile(Scratch("full")), "");
+  EXPECT_EQ(tarvik_clear_file_context(Scratch("new").c_str()), 0);
+  EXPECT_TRUE(Exists(Scratch("new")));
+  EXPECT_TRUE(SyslogContains("ok, file_name: " + Scratch("new"), LOG_DEBUG));
+
+  const std::string bad = Scratch("missing-dir/file");
+  EXPECT_EQ(tarvik_clear_file_context(bad.c_str()), 0);
+  EXPECT_TRUE(SyslogContains("fopen fail, file_name: " + bad + ", errno = 2", LOG_ERR))
+      << SyslogDump();
+  EXPECT_EQ(tarvik_clear_file_context(nullptr), 0);
+  EXPECT_TRUE(SyslogContains("file_name is null", LOG_ERR));
+}
+
+TEST(DeleteFile, FileEmptyDirectoryMissingAndNull) {
+  WriteFile(Scratch("f"), "x");
+  EXPECT_EQ(tarvik_delete_file(Scratch("f").c_str()), 0);
+  EXPECT_FALSE(Exists(Scratch("f")));
+  ASSERT_EQ(mkdir(Scratch("d").c_str(), 0755), 0);
+  EXPECT_EQ(tarvik_delete_file(Scratch("d").c_str()), 0);
+  EXPECT_FALSE(Exists(Scratch("d")));
+
+  const std::string missing = Scratch("missing");
+  EXPECT_EQ(tarvik_delete_file(missing.c_str()), -1);
+  EXPECT_TRUE(SyslogContains("fail, file_name: " + missing + ", ret = -1, errno = 2", LOG_ERR))
+      << SyslogDump();
+  EXPECT_EQ(tarvik_delete_file(nullptr), 1);
+  EXPECT_TRUE(SyslogContains("file_name is null", LOG_ERR));
+}
+
+TEST(DeleteDirectory, TreeWithLinksReadOnlyEntriesAndNesting) {
+  // Outside the tree: a directory and a file that links inside the tree point at.
+  const std::string outside = Scratch("outside");
+  ASSERT_EQ(mkdir(outside.c_str(), 0755), 0);
+  WriteFile(outside + "/keep", "precious");
+  WriteFile(Scratch("outside-file"), "also precious");
+
+  const std::string tree = Scratch("tree");
+  ASSERT_EQ(mkdir(tree.c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((tree + "/a").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((tree + "/a/b").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((tree + "/a/b/c").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((tree + "/empty").c_str(), 0755), 0);
+  WriteFile(tree + "/top", "1");
+  WriteFile(tree + "/a/b/c/deep", "2");
+  WriteFile(tree + "/a/readonly", "3");
+  ASSERT_EQ(chmod((tree + "/a/readonly").c_str(), 0444), 0);
+  ASSERT_EQ(mkdir((tree + "/a/rodir").c_str(), 0755), 0);
+  WriteFile(tree + "/a/rodir/inside", "4");
+  ASSERT_EQ(chmod((tree + "/a/rodir").c_str(), 0555), 0);  // removable only by root
+  ASSERT_EQ(symlink(outside.c_str(), (tree + "/a/link-to-dir").c_str()), 0);
+  ASSERT_EQ(symlink(Scratch("outside-file").c_str(), (tree + "/link-to-file").c_str()), 0);
+  ASSERT_EQ(symlink("/nonexistent/target", (tree + "/dangling").c_str()), 0);
+  ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0644), 0);
+
+  const int result = tarvik_delete_directory(tree.c_str());
+  if (geteuid() == 0) {
+    EXPECT_EQ(result, 0) << SyslogDump();
+    EXPECT_FALSE(Exists(tree));
+    EXPECT_TRUE(SyslogContains("ok, dir_path: " + tree, LOG_DEBUG));
+  } else {
+    // Without privilege the read-only directory keeps its entry, so the tree cannot go.
+    EXPECT_EQ(result, -1);
+    EXPECT_TRUE(Exists(tree + "/a/rodir/inside"));
+    EXPECT_FALSE(Exists(tree + "/a/readonly"));
+    EXPECT_FALSE(Exists(tree + "/a/b"));
+    chmod((tree + "/a/rodir").c_str(), 0755);
+  }
+  EXPECT_FALSE(Exists(tree + "/a/link-to-dir"));
+  EXPECT_FALSE(Exists(tree + "/dangling"));
+  // What the links pointed at survives.
+  EXPECT_EQ(ReadFile(outside + "/keep"), "precious");
+  EXPECT_EQ(ReadFile(Scratch("outside-file")), "also precious");
+}
+
+TEST(DeleteDirectory, EntryBeyondPathLimitIsLeftAndRmdirFails) {
+  // Four nested names of 250 characters put the innermost directory past 1023 bytes: it is not
+  // entered or deleted under a cut name, so the directories above it cannot be removed.
+  const std::string tree = Scratch("deep");
+  ASSERT_EQ(mkdir(tree.c_str(), 0755), 0);
+  std::string path = tree;
+  for (char c : {'p', 'q', 'r', 's'}) {
+    path += "/" + std::string(250, c);
+    ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path.size();
+  }
+  ASSERT_GE(path.size(), 1024u);
+  WriteFile(path + "/f", "x");
+  ASSERT_TRUE(Exists(path + "/f"));
+  WriteFile(tree + "/shallow", "y");
+
+  EXPECT_EQ(tarvik_delete_directory(tree.c_str()), -1);
+  EXPECT_TRUE(SyslogContains(
+      "fail, dir_path: " + tree + ", ret = -1, errno = " + std::to_string(ENOTEMPTY), LOG_ERR))
+      << SyslogDump();
+  EXPECT_TRUE(Exists(path + "/f"));
+  EXPECT_FALSE(Exists(tree + "/shallow"));
+}
+
+TEST(DeleteDirectory, NullAndMissing) {
+  EXPECT_EQ(tarvik_delete_directory(nullptr), 1);
+  EXPECT_TRUE(SyslogContains("dir_path is null", LOG_ERR));
+  EXPECT_EQ(tarvik_delete_directory(Scratch("missing").c_str()), 2);
+  EXPECT_TRUE(SyslogContains("dir_path open fail", LOG_ERR));
+}
+
+}  // namespace

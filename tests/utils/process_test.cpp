@@ -1,0 +1,173 @@
+// Threads, service start through "ctl.start", and the process look-ups over /proc.
+#include <gtest/gtest.h>
+#include <property_host.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "syslog_capture.h"
+#include "tarvik_utils_cmn.h"
+
+using tarvik_test::SyslogContains;
+using tarvik_test::SyslogDump;
+
+namespace {
+
+std::atomic<int> g_ran{0};
+std::atomic<bool> g_detached{false};
+
+void *Worker(void *arg) {
+  // A detached thread cannot be joined: pthread_join on ourselves would be EDEADLK, on a
+  // detached thread EINVAL. Ask the attributes instead.
+  pthread_attr_t attr;
+  int state = -1;
+  if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+    pthread_attr_getdetachstate(&attr, &state);
+    pthread_attr_destroy(&attr);
+  }
+  g_detached = state == PTHREAD_CREATE_DETACHED;
+  g_ran = *static_cast<int *>(arg);
+  return nullptr;
+}
+
+bool WaitFor(const std::function<bool()> &done) {
+  for (int i = 0; i < 500 && !done(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return done();
+}
+
+TEST(CreatePthread, RunsDetachedWithItsArgument) {
+  static int value = 42;
+  const pthread_t thread = tarvik_create_pthread("worker", Worker, &value);
+  EXPECT_NE(thread, static_cast<pthread_t>(0));
+  ASSERT_TRUE(WaitFor([] { return g_ran.load() == 42; }));
+  EXPECT_TRUE(g_detached.load());
+  EXPECT_TRUE(SyslogContains("pthread[worker] will be created", LOG_DEBUG));
+  EXPECT_TRUE(SyslogContains("result = 0", LOG_DEBUG));
+}
+
+TEST(CreatePthread, NullNameStillStartsNullProcedureDoesNot) {
+  static int value = 7;
+  EXPECT_NE(tarvik_create_pthread(nullptr, Worker, &value), static_cast<pthread_t>(0));
+  ASSERT_TRUE(WaitFor([] { return g_ran.load() == 7; }));
+  EXPECT_TRUE(SyslogContains("pthread[Unkown name] will be created"));
+
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(tarvik_create_pthread("none", nullptr, nullptr), static_cast<pthread_t>(0));
+  EXPECT_TRUE(SyslogContains("p_thread_proc_cb is NULL, do nothing", LOG_ERR));
+  EXPECT_FALSE(SyslogContains("result = "));
+  EXPECT_TRUE(SyslogContains("function exit <-------------"));
+}
+
+std::vector<std::pair<std::string, std::string>> CtlRequests() {
+  std::vector<std::pair<std::string, std::string>> out;
+  property_ctl_requests(
+      [](const char *name, const char *value, int pid, void *cookie) {
+        if (pid == getpid()) {
+          static_cast<decltype(out) *>(cookie)->emplace_back(name, value);
+        }
+      },
+      &out);
+  return out;
+}
+
+TEST(StartService, WritesTheNameToCtlStart) {
+  EXPECT_EQ(tarvik_start_service("vendor.qcrild2"), 0);
+  const auto requests = CtlRequests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].first, "ctl.start");
+  EXPECT_EQ(requests[0].second, "vendor.qcrild2");
+  EXPECT_TRUE(SyslogContains("service_name: vendor.qcrild2", LOG_DEBUG));
+}
+
+TEST(StartService, NullAndTooLongNamesRequestNothing) {
+  EXPECT_EQ(tarvik_start_service(nullptr), -1);
+  EXPECT_TRUE(SyslogContains("service_name is NULL", LOG_ERR));
+  const std::string long_name(93, 's');
+  EXPECT_EQ(tarvik_start_service(long_name.c_str()), -3);
+  EXPECT_TRUE(CtlRequests().empty());
+}
+
+TEST(PidInfo, RecordHasPidAndCommandLineName) {
+  tarvik_pid_info_t info;
+  memset(&info, 0x5A, sizeof(info));
+  tarvik_get_current_pid_info(&info);
+  EXPECT_EQ(info.p_id, getpid());
+  EXPECT_STREQ(info.p_name, "tests_utils");
+  EXPECT_TRUE(SyslogContains("] tarvik_get_name_by_pid: proc_pid_path: /proc/" +
+                             std::to_string(getpid()) + "/cmdline"))
+      << SyslogDump();
+
+  tarvik_get_current_pid_info(nullptr);
+  EXPECT_TRUE(SyslogContains("p_pid_info is NULL", LOG_ERR));
+}
+
+TEST(PidInfo, KeptRecordAndSharedNameField) {
+  EXPECT_EQ(tarvik_utils_get_pid_number(), getpid());
+  EXPECT_STREQ(tarvik_utils_get_pid_name(), "tests_utils");
+  EXPECT_EQ(tarvik_utils_get_pid_name(), g_pid_info.p_name);
+
+  // The status-file name lands in the same field; the kept record does not refill it.
+  prctl(PR_SET_NAME, "renamed-proc", 0, 0, 0);
+  EXPECT_STREQ(tarvik_get_current_pid_name_ex(), "renamed-proc");
+  EXPECT_STREQ(tarvik_utils_get_pid_name(), "renamed-proc");
+  prctl(PR_SET_NAME, "again", 0, 0, 0);
+  EXPECT_STREQ(tarvik_get_current_pid_name_ex(), "renamed-proc");  // read once
+  EXPECT_TRUE(SyslogContains("tarvik_get_current_pid_name_ex, g_pid_info.p_name = renamed-proc"));
+}
+
+TEST(PidByName, FindsChildByNameAndLeavesPidOnMiss) {
+  const std::string name = "tvk" + std::to_string(getpid() % 1000000);
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    prctl(PR_SET_NAME, name.c_str(), 0, 0, 0);
+    close(ready[0]);
+    if (write(ready[1], "x", 1) != 1) {
+      _exit(1);
+    }
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  close(ready[0]);
+
+  int pid = -7;
+  tarvik_get_pid_by_name(&pid, name.c_str());
+  EXPECT_EQ(pid, child) << SyslogDump();
+  EXPECT_TRUE(SyslogContains("pid: " + std::to_string(child), LOG_DEBUG));
+
+  int missing = -7;
+  tarvik_get_pid_by_name(&missing, (name + "-none").c_str());
+  EXPECT_EQ(missing, -7);
+  // A prefix of a name is not the name.
+  tarvik_get_pid_by_name(&missing, name.substr(0, name.size() - 1).c_str());
+  EXPECT_EQ(missing, -7);
+
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+
+  tarvik_get_pid_by_name(nullptr, "x");
+  EXPECT_TRUE(SyslogContains("pid fail", LOG_ERR));
+  tarvik_get_pid_by_name(&missing, nullptr);
+  EXPECT_TRUE(SyslogContains("task_name fail", LOG_ERR));
+  EXPECT_EQ(missing, -7);
+}
+
+}  // namespace

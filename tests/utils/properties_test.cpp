@@ -1,0 +1,183 @@
+// Property wrappers over the store stand-in: argument codes, the 92-character write limit, name
+// truncation, typed conversions, the subscription helpers and the once-per-process tracing
+// decision. Each test runs in a process of its own with an empty store.
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cstring>
+#include <string>
+
+#include "syslog_capture.h"
+#include "tarvik_utils_cmn.h"
+
+using tarvik_test::SyslogContains;
+using tarvik_test::SyslogCount;
+using tarvik_test::SyslogDump;
+
+namespace {
+
+std::string Get(const char *name, const char *def = "<unset>") {
+  char value[TARVIK_PROPERTY_BUF_SIZE];
+  memset(value, 0, sizeof(value));
+  tarvik_get_property_value(name, value, def);
+  return value;
+}
+
+TEST(PropertyValue, WriteLimitIs92Characters) {
+  const std::string fits(92, 'v');
+  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", fits.c_str()), 0);
+  EXPECT_EQ(Get("persist.test.limit"), fits);
+
+  const std::string too_long(93, 'w');
+  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", too_long.c_str()), -3);
+  EXPECT_TRUE(SyslogContains("property_value len(93) is out of range(92)", LOG_ERR))
+      << SyslogDump();
+  EXPECT_EQ(Get("persist.test.limit"), fits);  // nothing written
+}
+
+TEST(PropertyValue, GetReturnsLengthAndDefault) {
+  char value[TARVIK_PROPERTY_BUF_SIZE];
+  EXPECT_EQ(tarvik_get_property_value("persist.test.unset", value, "fallback"), 8);
+  EXPECT_STREQ(value, "fallback");
+  ASSERT_EQ(tarvik_set_property_value("persist.test.set", "abc"), 0);
+  EXPECT_EQ(tarvik_get_property_value("persist.test.set", value, "fallback"), 3);
+  EXPECT_STREQ(value, "abc");
+}
+
+TEST(PropertyValue, NamesLongerThan255AreCut) {
+  const std::string prefix = "persist.test." + std::string(255 - 13, 'n');
+  ASSERT_EQ(prefix.size(), 255u);
+  const std::string long_name = prefix + "tail-that-is-dropped";
+  ASSERT_EQ(tarvik_set_property_value(long_name.c_str(), "cut"), 0);
+  EXPECT_EQ(Get(prefix.c_str()), "cut");              // written under the first 255 characters
+  EXPECT_EQ(Get((prefix + "other").c_str()), "cut");  // and read back the same way
+}
+
+TEST(PropertyValue, MissingArgumentsGiveTheirCodes) {
+  char value[TARVIK_PROPERTY_BUF_SIZE] = "untouched";
+  struct Row {
+    const char *name;
+    int result;
+    int expected;
+    const char *log;
+  };
+  const Row rows[] = {
+      {"get name", tarvik_get_property_value(nullptr, value, "d"), -1, "property_name is null"},
+      {"get value", tarvik_get_property_value("persist.test.a", nullptr, "d"), -2,
+       "property_value is null"},
+      {"get default", tarvik_get_property_value("persist.test.a", value, nullptr), -3,
+       "default_property_value is null"},
+      {"set name", tarvik_set_property_value(nullptr, "v"), -1, "property_name is null"},
+      {"set value", tarvik_set_property_value("persist.test.a", nullptr), -2,
+       "property_value is null"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(row.result, row.expected);
+    EXPECT_TRUE(SyslogContains(row.log, LOG_ERR));
+  }
+  EXPECT_STREQ(value, "untouched");
+  EXPECT_EQ(Get("persist.test.a"), "<unset>");
+}
+
+TEST(PropertyInt, RoundTripAndConversions) {
+  int32_t out = 7;
+  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, -42), -42);
+  EXPECT_EQ(out, -42);  // unset: the default
+
+  ASSERT_EQ(tarvik_set_property_value_to_int("persist.test.int", INT32_MIN), 0);
+  EXPECT_EQ(Get("persist.test.int"), "-2147483648");
+  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), INT32_MIN);
+  EXPECT_EQ(out, INT32_MIN);
+
+  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "abc"), 0);
+  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), 0);  // not the default
+  EXPECT_EQ(out, 0);
+
+  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "12xyz"), 0);
+  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", nullptr, 5), 12);
+}
+
+TEST(PropertyBool, OnlyExactTrueAndFalseCount) {
+  ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b1", 1), 0);
+  EXPECT_EQ(Get("persist.test.b1"), "true");
+  ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b2", 2), 0);  // only 1 is true
+  EXPECT_EQ(Get("persist.test.b2"), "false");
+
+  struct Row {
+    const char *stored;  // nullptr: unset
+    uint8_t def;
+    uint8_t expected;
+  };
+  const Row rows[] = {{"true", 0, 1},  {"false", 1, 0}, {"1", 0, 0},     {"yes", 0, 0},
+                      {"TRUE", 0, 0},  {"TRUE", 1, 1},  {"true ", 0, 0}, {nullptr, 1, 1},
+                      {nullptr, 0, 0}, {"", 1, 1}};
+  int n = 0;
+  for (const auto &row : rows) {
+    const std::string name = "persist.test.bool" + std::to_string(n++);
+    SCOPED_TRACE(name + " = " + (row.stored ? row.stored : "(unset)"));
+    if (row.stored != nullptr) {
+      ASSERT_EQ(tarvik_set_property_value(name.c_str(), row.stored), 0);
+    }
+    uint8_t flag = 0xAA;
+    EXPECT_EQ(tarvik_get_property_value_from_boolean(name.c_str(), &flag, row.def),
+              static_cast<int>(row.stored != nullptr ? strlen(row.stored) : 0));
+    EXPECT_EQ(flag, row.expected);
+  }
+  EXPECT_EQ(tarvik_get_property_value_from_boolean("persist.test.b1", nullptr, 1), -2);
+  uint8_t flag = 0xAA;
+  EXPECT_EQ(tarvik_get_property_value_from_boolean(nullptr, &flag, 1), -1);
+  EXPECT_EQ(flag, 1);
+}
+
+TEST(SubscriptionHelpers, MasksAndSelectionProperties) {
+  EXPECT_EQ(tarvik_get_sub_mask_by_id(0), 1);
+  EXPECT_EQ(tarvik_get_sub_mask_by_id(1), 2);
+  EXPECT_EQ(tarvik_get_sub_mask_by_id(2), 0);
+  EXPECT_EQ(tarvik_get_sub_mask_by_id(TARVIK_SUB_NONE), 0);
+  EXPECT_EQ(tarvik_get_sub_mask_by_id(0x80000000u), 0);
+  for (int mask : {1, 2, 3}) {
+    EXPECT_TRUE(tarvik_check_sub_mask(mask)) << mask;
+  }
+  for (int mask : {0, 4, -1, INT32_MIN}) {
+    EXPECT_FALSE(tarvik_check_sub_mask(mask)) << mask;
+  }
+
+  EXPECT_EQ(tarvik_get_default_data_sub(), 0);
+  EXPECT_EQ(tarvik_get_active_call_sub(), 8);
+  ASSERT_EQ(tarvik_update_default_data_sub(1), 0);
+  ASSERT_EQ(tarvik_update_active_call_sub(0), 0);
+  EXPECT_EQ(tarvik_get_default_data_sub(), 1);  // read on every call
+  EXPECT_EQ(tarvik_get_active_call_sub(), 0);
+  char value[TARVIK_PROPERTY_BUF_SIZE];
+  property_get("persist.radio.default_data_sub", value, "");
+  EXPECT_STREQ(value, "1");
+}
+
+TEST(PropertyTracing, OnByDefaultWithReadBack) {
+  EXPECT_EQ(tarvik_utils_get_prop_print_flag(), 1);
+  EXPECT_TRUE(SyslogContains("prop print is started"));
+  ASSERT_EQ(tarvik_set_property_value("persist.test.trace", "val"), 0);
+  EXPECT_TRUE(SyslogContains("persist.test.trace: val, ret = 0", LOG_DEBUG)) << SyslogDump();
+  EXPECT_TRUE(SyslogContains("persist.test.trace: val, ret = 3", LOG_DEBUG));  // the read-back
+  tarvik_print_property_value("persist.test.none");
+  EXPECT_TRUE(SyslogContains("persist.test.none: null_val, ret = 8", LOG_DEBUG));
+  tarvik_print_property_value(nullptr);
+  EXPECT_TRUE(SyslogContains("property_name is null", LOG_ERR));
+  EXPECT_EQ(SyslogCount("prop print is started"), 1u);
+}
+
+TEST(PropertyTracing, DecidedOncePerProcess) {
+  ASSERT_EQ(property_set("persist.vendor.radio.print_prop", "0"), 0);
+  ASSERT_EQ(tarvik_set_property_value("persist.test.quiet", "v"), 0);
+  EXPECT_TRUE(SyslogContains("prop print is stoped"));
+  ASSERT_EQ(tarvik_set_property_value("persist.vendor.radio.print_prop", "1"), 0);
+  EXPECT_EQ(tarvik_utils_get_prop_print_flag(), 0);
+  EXPECT_EQ(Get("persist.test.quiet"), "v");
+  tarvik_print_property_value(nullptr);  // tracing off: not even the argument is looked at
+  EXPECT_FALSE(SyslogContains("persist.test.quiet:")) << SyslogDump();
+  EXPECT_FALSE(SyslogContains("property_name is null"));
+}
+
+}  // namespace

@@ -1,0 +1,286 @@
+// String helpers: in-place trimming and its capacity cut, reverse search, white-space removal,
+// splitting, comparison codes, bounded replace and prefix, case mapping, hex dump, list search.
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "syslog_capture.h"
+#include "tarvik_utils_cmn.h"
+
+using tarvik_test::SyslogContains;
+using tarvik_test::SyslogDump;
+
+namespace {
+
+struct TrimRow {
+  const char *name;
+  std::string input;  // may hold bytes past its terminator
+  int capacity;
+  const char *expected;
+};
+
+TEST(StrTrim, Table) {
+  const TrimRow rows[] = {
+      {"both ends", "  ab \t", 8, "ab"},
+      {"inner blanks kept", " a b ", 8, "a b"},
+      {"blanks only", "   ", 8, ""},
+      {"empty", "", 8, ""},
+      {"every white-space byte", "\t\n\v\f\r x\r\n", 16, "x"},
+      {"no terminator within capacity", "abcdefghij", 4, "abc"},
+      {"cut leaves trailing blanks", "ab  cdef", 4, "ab"},
+      {"capacity all blanks", "    xyz", 4, ""},
+      {"cut leaves only blanks after the start", "   x", 4, ""},
+      {"terminator at last byte", "abc", 4, "abc"},
+      {"leading NUL is an empty string", std::string("\0ab", 3), 8, ""},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<char> buf(row.input.begin(), row.input.end());
+    buf.resize(std::max<size_t>(buf.size(), static_cast<size_t>(row.capacity)), '\0');
+    tarvik_str_trim(buf.data(), row.capacity);
+    EXPECT_STREQ(buf.data(), row.expected);
+  }
+}
+
+TEST(StrTrim, CutIsLoggedAndBytesBeyondCapacityUntouched) {
+  char buf[12] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'X', '\0'};
+  tarvik_str_trim(buf, 4);
+  EXPECT_STREQ(buf, "abc");
+  EXPECT_EQ(buf[4], 'e');
+  EXPECT_EQ(buf[10], 'X');
+  EXPECT_TRUE(SyslogContains(
+      "This string has no cut-off character, cnt_end = 4(max:4), new cnt_end = 3", LOG_DEBUG))
+      << SyslogDump();
+}
+
+TEST(StrTrim, BadArgumentsLeaveStringAlone) {
+  tarvik_str_trim(nullptr, 10);
+  EXPECT_TRUE(SyslogContains("str is null, str_len_max = 10", LOG_ERR));
+  char buf[] = " a ";
+  tarvik_str_trim(buf, 1);
+  EXPECT_STREQ(buf, " a ");
+  EXPECT_TRUE(SyslogContains("str_len_max(1) can not < 2", LOG_ERR));
+  tarvik_str_trim(buf, -5);
+  EXPECT_STREQ(buf, " a ");
+}
+
+TEST(StrFindRight, LastOccurrenceTerminatorAndMissing) {
+  const char *s = "banana";
+  EXPECT_EQ(tarvik_str_find_right(s, 'a'), s + 5);
+  EXPECT_EQ(tarvik_str_find_right(s, 'b'), s);
+  EXPECT_EQ(tarvik_str_find_right(s, '\0'), s + 6);
+  EXPECT_EQ(tarvik_str_find_right(s, 'z'), nullptr);
+  EXPECT_EQ(tarvik_str_find_right(nullptr, 'a'), nullptr);
+  EXPECT_TRUE(SyslogContains("str_in is null", LOG_ERR));
+}
+
+TEST(RemoveWhitespace, NarrowDropsBlanksAndZeroBytesWideKeepsOthers) {
+  const std::string in(" a\tb\0c\r\n", 8);
+  EXPECT_EQ(tarvik_remove_string_whitespace(in), "abc");
+  EXPECT_EQ(in.size(), 8u);  // the copying form leaves its argument alone
+  std::string inplace = in;
+  EXPECT_EQ(&tarvik_remove_string_whitespace_ex(inplace), &inplace);
+  EXPECT_EQ(inplace, "abc");
+
+  const std::wstring win = L" x\ty z\n";
+  EXPECT_EQ(tarvik_remove_wstring_whitespace(win), L"xyz");
+  std::wstring wplace = win;
+  tarvik_remove_string_whitespace_ex(wplace);
+  EXPECT_EQ(wplace, L"xyz");
+}
+
+TEST(StrSplit, Table) {
+  struct Row {
+    const char *name;
+    const char *text;
+    char delim;
+    uint8_t strip;
+    std::vector<std::string> expected;
+  };
+  const Row rows[] = {
+      {"strip", "a,,b, c,", ',', 1, {"a", "b", "c"}},
+      {"no strip keeps blanks", "a,,b, c,", ',', 0, {"a", "b", " c"}},
+      {"blank field dropped only when stripping", "a, ,b", ',', 1, {"a", "b"}},
+      {"blank field kept without stripping", "a, ,b", ',', 0, {"a", " ", "b"}},
+      {"null text", nullptr, ',', 1, {}},
+      {"no delimiter", "abc", ';', 0, {"abc"}},
+      {"leading delimiters", ";;x", ';', 0, {"x"}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(tarvik_str_split(row.text, row.delim, row.strip), row.expected);
+  }
+  // A field that starts with a zero byte is empty for the split and is dropped.
+  EXPECT_EQ(tarvik_str_split(std::string("a,\0b,c", 6), ',', 0),
+            (std::vector<std::string>{"a", "c"}));
+}
+
+TEST(StrCmp, Codes) {
+  EXPECT_EQ(tarvik_str_cmp("abc", "abc"), 0);
+  EXPECT_EQ(tarvik_str_cmp("abc", "abd"), 104);
+  EXPECT_TRUE(SyslogContains("str1[2]('c') != str2[2]('d'), str1(3): abc, str2(3): abd", LOG_DEBUG))
+      << SyslogDump();
+  EXPECT_EQ(tarvik_str_cmp("abc", "ab"), -103);
+  EXPECT_TRUE(SyslogContains("len1(3) != len2(2), str1: abc, str2: ab", LOG_DEBUG));
+  EXPECT_EQ(tarvik_str_cmp(nullptr, nullptr), -101);
+  EXPECT_EQ(tarvik_str_cmp("a", nullptr), -102);
+  EXPECT_EQ(tarvik_str_cmp("", ""), 0);
+}
+
+TEST(StrPrint, OneLinePerCharacter) {
+  tarvik_str_print("hi");
+  EXPECT_TRUE(SyslogContains("Will print str(len = 2): hi"));
+  EXPECT_TRUE(SyslogContains("str[0] = h(104)"));
+  EXPECT_TRUE(SyslogContains("str[1] = i(105)"));
+  tarvik_str_print(nullptr);
+  EXPECT_TRUE(SyslogContains("str is NULL", LOG_DEBUG));
+}
+
+TEST(StrRpl, Table) {
+  struct Row {
+    const char *name;
+    const char *in;
+    const char *src;
+    const char *dst;
+    int outlen;
+    const char *expected;
+    const char *log;  // error line expected, or nullptr
+  };
+  const Row rows[] = {
+      {"non-overlapping matches", "aaa", "aa", "b", 16, "ba", nullptr},
+      {"several matches", "a-b-c", "-", "::", 16, "a::b::c", nullptr},
+      {"dst empty deletes", "x.y.z", ".", "", 16, "xyz", nullptr},
+      {"no match copies", "hello", "zz", "y", 16, "hello", nullptr},
+      {"replacement does not fit", "abXcd", "X", "12345", 8, "ab",
+       "len(2) + dst_len(5) + 1 >= outlen(8), abort"},
+      {"character does not fit", "abcdef", "X", "Y", 4, "ab", "len(2) + 1 + 1 >= outlen(4), abort"},
+      {"zero capacity writes nothing", "abc", "X", "Y", 0, "",
+       "len(0) + 1 + 1 >= outlen(0), abort"},
+      {"empty in", "", "a", "b", 16, "", "in is empty"},
+      {"empty src", "abc", "", "b", 16, "", "src_len(0) can not <= 0"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    char out[32];
+    memset(out, 0x7f, sizeof(out));
+    out[0] = '\0';
+    tarvik_str_rpl(row.in, out, row.outlen, row.src, row.dst);
+    EXPECT_STREQ(out, row.expected);
+    if (row.outlen > 0) {
+      // Nothing is written at or past the capacity.
+      EXPECT_EQ(out[row.outlen], 0x7f);
+    }
+    if (row.log != nullptr) {
+      EXPECT_TRUE(SyslogContains(row.log, LOG_ERR)) << SyslogDump();
+    }
+  }
+}
+
+TEST(StrRpl, AppendsToExistingOutAndChecksNulls) {
+  char out[16] = "pre:";
+  tarvik_str_rpl("a1", out, sizeof(out), "1", "2");
+  EXPECT_STREQ(out, "pre:a2");
+  tarvik_str_rpl("x", out, sizeof(out), nullptr, "b");
+  tarvik_str_rpl("x", out, sizeof(out), "a", nullptr);
+  tarvik_str_rpl(nullptr, out, sizeof(out), "a", "b");
+  tarvik_str_rpl("x", nullptr, 8, "a", "b");
+  EXPECT_STREQ(out, "pre:a2");
+  for (const char *line : {"src is null", "dst is null", "in is null", "out is null"}) {
+    EXPECT_TRUE(SyslogContains(line, LOG_ERR)) << line;
+  }
+}
+
+TEST(StrAddPrefix, FitsExactlyAndRefusals) {
+  char out[8] = "";
+  tarvik_str_add_prefix("abc", out, 8, "1234");  // 7 characters and the NUL
+  EXPECT_STREQ(out, "1234abc");
+
+  char small[8] = "";
+  tarvik_str_add_prefix("abcd", small, 8, "1234");
+  EXPECT_STREQ(small, "");
+  EXPECT_TRUE(SyslogContains("in_len(4) + prefix_len(4) can not >= outlen(8)", LOG_ERR));
+
+  // Content already in out counts against the capacity too: never write past it.
+  char used[8] = "xyz";
+  tarvik_str_add_prefix("abc", used, 8, "cd");
+  EXPECT_STREQ(used, "xyz");
+  tarvik_str_add_prefix("a", used, 8, "b");
+  EXPECT_STREQ(used, "xyzba");
+
+  tarvik_str_add_prefix("a", out, 8, nullptr);
+  tarvik_str_add_prefix(nullptr, out, 8, "p");
+  tarvik_str_add_prefix("a", nullptr, 8, "p");
+  for (const char *line : {"prefix is null", "in is null", "out is null"}) {
+    EXPECT_TRUE(SyslogContains(line, LOG_ERR)) << line;
+  }
+}
+
+TEST(StrCase, AsciiOnly) {
+  char s[] = "Az09-\xc3\x89z[`@{";
+  tarvik_str_toupper(s);
+  EXPECT_STREQ(s, "AZ09-\xc3\x89Z[`@{");
+  tarvik_str_tolower(s);
+  EXPECT_STREQ(s, "az09-\xc3\x89z[`@{");
+  tarvik_str_tolower(nullptr);
+  EXPECT_TRUE(SyslogContains("str_in_out is null", LOG_ERR));
+}
+
+TEST(StrStartsWith, Table) {
+  EXPECT_TRUE(tarvik_str_starts_with("rmnet_data0", "rmnet"));
+  EXPECT_TRUE(tarvik_str_starts_with("abc", "abc"));
+  EXPECT_TRUE(tarvik_str_starts_with("abc", ""));
+  EXPECT_TRUE(tarvik_str_starts_with("", ""));
+  EXPECT_FALSE(tarvik_str_starts_with("", "a"));
+  EXPECT_FALSE(tarvik_str_starts_with("ab", "abc"));
+  EXPECT_FALSE(tarvik_str_starts_with(nullptr, "a"));
+  EXPECT_FALSE(tarvik_str_starts_with("a", nullptr));
+}
+
+TEST(HexStr, BoundsAndRefusals) {
+  const uint8_t data[] = {0x0A, 0xFF, 0x00};
+  char hex[16];
+  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 2));
+  EXPECT_STREQ(hex, " 0A FF");
+  EXPECT_TRUE(tarvik_get_hex_str(hex, 7, data, 3));
+  EXPECT_STREQ(hex, " 0A");
+  EXPECT_TRUE(tarvik_get_hex_str(hex, 8, data, 3));
+  EXPECT_STREQ(hex, " 0A FF");
+  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 0));
+  EXPECT_STREQ(hex, "");
+  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, -3));
+  EXPECT_STREQ(hex, "");
+
+  EXPECT_FALSE(tarvik_get_hex_str(nullptr, 16, data, 2));
+  EXPECT_TRUE(SyslogContains("hex_str is null", LOG_ERR));
+  EXPECT_FALSE(tarvik_get_hex_str(hex, 4, data, 2));
+  EXPECT_TRUE(SyslogContains("len_max is invalid", LOG_ERR));
+  EXPECT_FALSE(tarvik_get_hex_str(hex, 16, nullptr, 2));
+  EXPECT_TRUE(SyslogContains("ptr_data is null", LOG_ERR));
+}
+
+TEST(StringListContain, SubstringOfValueAndArgumentFaults) {
+  const char *list[] = {"rmnet", "wlan"};
+  EXPECT_TRUE(tarvik_string_list_contain(list, 2, "rmnet_data0"));
+  EXPECT_TRUE(SyslogContains("find str: rmnet_data0, size_list(2)", LOG_DEBUG));
+  EXPECT_FALSE(tarvik_string_list_contain(list, 2, "rmn"));  // the entry must be inside the value
+  EXPECT_TRUE(SyslogContains("not find str: rmn, size_list(2)", LOG_ERR));
+  EXPECT_FALSE(tarvik_string_list_contain(list, 1, "wlan0"));  // only size_list entries count
+
+  const char *cn[] = {"cn"};
+  EXPECT_TRUE(tarvik_string_list_contain(cn, 1, "cn_global"));
+  const char *with_null[] = {nullptr, "x"};
+  EXPECT_TRUE(tarvik_string_list_contain(with_null, 2, "box"));
+
+  EXPECT_FALSE(tarvik_string_list_contain(list, 2, nullptr));
+  EXPECT_TRUE(SyslogContains("str is NULL", LOG_ERR));
+  EXPECT_FALSE(tarvik_string_list_contain(nullptr, 2, "a"));
+  EXPECT_TRUE(SyslogContains("str_list is NULL", LOG_ERR));
+  EXPECT_FALSE(tarvik_string_list_contain(list, 0, "a"));
+  EXPECT_TRUE(SyslogContains("size_list(0) can not <= 0", LOG_ERR));
+}
+
+}  // namespace
