@@ -1,0 +1,377 @@
+// The QMI client library over both transports, against a simulated modem with the echo service:
+// the same cases run in-process and over the Unix socket (an in-test socket server).
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "modemsim/echo_service.h"
+#include "modemsim/modem.h"
+#include "modemsim/socket_server.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "test_env.h"
+
+namespace {
+
+using modemsim::Fault;
+namespace echo = modemsim::echo;
+using namespace std::chrono_literals;
+
+// A service without messages that no modem offers.
+const qmi_idl_service_object kOtherService = {
+    6, 1, 0, 0x0F0F, 0, {0, 0, 0}, {nullptr, nullptr, nullptr}, nullptr};
+
+// What the callbacks saw, filled on the client library's thread.
+struct Observed {
+  std::mutex mu;
+  std::condition_variable cv;
+  std::vector<uint32_t> seqs;
+  std::vector<int> errors;
+  std::thread::id thread;
+  std::atomic<int> calls{0};
+
+  template <typename Pred>
+  bool WaitFor(Pred pred, std::chrono::milliseconds limit = 3000ms) {
+    std::unique_lock<std::mutex> lock(mu);
+    return cv.wait_for(lock, limit, pred);
+  }
+};
+
+void IndCb(qmi_client_type handle, unsigned msg_id, void *buf, unsigned len, void *data) {
+  auto *o = static_cast<Observed *>(data);
+  echo::SeqInd ind{};
+  const int rc =
+      qmi_client_message_decode(handle, QMI_IDL_INDICATION, msg_id, buf, len, &ind, sizeof(ind));
+  std::lock_guard<std::mutex> lock(o->mu);
+  o->thread = std::this_thread::get_id();
+  o->seqs.push_back(rc == QMI_NO_ERR && msg_id == echo::kSeqInd ? ind.seq : 0xDEAD);
+  ++o->calls;
+  o->cv.notify_all();
+}
+
+void ErrCb(qmi_client_type, qmi_client_error_type error, void *data) {
+  auto *o = static_cast<Observed *>(data);
+  std::lock_guard<std::mutex> lock(o->mu);
+  o->thread = std::this_thread::get_id();
+  o->errors.push_back(error);
+  o->cv.notify_all();
+}
+
+class ClientTest : public ::testing::TestWithParam<const char *> {
+ protected:
+  void SetUp() override {
+    echo::AddTo(modem_);
+    if (std::string(GetParam()) == "inproc") {
+      modem_.ServeInProcess();
+      ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport("inproc"));
+    } else {
+      server_ = std::make_unique<modemsim::SocketServer>(modem_);
+      const std::string path = tarvik_test::ScratchDir() + "/modem.sock";
+      ASSERT_TRUE(server_->Start(path));
+      ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + path).c_str()));
+    }
+  }
+
+  void TearDown() override {
+    for (auto h : handles_) qmi_client_release(h);
+  }
+
+  qmi_client_type Open(Observed *observed = nullptr, uint32_t timeout_ms = 2000) {
+    qmi_client_type h = nullptr;
+    EXPECT_EQ(QMI_NO_ERR, qmi_client_init_instance(echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY,
+                                                   observed ? IndCb : nullptr, observed, nullptr,
+                                                   timeout_ms, &h));
+    if (h != nullptr) handles_.push_back(h);
+    return h;
+  }
+
+  int Echo(qmi_client_type h, uint32_t value, unsigned timeout_ms, echo::EchoResp *resp) {
+    echo::EchoReq req{};
+    req.value = value;
+    return qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), resp, sizeof(*resp),
+                                    timeout_ms);
+  }
+
+  void Forget(qmi_client_type h) {
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
+  }
+
+  // Polls the dropped-response counter until it passes `above`.
+  static bool DroppedAbove(uint64_t above) {
+    for (int i = 0; i < 300; ++i) {
+      if (qmi_client_host_dropped_responses() > above) return true;
+      std::this_thread::sleep_for(10ms);
+    }
+    return false;
+  }
+
+  modemsim::Modem modem_;
+  std::unique_ptr<modemsim::SocketServer> server_;
+  std::vector<qmi_client_type> handles_;
+};
+
+TEST_P(ClientTest, EveryElementKindTravelsBothWays) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  echo::EchoReq req{};
+  req.value = 0xA1B2C3D4;
+  req.opt_valid = 1;
+  req.opt = -123456;
+  req.data_valid = 1;
+  req.data_len = echo::kMaxData;
+  for (uint32_t i = 0; i < req.data_len; ++i) req.data[i] = (uint8_t)(i * 7);
+  req.fixed_valid = 1;
+  memcpy(req.fixed, "\x01\x02\x03\x04\x05\x06", 6);
+  req.name_valid = 1;
+  strcpy(req.name, "rmnet_data0");
+  req.inner_valid = 1;
+  req.inner = {9, -2, 0x0102030405060708ull, 3, {11, 22, 33, 0}};
+  echo::EchoResp resp{};
+  ASSERT_EQ(QMI_NO_ERR,
+            qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), &resp, sizeof(resp), 2000));
+  EXPECT_EQ(0, resp.resp.result);
+  EXPECT_EQ(req.value, resp.value);
+  EXPECT_EQ(req.opt, resp.opt);
+  ASSERT_EQ(req.data_len, resp.data_len);
+  EXPECT_EQ(0, memcmp(req.data, resp.data, req.data_len));
+  EXPECT_EQ(0, memcmp(req.fixed, resp.fixed, 6));
+  EXPECT_STREQ("rmnet_data0", resp.name);
+  EXPECT_EQ(req.inner.stamp, resp.inner.stamp);
+  EXPECT_EQ(-2, resp.inner.level);
+  ASSERT_EQ(3u, resp.inner.list_len);
+  EXPECT_EQ(33, resp.inner.list[2]);
+
+  // What the modem received, decoded with the same table.
+  auto got = modem_.ReceivedBy(echo::kServiceId);
+  ASSERT_EQ(1u, got.size());
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, got[0].decode_status);
+  EXPECT_EQ(0, memcmp(&req, &got[0].As<echo::EchoReq>(), sizeof(req)));
+  EXPECT_NE(0, got[0].txn);
+}
+
+TEST_P(ClientTest, TimeOutThenLateResponseIsDroppedAndCounted) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kDelay, 0, 300, 1});
+  const uint64_t dropped = qmi_client_host_dropped_responses();
+  echo::EchoResp resp{};
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(QMI_TIMEOUT_ERR, Echo(h, 1, 50, &resp));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 250ms);
+  ASSERT_TRUE(DroppedAbove(dropped)) << "the late response was not dropped";
+  // The next request gets its own answer, not the stale one.
+  EXPECT_EQ(QMI_NO_ERR, Echo(h, 2, 2000, &resp));
+  EXPECT_EQ(2u, resp.value);
+}
+
+TEST_P(ClientTest, RestartWakesWaiterAndFiresErrorCallbackOnce) {
+  Observed observed;
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(h, ErrCb, &observed));
+  modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kNoAnswer, 0, 0, 1});
+  auto waiter = std::async(std::launch::async, [&] {
+    echo::EchoResp resp{};
+    return Echo(h, 1, 10000, &resp);
+  });
+  ASSERT_TRUE(modem_.WaitReceived(echo::kServiceId, 1, 3000));
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(QMI_NO_ERR, modem_.Restart(echo::kServiceId));
+  ASSERT_EQ(std::future_status::ready, waiter.wait_for(3s));
+  EXPECT_EQ(QMI_SERVICE_ERR, waiter.get());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  ASSERT_TRUE(observed.WaitFor([&] { return !observed.errors.empty(); }));
+  std::this_thread::sleep_for(50ms);
+  {
+    std::lock_guard<std::mutex> lock(observed.mu);
+    EXPECT_EQ(std::vector<int>{QMI_SERVICE_ERR}, observed.errors);
+    EXPECT_NE(std::this_thread::get_id(), observed.thread);
+  }
+  // The handle stays dead although the service is back; a new client works.
+  echo::EchoResp resp{};
+  EXPECT_EQ(QMI_SERVICE_ERR, Echo(h, 2, 1000, &resp));
+  EXPECT_EQ(QMI_SERVICE_ERR, qmi_client_register_error_cb(h, ErrCb, &observed));
+  qmi_client_type again = Open();
+  ASSERT_NE(nullptr, again);
+  EXPECT_EQ(QMI_NO_ERR, Echo(again, 3, 2000, &resp));
+  EXPECT_EQ(3u, resp.value);
+}
+
+TEST_P(ClientTest, InitInstanceWaitsForAServiceThatAppearsLater) {
+  ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+  qmi_client_type h = nullptr;
+  EXPECT_EQ(QMI_TIMEOUT_ERR,
+            qmi_client_init_instance(echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY, nullptr,
+                                     nullptr, nullptr, 30, &h));
+  unsigned count = 99;
+  EXPECT_EQ(QMI_SERVICE_ERR,
+            qmi_client_get_service_list(echo::ServiceObject(), nullptr, nullptr, &count));
+  EXPECT_EQ(0u, count);
+  auto appear = std::async(std::launch::async, [&] {
+    std::this_thread::sleep_for(150ms);
+    modem_.SetPresent(echo::kServiceId, true);
+  });
+  const auto start = std::chrono::steady_clock::now();
+  h = Open(nullptr, 5000);
+  ASSERT_NE(nullptr, h);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
+  echo::EchoResp resp{};
+  EXPECT_EQ(QMI_NO_ERR, Echo(h, 5, 2000, &resp));
+}
+
+TEST_P(ClientTest, NotifierSignalAndServiceListFollowTheService) {
+  ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+  qmi_client_os_params sig;
+  memset(&sig, 0, sizeof(sig));
+  qmi_client_type notifier = nullptr;
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_notifier_init(echo::ServiceObject(), &sig, &notifier));
+  handles_.push_back(notifier);
+  EXPECT_EQ(QMI_TIMEOUT_ERR, qmi_cci_os_signal_wait(&sig, 20));
+  EXPECT_EQ(1, sig.timed_out);
+  modem_.SetPresent(echo::kServiceId, true);
+  EXPECT_EQ(QMI_NO_ERR, qmi_cci_os_signal_wait(&sig, 2000));
+  EXPECT_EQ(0, sig.timed_out);
+  EXPECT_EQ(1, sig.sig_set);  // the wait does not clear it
+  unsigned num_services = 0, num_entries = 4;
+  qmi_service_info infos[4];
+  ASSERT_EQ(QMI_NO_ERR,
+            qmi_client_get_service_list(echo::ServiceObject(), infos, &num_entries, &num_services));
+  EXPECT_EQ(1u, num_services);
+  ASSERT_EQ(1u, num_entries);
+  qmi_client_type h = nullptr;
+  ASSERT_EQ(QMI_NO_ERR,
+            qmi_client_init(&infos[0], echo::ServiceObject(), nullptr, nullptr, nullptr, &h));
+  handles_.push_back(h);
+  echo::EchoResp resp{};
+  EXPECT_EQ(QMI_NO_ERR, Echo(h, 6, 2000, &resp));
+  // An info of another service is refused.
+  qmi_client_type other = nullptr;
+  EXPECT_EQ(QMI_CLIENT_PARAM_ERR,
+            qmi_client_init(&infos[0], &kOtherService, nullptr, nullptr, nullptr, &other));
+}
+
+TEST_P(ClientTest, IndicationsArriveInOrderOnTheLibraryThread) {
+  Observed observed;
+  qmi_client_type h = Open(&observed);
+  ASSERT_NE(nullptr, h);
+  echo::NotifyReq req{5};
+  echo::NotifyResp resp{};
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(h, echo::kNotify, &req, sizeof(req), &resp,
+                                                 sizeof(resp), 2000));
+  ASSERT_TRUE(observed.WaitFor([&] { return observed.seqs.size() >= 5; }));
+  std::lock_guard<std::mutex> lock(observed.mu);
+  EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 3, 4}), observed.seqs);
+  EXPECT_NE(std::this_thread::get_id(), observed.thread);
+}
+
+TEST_P(ClientTest, MalformedIndicationReachesCallbackAndFailsToDecode) {
+  Observed observed;
+  qmi_client_type h = Open(&observed);
+  ASSERT_NE(nullptr, h);
+  const uint8_t bad[] = {0x01, 0x10, 0x00, 0x01};  // TLV claims 16 bytes, 1 present
+  ASSERT_EQ(1, modem_.PushRawIndication(echo::kServiceId, echo::kSeqInd, bad, sizeof(bad)));
+  ASSERT_TRUE(observed.WaitFor([&] { return !observed.seqs.empty(); }));
+  std::lock_guard<std::mutex> lock(observed.mu);
+  EXPECT_EQ(0xDEADu, observed.seqs[0]);
+}
+
+TEST_P(ClientTest, FaultsReachTheCallerAsTransportErrorOrModemResult) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  echo::EchoResp resp{};
+  modem_.SetFault(echo::kServiceId, echo::kEcho,
+                  Fault{Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1});
+  EXPECT_EQ(QMI_CLIENT_TRANSPORT_ERR, Echo(h, 1, 2000, &resp));
+  modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kResult, 0x0030, 0, 1});
+  ASSERT_EQ(QMI_NO_ERR, Echo(h, 2, 2000, &resp));
+  EXPECT_EQ(1, resp.resp.result);
+  EXPECT_EQ(0x0030, resp.resp.error);
+  EXPECT_EQ(0, resp.value_valid);  // the handler did not run
+  // Both faults were one-shot.
+  ASSERT_EQ(QMI_NO_ERR, Echo(h, 3, 2000, &resp));
+  EXPECT_EQ(0, resp.resp.result);
+  EXPECT_EQ(3u, resp.value);
+}
+
+TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
+  struct Ctx {
+    std::atomic<int> after_release{0};
+    std::atomic<bool> released{false};
+    std::promise<int> rc;
+  } ctx;
+  qmi_client_type h = nullptr;
+  ASSERT_EQ(QMI_NO_ERR,
+            qmi_client_init_instance(
+                echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY,
+                [](qmi_client_type self, unsigned, void *, unsigned, void *data) {
+                  auto *c = static_cast<Ctx *>(data);
+                  if (c->released) {
+                    ++c->after_release;
+                    return;
+                  }
+                  c->released = true;
+                  c->rc.set_value(qmi_client_release(self));  // from the library's thread
+                },
+                &ctx, nullptr, 2000, &h));
+  echo::NotifyReq req{50};
+  echo::NotifyResp resp{};
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(h, echo::kNotify, &req, sizeof(req), &resp,
+                                                 sizeof(resp), 2000));
+  auto rc = ctx.rc.get_future();
+  ASSERT_EQ(std::future_status::ready, rc.wait_for(3s)) << "release inside a callback hung";
+  EXPECT_EQ(QMI_NO_ERR, rc.get());
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(0, ctx.after_release.load());
+  echo::EchoResp echo_resp{};
+  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, Echo(h, 1, 100, &echo_resp));
+}
+
+TEST_P(ClientTest, BadArgumentsAreRefusedWithoutSending) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  echo::EchoReq req{};
+  echo::EchoResp resp{};
+  struct Row {
+    const char *name;
+    unsigned msg_id;
+    unsigned req_len;
+    void *resp;
+    unsigned resp_len;
+    int expected;
+  } rows[] = {
+      {"unknown message", 0x0077, sizeof(req), &resp, sizeof(resp),
+       QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND},
+      {"short request record", echo::kEcho, 4, &resp, sizeof(resp), QMI_CLIENT_PARAM_ERR},
+      {"short response record", echo::kEcho, sizeof(req), &resp, 8, QMI_CLIENT_PARAM_ERR},
+      {"no response record", echo::kEcho, sizeof(req), nullptr, sizeof(resp), QMI_CLIENT_PARAM_ERR},
+      {"message id beyond 16 bits", 0x10001, sizeof(req), &resp, sizeof(resp),
+       QMI_CLIENT_PARAM_ERR},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(row.expected, qmi_client_send_msg_sync(h, row.msg_id, &req, row.req_len, row.resp,
+                                                     row.resp_len, 100));
+  }
+  req.data_valid = 1;
+  req.data_len = echo::kMaxData + 1;
+  EXPECT_EQ(QMI_IDL_LIB_ARRAY_TOO_BIG,
+            qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), &resp, sizeof(resp), 100));
+  EXPECT_TRUE(modem_.ReceivedBy(echo::kServiceId).empty());
+  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, qmi_client_release(nullptr));
+  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, qmi_client_register_error_cb(nullptr, ErrCb, nullptr));
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, ClientTest, ::testing::Values("inproc", "unix"),
+                         [](const ::testing::TestParamInfo<const char *> &info) {
+                           return std::string(info.param);
+                         });
+
+}  // namespace
