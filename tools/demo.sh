@@ -15,3 +15,5 @@ step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$tool" "$@"; }
 step log debug "hello from the service tool"
 step prop set persist.vendor.radio.demo "set in one run"
 step prop get persist.vendor.radio.demo
+step device
+step build

@@ -1,0 +1,92 @@
+// The service tool's device, build and start-service commands run as a separate process over
+// this test's property store, as a service engineer would run them beside the radio process.
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <property_host.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <string>
+#include <vector>
+
+#include "test_env.h"
+
+namespace {
+
+// Runs the tool with `args`; returns its standard output and stores its exit status.
+std::string RunTool(const std::string &args, int *status) {
+  const std::string command = tarvik_test::BinDir() + "/tarvik-qmi " + args + " 2>/dev/null";
+  FILE *pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    *status = -1;
+    return "";
+  }
+  std::string out;
+  char buf[512];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) {
+    out.append(buf, n);
+  }
+  const int raw = pclose(pipe);
+  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return out;
+}
+
+class ToolTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (tarvik_test::BinDir().empty()) {
+      GTEST_SKIP() << "TARVIK_BIN_DIR not set";
+    }
+  }
+};
+
+TEST_F(ToolTest, DeviceReadsTheSharedStore) {
+  ASSERT_EQ(property_set("ro.product.device", "marble"), 0);
+  ASSERT_EQ(property_set("gsm.sim.state", "ABSENT,LOADED"), 0);
+  ASSERT_EQ(property_set("persist.radio.multisim.config", "ssss"), 0);
+  ASSERT_EQ(property_set("ro.vendor.radio.manufacturer_id", "1"), 0);
+  int status = 0;
+  const std::string out = RunTool("--json device", &status);
+  EXPECT_EQ(status, 0);
+  for (const char *field :
+       {"\"device\":\"marble\"", "\"manufacturer_id\":1", "\"single_sim\":true",
+        "\"sim_present_sub0\":false", "\"sim_present_sub1\":true", "\"active_call_sub\":8"}) {
+    EXPECT_NE(out.find(field), std::string::npos) << field << " in " << out;
+  }
+  EXPECT_EQ(out.find("RIL["), std::string::npos);  // library traces stay out of the output
+}
+
+TEST_F(ToolTest, BuildShowsTypeAndChecks) {
+  ASSERT_EQ(property_set("ro.vendor.radio.build_profile", "ravu"), 0);
+  ASSERT_EQ(property_set("ro.build.version.incremental", "V1.0.23.0.DEV"), 0);
+  ASSERT_EQ(property_set("ro.build.tags", "release-keys"), 0);
+  int status = 0;
+  const std::string out = RunTool("--json build", &status);
+  EXPECT_EQ(status, 0);
+  for (const char *field : {"\"build_type\":6", "\"build_type_name\":\"DEV\"", "\"dev\":true",
+                            "\"stable\":false", "\"test_build\":false", "\"ravu\":true"}) {
+    EXPECT_NE(out.find(field), std::string::npos) << field << " in " << out;
+  }
+  const std::string text = RunTool("build", &status);
+  EXPECT_NE(text.find("build type name        DEV\n"), std::string::npos) << text;
+}
+
+TEST_F(ToolTest, StartServiceIsRecordedByInit) {
+  int status = 0;
+  RunTool("start-service vendor.radio.test", &status);
+  EXPECT_EQ(status, 0);
+  RunTool("start-service " + std::string(93, 'x'), &status);
+  EXPECT_EQ(status, 1);
+  std::vector<std::string> values;
+  property_ctl_requests(
+      [](const char *name, const char *value, int, void *cookie) {
+        if (std::string(name) == "ctl.start") {
+          static_cast<std::vector<std::string> *>(cookie)->push_back(value);
+        }
+      },
+      &values);
+  EXPECT_EQ(values, std::vector<std::string>{"vendor.radio.test"});
+}
+
+}  // namespace
