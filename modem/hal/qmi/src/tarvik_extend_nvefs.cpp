@@ -453,7 +453,9 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
         }
         continue;
       }
-      // This chunk does not fit: fill what is left of the buffer and stop.
+      // This chunk does not fit: fill what is left of the buffer and stop; the count is the
+      // capacity, all of it filled.
+      *buf_len = capacity;
       if (capacity > offset) {
         memcpy(out + offset, rsp.data, capacity - offset);
         TARVIK_LOGD_SUB(sub_id, "abort, buf_len <= data_len_recv");
