@@ -11,6 +11,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <vector>
 
 #include "qmi_client.h"
 #include "tarvik_extend_qmi_v01.h"
@@ -322,14 +323,18 @@ static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *re
     return TARVIK_EXTEND_QMI_EFAIL;
   }
   TARVIK_LOGE("non QMI_TIMEOUT_ERR, will reinit this qmi client and retry this qmi req");
+  // The reopen zeroes the channel's static records, which `req` may be one of: the retry sends
+  // a copy of the request taken before it.
+  const auto *req_bytes = static_cast<const uint8_t *>(req);
+  std::vector<uint8_t> retry_req(req_bytes, req_bytes + req_len);
   tarvik_extend_qmi_deinit_do();
   tarvik_extend_qmi_init_do();
   if (client_handle == nullptr) {
     TARVIK_LOGE("reinit client_handle is NULL");
     return TARVIK_EXTEND_QMI_ENOCLIENT;
   }
-  qmi_ret = qmi_client_send_msg_sync(client_handle, static_cast<unsigned int>(msg_id), req,
-                                     static_cast<unsigned int>(req_len), resp,
+  qmi_ret = qmi_client_send_msg_sync(client_handle, static_cast<unsigned int>(msg_id),
+                                     retry_req.data(), static_cast<unsigned int>(req_len), resp,
                                      static_cast<unsigned int>(resp_len), kDefaultTimeoutMs);
   TARVIK_LOGD("retry qmi_client_send_msg_sync, msg_id = %d, qmi_ret = %d", msg_id, qmi_ret);
   if (qmi_ret == QMI_NO_ERR) {

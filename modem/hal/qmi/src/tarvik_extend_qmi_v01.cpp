@@ -80,46 +80,48 @@ using ReasonInd = tarvik_extend_qmi_base_model_reason_ind_msg_v01;
 using SetEventInd = tarvik_extend_qmi_base_model_set_event_ind_req_msg_v01;
 using Scene = tarvik_extend_qmi_base_model_scene_msg_v01;
 
-const qmi_elem_info agg0_ei[] = {QMI_MEMBER(U, Agg0, key), QMI_MEMBER(U, Agg0, values), QMI_EI_END};
-const qmi_elem_info agg1_ei[] = {QMI_MEMBER(U, Agg1, key), QMI_MEMBER(U, Agg1, values), QMI_EI_END};
-const qmi_elem_info agg2_ei[] = {QMI_MEMBER_VAR_STRUCT(1, 5, Agg2, list_len, list, agg1_ei),
-                                 QMI_EI_END};
-const qmi_elem_info agg3_ei[] = {QMI_MEMBER(U, Agg3, values), QMI_EI_END};
+constexpr qmi_elem_info agg0_ei[] = {QMI_MEMBER(U, Agg0, key), QMI_MEMBER(U, Agg0, values),
+                                     QMI_EI_END};
+constexpr qmi_elem_info agg1_ei[] = {QMI_MEMBER(U, Agg1, key), QMI_MEMBER(U, Agg1, values),
+                                     QMI_EI_END};
+constexpr qmi_elem_info agg2_ei[] = {QMI_MEMBER_VAR_STRUCT(1, 5, Agg2, list_len, list, agg1_ei),
+                                     QMI_EI_END};
+constexpr qmi_elem_info agg3_ei[] = {QMI_MEMBER(U, Agg3, values), QMI_EI_END};
 
-const qmi_elem_info generic_ei[] = {QMI_TLV(U, 0x01, Generic, id),
-                                    QMI_TLV(U, 0x02, Generic, data_len),
-                                    QMI_TLV_OPT(U, 0x10, Generic, data_valid, data), QMI_EI_END};
+constexpr qmi_elem_info generic_ei[] = {
+    QMI_TLV(U, 0x01, Generic, id), QMI_TLV(U, 0x02, Generic, data_len),
+    QMI_TLV_OPT(U, 0x10, Generic, data_valid, data), QMI_EI_END};
 
-const qmi_elem_info data_opt_req_ei[] = {QMI_TLV(U, 0x01, DataOpt, id),
-                                         QMI_TLV(U, 0x02, DataOpt, data_len),
-                                         QMI_TLV_OPT(U, 0x10, DataOpt, data_valid, data),
-                                         QMI_TLV_OPT(U, 0x11, DataOpt, opt_valid, opt), QMI_EI_END};
+constexpr qmi_elem_info data_opt_req_ei[] = {
+    QMI_TLV(U, 0x01, DataOpt, id), QMI_TLV(U, 0x02, DataOpt, data_len),
+    QMI_TLV_OPT(U, 0x10, DataOpt, data_valid, data), QMI_TLV_OPT(U, 0x11, DataOpt, opt_valid, opt),
+    QMI_EI_END};
 
-const qmi_elem_info pair_ei[] = {QMI_TLV(U, 0x01, Pair, result), QMI_TLV(U, 0x02, Pair, value),
-                                 QMI_EI_END};
+constexpr qmi_elem_info pair_ei[] = {QMI_TLV(U, 0x01, Pair, result), QMI_TLV(U, 0x02, Pair, value),
+                                     QMI_EI_END};
 
-const qmi_elem_info study_table_ind_ei[] = {
+constexpr qmi_elem_info study_table_ind_ei[] = {
     QMI_TLV(U, 0x01, StudyTable, type), QMI_TLV(U, 0x02, StudyTable, count),
     QMI_TLV_STRUCT(0x03, StudyTable, table, agg0_ei), QMI_EI_END};
 
-const qmi_elem_info study_group_ind_ei[] = {
+constexpr qmi_elem_info study_group_ind_ei[] = {
     QMI_TLV(U, 0x01, StudyGroup, type), QMI_TLV(U, 0x02, StudyGroup, count),
     QMI_TLV_STRUCT(0x03, StudyGroup, groups, agg2_ei), QMI_EI_END};
 
-const qmi_elem_info study_entry_ind_ei[] = {QMI_TLV(U, 0x01, StudyEntry, type),
-                                            QMI_TLV_STRUCT(0x02, StudyEntry, entry, agg1_ei),
-                                            QMI_EI_END};
+constexpr qmi_elem_info study_entry_ind_ei[] = {QMI_TLV(U, 0x01, StudyEntry, type),
+                                                QMI_TLV_STRUCT(0x02, StudyEntry, entry, agg1_ei),
+                                                QMI_EI_END};
 
-const qmi_elem_info study_history_ind_ei[] = {QMI_TLV(U, 0x01, StudyHistory, type),
-                                              QMI_TLV(U, 0x02, StudyHistory, count),
-                                              QMI_TLV(U, 0x03, StudyHistory, history), QMI_EI_END};
+constexpr qmi_elem_info study_history_ind_ei[] = {
+    QMI_TLV(U, 0x01, StudyHistory, type), QMI_TLV(U, 0x02, StudyHistory, count),
+    QMI_TLV(U, 0x03, StudyHistory, history), QMI_EI_END};
 
-const qmi_elem_info study_upload_req_ei[] = {
+constexpr qmi_elem_info study_upload_req_ei[] = {
     QMI_TLV(U, 0x01, StudyUpload, type), QMI_TLV(U, 0x02, StudyUpload, count),
     QMI_TLV_STRUCT(0x03, StudyUpload, entries, agg1_ei), QMI_EI_END};
 
 // Five u32 as TLVs 0x01..0x05: each element of the record's array is a TLV of its own.
-const qmi_elem_info study_counters_ind_ei[] = {
+constexpr qmi_elem_info study_counters_ind_ei[] = {
     {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
     {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
     {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x03, 1, 4, 8, nullptr},
@@ -127,27 +129,28 @@ const qmi_elem_info study_counters_ind_ei[] = {
     {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x05, 1, 4, 16, nullptr},
     QMI_EI_END};
 
-const qmi_elem_info wechat_req_ei[] = {QMI_TLV(U, 0x01, WechatReq, type),
-                                       QMI_TLV(U, 0x02, WechatReq, value),
-                                       QMI_TLV(U, 0x03, WechatReq, flag), QMI_EI_END};
+constexpr qmi_elem_info wechat_req_ei[] = {QMI_TLV(U, 0x01, WechatReq, type),
+                                           QMI_TLV(U, 0x02, WechatReq, value),
+                                           QMI_TLV(U, 0x03, WechatReq, flag), QMI_EI_END};
 
-const qmi_elem_info wechat_ind_ei[] = {
+constexpr qmi_elem_info wechat_ind_ei[] = {
     QMI_TLV(U, 0x01, WechatInd, type), QMI_TLV(U, 0x02, WechatInd, state),
     QMI_TLV(U, 0x03, WechatInd, timestamp), QMI_TLV(U, 0x04, WechatInd, value), QMI_EI_END};
 
-const qmi_elem_info set_cfg_req_ei[] = {QMI_TLV_VAR(U, 1, 100, 0x01, SetCfg, cfg_len, cfg),
-                                        QMI_EI_END};
+constexpr qmi_elem_info set_cfg_req_ei[] = {QMI_TLV_VAR(U, 1, 100, 0x01, SetCfg, cfg_len, cfg),
+                                            QMI_EI_END};
 
-const qmi_elem_info result_ei[] = {QMI_TLV(U, 0x01, Result, result), QMI_EI_END};
+constexpr qmi_elem_info result_ei[] = {QMI_TLV(U, 0x01, Result, result), QMI_EI_END};
 
-const qmi_elem_info set_detection_req_ei[] = {QMI_TLV(U, 0x01, SetDetection, enabled), QMI_EI_END};
+constexpr qmi_elem_info set_detection_req_ei[] = {QMI_TLV(U, 0x01, SetDetection, enabled),
+                                                  QMI_EI_END};
 
-const qmi_elem_info dds_info_resp_ei[] = {QMI_TLV(U, 0x01, DdsInfo, result),
-                                          QMI_TLV_STRUCT(0x02, DdsInfo, info, agg3_ei), QMI_EI_END};
+constexpr qmi_elem_info dds_info_resp_ei[] = {
+    QMI_TLV(U, 0x01, DdsInfo, result), QMI_TLV_STRUCT(0x02, DdsInfo, info, agg3_ei), QMI_EI_END};
 
-const qmi_elem_info reason_req_ei[] = {QMI_TLV(U, 0x01, ReasonReq, value), QMI_EI_END};
+constexpr qmi_elem_info reason_req_ei[] = {QMI_TLV(U, 0x01, ReasonReq, value), QMI_EI_END};
 
-const qmi_elem_info reason_resp_ei[] = {
+constexpr qmi_elem_info reason_resp_ei[] = {
     QMI_TLV(U, 0x01, ReasonResp, result),
     QMI_TLV_VAR(U, 1, 6, 0x02, ReasonResp, arfcn_len, arfcn),
     QMI_TLV_VAR(U, 1, 6, 0x03, ReasonResp, pci_len, pci),
@@ -155,22 +158,22 @@ const qmi_elem_info reason_resp_ei[] = {
     QMI_TLV_VAR(U, 1, 6, 0x05, ReasonResp, reason_bitmask_ext_len, reason_bitmask_ext),
     QMI_EI_END};
 
-const qmi_elem_info reason_ind_ei[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
-                                       {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
-                                       {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x03, 1, 4, 8, nullptr},
-                                       {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x04, 1, 4, 12, nullptr},
-                                       QMI_EI_END};
+constexpr qmi_elem_info reason_ind_ei[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
+                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
+                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x03, 1, 4, 8, nullptr},
+                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x04, 1, 4, 12, nullptr},
+                                           QMI_EI_END};
 
-const qmi_elem_info set_event_ind_req_ei[] = {
+constexpr qmi_elem_info set_event_ind_req_ei[] = {
     QMI_TLV(U, 0x01, SetEventInd, event), QMI_TLV(U, 0x02, SetEventInd, is_register), QMI_EI_END};
 
-const qmi_elem_info scene_ei[] = {QMI_TLV(U, 0x01, Scene, result),
-                                  QMI_TLV(U, 0x02, Scene, scene_bitmask),
-                                  QMI_TLV(U, 0x03, Scene, scene_bitmask_ext), QMI_EI_END};
+constexpr qmi_elem_info scene_ei[] = {QMI_TLV(U, 0x01, Scene, result),
+                                      QMI_TLV(U, 0x02, Scene, scene_bitmask),
+                                      QMI_TLV(U, 0x03, Scene, scene_bitmask_ext), QMI_EI_END};
 
 // Message tables, by message id. The second column is the record size, the third the largest
 // TLV area the message can encode to.
-const qmi_idl_message_table_entry requests[] = {
+constexpr qmi_idl_message_table_entry requests[] = {
     {0x02, sizeof(Generic), 567, generic_ei},
     {0x03, sizeof(Generic), 567, generic_ei},
     {0x04, sizeof(DataOpt), 571, data_opt_req_ei},
@@ -184,7 +187,7 @@ const qmi_idl_message_table_entry requests[] = {
     {0x14, sizeof(tarvik_extend_qmi_empty_req_msg_v01), 0, nullptr},
 };
 
-const qmi_idl_message_table_entry responses[] = {
+constexpr qmi_idl_message_table_entry responses[] = {
     {0x02, sizeof(Generic), 567, generic_ei},
     {0x03, sizeof(Generic), 567, generic_ei},
     {0x04, sizeof(Pair), 14, pair_ei},
@@ -198,7 +201,7 @@ const qmi_idl_message_table_entry responses[] = {
     {0x14, sizeof(Scene), 21, scene_ei},
 };
 
-const qmi_idl_message_table_entry indications[] = {
+constexpr qmi_idl_message_table_entry indications[] = {
     {0x03, sizeof(Generic), 567, generic_ei},
     {0x05, sizeof(StudyTable), 1137, study_table_ind_ei},
     {0x06, sizeof(StudyGroup), 1227, study_group_ind_ei},
@@ -211,6 +214,28 @@ const qmi_idl_message_table_entry indications[] = {
     {0x14, sizeof(Scene), 21, scene_ei},
 };
 
+// The largest sizes above are the ones the tables really encode to.
+template <size_t N>
+constexpr bool MaxLensMatch(const qmi_idl_message_table_entry (&table)[N]) {
+  for (size_t i = 0; i < N; ++i) {
+    if (qmi_ei_max_len(table[i].ei) != table[i].max_msg_len) {
+      return false;
+    }
+  }
+  return true;
+}
+template <size_t N>
+constexpr uint32_t LargestOf(const qmi_idl_message_table_entry (&table)[N]) {
+  uint32_t largest = 0;
+  for (size_t i = 0; i < N; ++i) {
+    largest = table[i].max_msg_len > largest ? table[i].max_msg_len : largest;
+  }
+  return largest;
+}
+static_assert(MaxLensMatch(requests) && MaxLensMatch(responses) && MaxLensMatch(indications));
+static_assert(LargestOf(requests) == TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01 &&
+              LargestOf(responses) <= TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01 &&
+              LargestOf(indications) <= TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01);
 static_assert(sizeof(requests) / sizeof(requests[0]) == 11);
 static_assert(sizeof(responses) / sizeof(responses[0]) == 11);
 static_assert(sizeof(indications) / sizeof(indications[0]) == 10);

@@ -1,0 +1,60 @@
+// Shared set-up of the vendor channel tests: an in-process simulated modem with the extend
+// service, helpers to read what it received, and a recorder for indication callbacks.
+#pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "extend/extend_service.h"
+#include "gtest/gtest.h"
+#include "modemsim/modem.h"
+#include "qmi_client_host.h"
+#include "tarvik_extend_api.h"
+
+namespace channel_test {
+
+// Milliseconds that the next qmi_client_send_msg_sync of the library stalls before it goes to
+// the client library (the test program interposes that function); 0: no stall.
+extern std::atomic<int> g_next_send_stall_ms;
+
+// Time-outs (ms) the library passed to the client library, one per send, in order.
+std::vector<unsigned int> SendTimeouts();
+
+struct Ind {
+  int id;
+  std::vector<uint8_t> data;
+};
+
+// Indication callbacks are plain functions; they all land here.
+class IndRecorder {
+ public:
+  static void Record(int id, void *data, int len);
+  // Waits until `n` indications have arrived in total.
+  static bool WaitFor(size_t n, int timeout_ms = 2000);
+  static std::vector<Ind> Got();
+};
+
+class ChannelTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Requests of message `msg_id` that the extend service received, in order.
+  std::vector<modemsim::Received> Received(uint16_t msg_id) const;
+  std::vector<uint32_t> Clients() const;
+
+  // Registers a handler for `id` that answers `result` and `data`.
+  void Answer(uint32_t id, uint32_t result, std::vector<uint8_t> data, bool data_valid = true);
+
+  static int64_t ElapsedMs(std::chrono::steady_clock::time_point since);
+
+  std::unique_ptr<modemsim::Modem> modem_;
+};
+
+}  // namespace channel_test
