@@ -1,0 +1,130 @@
+// tarvik-modemd as another process: a client over the socket transport, a restart injected from
+// a shell through tarvik-qmi, and the daemon going away and coming back.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "modemsim/socket_server.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "tarvik_extend_qmi_v01.h"
+#include "test_env.h"
+
+extern char **environ;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+pid_t Spawn(const std::vector<std::string> &argv) {
+  std::vector<char *> args;
+  for (auto &a : argv) args.push_back(const_cast<char *>(a.c_str()));
+  args.push_back(nullptr);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0) return -1;
+  return pid;
+}
+
+int RunTool(const std::vector<std::string> &words) {
+  std::vector<std::string> argv{tarvik_test::BinDir() + "/tarvik-qmi"};
+  argv.insert(argv.end(), words.begin(), words.end());
+  const pid_t pid = Spawn(argv);
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+class DaemonTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(tarvik_test::BinDir().empty()) << "TARVIK_BIN_DIR is not set";
+    socket_ = tarvik_test::ScratchDir() + "/modemd.sock";
+    StartDaemon();
+  }
+  void TearDown() override {
+    if (handle_ != nullptr) qmi_client_release(handle_);
+    StopDaemon();
+  }
+
+  void StartDaemon() {
+    pid_ = Spawn({tarvik_test::BinDir() + "/tarvik-modemd", "--socket", socket_, "--state",
+                  tarvik_test::ScratchDir() + "/state"});
+    ASSERT_GT(pid_, 0);
+    // The daemon is up once control commands get an answer.
+    std::string out;
+    for (int i = 0; i < 300; ++i) {
+      if (modemsim::SendControlCommand(socket_, {"status"}, &out) == 0) return;
+      std::this_thread::sleep_for(10ms);
+    }
+    FAIL() << "tarvik-modemd did not come up";
+  }
+
+  void StopDaemon() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+  }
+
+  static void ErrCb(qmi_client_type, qmi_client_error_type error, void *data) {
+    static_cast<std::atomic<int> *>(data)->store(error);
+  }
+
+  static bool WaitError(const std::atomic<int> &error) {
+    for (int i = 0; i < 300 && error.load() == 0; ++i) std::this_thread::sleep_for(10ms);
+    return error.load() != 0;
+  }
+
+  std::string socket_;
+  pid_t pid_ = -1;
+  qmi_client_type handle_ = nullptr;
+};
+
+TEST_F(DaemonTest, RestartFromTheToolFiresTheErrorCallback) {
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
+                                                 QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
+                                                 2000, &handle_));
+  std::atomic<int> error{0};
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error));
+  EXPECT_EQ(0, RunTool({"--modem", "unix:" + socket_, "sim", "restart", "0xFFE4"}));
+  ASSERT_TRUE(WaitError(error));
+  EXPECT_EQ(QMI_SERVICE_ERR, error.load());
+  EXPECT_EQ(2, RunTool({"--modem", "unix:" + socket_, "sim", "restart"}));
+  EXPECT_EQ(1, RunTool({"--modem", "unix:" + socket_, "sim", "absent", "0x1234"}));
+  EXPECT_EQ(1,
+            RunTool({"--modem", "unix:" + tarvik_test::ScratchDir() + "/none", "sim", "status"}));
+}
+
+TEST_F(DaemonTest, DaemonLossTakesServicesDownAndReconnectBringsThemBack) {
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
+                                                 QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
+                                                 2000, &handle_));
+  std::atomic<int> error{0};
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error));
+  StopDaemon();
+  ASSERT_TRUE(WaitError(error));
+  EXPECT_EQ(QMI_SERVICE_ERR, error.load());
+  unsigned count = 0;
+  EXPECT_EQ(QMI_SERVICE_ERR, qmi_client_get_service_list(&tarvik_extend_qmi_idl_service_object_v01,
+                                                         nullptr, nullptr, &count));
+  StartDaemon();
+  qmi_client_type again = nullptr;
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
+                                                 QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
+                                                 3000, &again));
+  EXPECT_EQ(QMI_NO_ERR, qmi_client_release(again));
+}
+
+}  // namespace
