@@ -17,3 +17,5 @@ step prop set persist.vendor.radio.demo "set in one run"
 step prop get persist.vendor.radio.demo
 step device
 step build
+step send 255 68656c6c6f
+step watch --for 1 --inject 3:0a0b 3
