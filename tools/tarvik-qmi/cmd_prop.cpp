@@ -90,32 +90,34 @@ void PrintRows(const Options &options, const std::vector<Row> &rows, bool with_p
   printf(with_pid ? "]\n" : "}\n");
 }
 
-int List(const Options &options, const Args &args) {
+// Stored properties, or with `ctl` the recorded control requests.
+int ShowRows(const Options &options, const Args &args, bool ctl) {
   if (args.size() != 1) {
     return UsageError("prop");
   }
   std::vector<Row> rows;
-  property_list(
-      [](const char *name, const char *value, void *cookie) {
-        static_cast<std::vector<Row> *>(cookie)->push_back({name, value, 0});
-      },
-      &rows);
-  PrintRows(options, rows, false);
+  if (ctl) {
+    property_ctl_requests(
+        [](const char *name, const char *value, int pid, void *cookie) {
+          static_cast<std::vector<Row> *>(cookie)->push_back({name, value, pid});
+        },
+        &rows);
+  } else {
+    property_list(
+        [](const char *name, const char *value, void *cookie) {
+          static_cast<std::vector<Row> *>(cookie)->push_back({name, value, 0});
+        },
+        &rows);
+  }
+  PrintRows(options, rows, ctl);
   return 0;
 }
 
+int List(const Options &options, const Args &args) {
+  return ShowRows(options, args, false);
+}
 int Ctl(const Options &options, const Args &args) {
-  if (args.size() != 1) {
-    return UsageError("prop");
-  }
-  std::vector<Row> rows;
-  property_ctl_requests(
-      [](const char *name, const char *value, int pid, void *cookie) {
-        static_cast<std::vector<Row> *>(cookie)->push_back({name, value, pid});
-      },
-      &rows);
-  PrintRows(options, rows, true);
-  return 0;
+  return ShowRows(options, args, true);
 }
 
 int Dir(const Options &options, const Args &args) {
