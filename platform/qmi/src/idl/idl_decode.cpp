@@ -136,6 +136,13 @@ int32_t DecodeOneTlv(const qmi_elem_info *ei, uint32_t first, const uint8_t *val
     rec.base[ei[first].offset] = 1;
     start = first + 1;
   }
+  const uint32_t plain = PlainTlvBytes(ei, start, group_end);
+  if (plain != 0) {
+    if (!InRecord(ei[start].offset, plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    if (len != plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    CopyScalars(rec.base + ei[start].offset, value, Capacity(ei[start]), ei[start].elem_size);
+    return QMI_IDL_LIB_NO_ERR;
+  }
   Reader r{value, len, 0};
   const int32_t rc = DecodeSeq(ei + start, ei + group_end, rec, r, 0, true);
   if (rc != QMI_IDL_LIB_NO_ERR) return rc;

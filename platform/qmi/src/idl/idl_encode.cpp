@@ -130,11 +130,20 @@ int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_siz
         continue;
       }
     }
+    const uint32_t plain = PlainTlvBytes(ei, first, group_end);
+    if (plain != 0 && !InRecord(ei[first].offset, plain, rec_size))
+      return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     uint8_t *header = w.Take(kTlvHeaderLen);
     if (header == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     const uint32_t value_start = w.pos;
-    const int32_t rc = EncodeSeq(ei + first, ei + group_end, src, w, 0, true);
-    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+    if (plain != 0) {
+      uint8_t *out = w.Take(plain);
+      if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      CopyScalars(out, rec + ei[first].offset, Capacity(ei[first]), ei[first].elem_size);
+    } else {
+      const int32_t rc = EncodeSeq(ei + first, ei + group_end, src, w, 0, true);
+      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+    }
     const uint32_t value_len = w.pos - value_start;
     if (value_len > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     header[0] = ei[i].tlv_type;
