@@ -1,0 +1,370 @@
+// Modem files: chunked reads and writes, the write instance, and the one-shot operations.
+#include <string.h>
+
+#include <string>
+
+#include "../../modemsim/extend/extend_service.h"
+#include "features_env.h"
+#include "qmi_client.h"
+#include "syslog_capture.h"
+#include "tarvik_extend_nvefs.h"
+#include "test_env.h"
+
+namespace features_test {
+namespace {
+
+using EfsTest = FeatureTest;
+
+const std::string kPath = "/nv/item_files/test/blob";
+
+int Write(const std::string &path, const std::vector<uint8_t> &data, uint32_t sub = 0) {
+  return tarvik_efs_write(sub, path.data(), static_cast<uint32_t>(path.size()), data.data(),
+                          static_cast<uint32_t>(data.size()));
+}
+
+std::vector<tarvik_nvefs_req_t> Chunks(const std::vector<Sent> &sent) {
+  std::vector<tarvik_nvefs_req_t> out;
+  for (const auto &s : sent) {
+    out.push_back(s.As<tarvik_nvefs_req_t>());
+  }
+  return out;
+}
+
+// Sizes around the chunk boundaries: the number of chunks, the last chunk's size, and the
+// offsets each chunk claims.
+TEST_F(EfsTest, WriteGoesOutInChunksOf414) {
+  struct Row {
+    uint32_t size;
+    size_t chunks;
+    uint32_t last;
+  };
+  const Row rows[] = {{1, 1, 1}, {414, 1, 414}, {415, 2, 1}, {828, 2, 414}, {102410, 248, 152}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE("size " + std::to_string(row.size));
+    ClearSent();
+    const auto data = Pattern(row.size, row.size);
+    ASSERT_EQ(Write(kPath, data), 0);
+    const auto chunks = Chunks(SentRequests(REQUEST_ID_NVEFS));
+    ASSERT_EQ(chunks.size(), row.chunks);
+    for (size_t i = 0; i < chunks.size(); ++i) {
+      EXPECT_EQ(chunks[i].op, NVEFS_OP_EFS_WRITE);
+      EXPECT_EQ(chunks[i].len_all, row.size);
+      EXPECT_EQ(chunks[i].len_cur, i * 414);
+      EXPECT_EQ(chunks[i].len_send, i + 1 == chunks.size() ? row.last : 414u);
+    }
+    std::vector<uint8_t> stored;
+    ASSERT_TRUE(fm_->File(0, kPath, &stored));
+    EXPECT_TRUE(stored == data);
+  }
+}
+
+TEST_F(EfsTest, WriteLengthLimits) {
+  EXPECT_EQ(Write(kPath, std::vector<uint8_t>(102411, 1)), -108);
+  const uint8_t b = 1;
+  EXPECT_EQ(tarvik_efs_write(0, kPath.data(), static_cast<uint32_t>(kPath.size()), &b, 0), -108);
+  EXPECT_EQ(tarvik_efs_write(0, kPath.data(), static_cast<uint32_t>(kPath.size()), nullptr, 1),
+            -107);
+  EXPECT_TRUE(SentRequests().empty());
+}
+
+// The first chunk asks for a new instance (255); every later chunk carries the instance that
+// the modem's first answer handed out, whatever it is.
+TEST_F(EfsTest, LaterChunksCarryTheInstanceFromTheFirstAnswer) {
+  for (uint32_t round = 0; round < 3; ++round) {
+    SCOPED_TRACE("write " + std::to_string(round));
+    ClearSent();
+    // Leave one abandoned instance open each round so the modem's numbers move on.
+    const auto data = Pattern(1000, round);
+    ASSERT_EQ(Write(kPath, data), 0);
+    const auto chunks = Chunks(SentRequests(REQUEST_ID_NVEFS));
+    ASSERT_EQ(chunks.size(), 3u);
+    EXPECT_EQ(chunks[0].item, TARVIK_EFS_FIRST_INS_ID);
+    EXPECT_NE(chunks[1].item, TARVIK_EFS_FIRST_INS_ID);
+    EXPECT_EQ(chunks[1].item, chunks[2].item);
+    EXPECT_EQ(chunks[1].item, round + 1) << "the modem hands out 1, 2, 3 in turn";
+  }
+  // A modem that hands out an instance the library did not expect: it is carried all the same.
+  ClearSent();
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *req, std::vector<uint8_t> *answer) {
+    const uint16_t odd = 0x1234;
+    if (req[0] == NVEFS_OP_EFS_WRITE) {
+      memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, ins_id), &odd, 2);
+    }
+  });
+  EXPECT_EQ(Write(kPath, Pattern(415)), modemsim::features::kEfsBadInstance)
+      << "the modem does not know the instance it did not hand out";
+  const auto chunks = Chunks(SentRequests(REQUEST_ID_NVEFS));
+  ASSERT_EQ(chunks.size(), 2u);
+  EXPECT_EQ(chunks[1].item, 0x1234);
+}
+
+TEST_F(EfsTest, WriteAcceptsPositiveResultsAndStopsAtNegativeOnes) {
+  int chunk = 0;
+  Tamper(REQUEST_ID_NVEFS, [&chunk](const uint8_t *, std::vector<uint8_t> *answer) {
+    const int32_t code = chunk++ == 0 ? 1 : 0;
+    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
+  });
+  EXPECT_EQ(Write(kPath, Pattern(900)), 0);
+  EXPECT_EQ(SentRequests().size(), 3u);
+
+  ClearSent();
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const int32_t code = -1;
+    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
+  });
+  EXPECT_EQ(Write(kPath, Pattern(900)), -1);
+  EXPECT_EQ(SentRequests().size(), 1u);
+}
+
+TEST_F(EfsTest, ReadBackWholeFilesOfEverySize) {
+  for (uint32_t size : {1u, 424u, 425u, 4096u, 102410u}) {
+    SCOPED_TRACE("size " + std::to_string(size));
+    const auto data = Pattern(size, size + 7);
+    ASSERT_EQ(Write(kPath, data), 0);
+    ClearSent();
+    std::vector<uint8_t> buf(size + 10, 0xEE);
+    uint32_t len = static_cast<uint32_t>(buf.size());
+    ASSERT_EQ(
+        tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len), 0);
+    EXPECT_EQ(len, size);
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), buf.begin()));
+    EXPECT_EQ(buf[size], 0xEE);
+    const auto chunks = Chunks(SentRequests(REQUEST_ID_NVEFS));
+    EXPECT_EQ(chunks.size(), (size + 423) / 424);
+    for (size_t i = 0; i < chunks.size(); ++i) {
+      EXPECT_EQ(chunks[i].op, NVEFS_OP_EFS_READ);
+      EXPECT_EQ(chunks[i].len_cur, i * 424);
+    }
+  }
+}
+
+// A buffer smaller than the file is filled to its capacity; the count keeps the capacity and
+// no request goes beyond the chunk that overflowed.
+TEST_F(EfsTest, ReadIntoBufferSmallerThanTheFile) {
+  const auto data = Pattern(2000);
+  ASSERT_EQ(Write(kPath, data), 0);
+  for (uint32_t cap : {100u, 424u, 425u, 1000u, 1999u, 2000u}) {
+    SCOPED_TRACE("capacity " + std::to_string(cap));
+    ClearSent();
+    std::vector<uint8_t> buf(cap + 1, 0xEE);
+    uint32_t len = cap;
+    ASSERT_EQ(
+        tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len), 0);
+    EXPECT_EQ(len, cap);
+    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + cap, data.begin()));
+    EXPECT_EQ(buf[cap], 0xEE) << "nothing past the capacity";
+    EXPECT_EQ(SentRequests().size(), (cap + 423) / 424) << "no request past the one that filled it";
+  }
+}
+
+// A chunk that claims more bytes than its answer carries is cut to what arrived, and the next
+// request asks from there: the file still arrives whole.
+TEST_F(EfsTest, ChunkClaimingMoreThanArrivedIsCut) {
+  const auto data = Pattern(1500);
+  ASSERT_EQ(Write(kPath, data), 0);
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const uint32_t send = 4000;
+    answer->resize(std::min<size_t>(answer->size(), offsetof(tarvik_nvefs_rsp_t, data) + 300));
+    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_send), &send, 4);
+  });
+  ClearSent();
+  std::vector<uint8_t> buf(1500);
+  uint32_t len = 1500;
+  ASSERT_EQ(tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len),
+            0);
+  EXPECT_EQ(len, 1500u);
+  EXPECT_TRUE(buf == data);
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 5u);
+}
+
+TEST_F(EfsTest, EmptyChunkEndsTheRead) {
+  ASSERT_EQ(Write(kPath, Pattern(10)), 0);
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    answer->resize(offsetof(tarvik_nvefs_rsp_t, data));
+    memset(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_send), 0, 4);
+  });
+  uint8_t buf[16];
+  uint32_t len = sizeof(buf);
+  EXPECT_EQ(tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf, &len), -108);
+  EXPECT_TRUE(tarvik_test::SyslogContains("abort, data_len_send <= 0"));
+}
+
+TEST_F(EfsTest, PathAndSubscriptionLimits) {
+  const std::string p100(100, 'a');
+  const std::string p99(99, 'a');
+  uint8_t buf[8];
+  uint32_t len = sizeof(buf);
+  const uint8_t *tgt = reinterpret_cast<const uint8_t *>(p99.data());
+  struct Row {
+    const char *name;
+    std::function<int()> call;
+    int expected;
+  };
+  const Row rows[] = {
+      {"read path 100", [&] { return tarvik_efs_read(0, p100.data(), 100, buf, &len); }, -2},
+      {"read path 101", [&] { return tarvik_efs_read(0, p100.data(), 101, buf, &len); }, -106},
+      {"read path 0", [&] { return tarvik_efs_read(0, p99.data(), 0, buf, &len); }, -106},
+      {"read sub 2", [&] { return tarvik_efs_read(2, p99.data(), 99, buf, &len); }, -104},
+      {"read null path", [&] { return tarvik_efs_read(0, nullptr, 9, buf, &len); }, -105},
+      {"read null buf", [&] { return tarvik_efs_read(0, p99.data(), 9, nullptr, &len); }, -107},
+      {"read null len", [&] { return tarvik_efs_read(0, p99.data(), 9, buf, nullptr); }, -108},
+      {"write path 100", [&] { return tarvik_efs_write(0, p100.data(), 100, buf, 1); }, -106},
+      {"delete path 100", [&] { return tarvik_efs_delete(0, p100.data(), 100); }, -106},
+      {"delete path 99", [&] { return tarvik_efs_delete(0, p99.data(), 99); }, -2},
+      {"exists path 100", [&] { return tarvik_efs_is_exsit(0, p100.data(), 100); }, -106},
+      {"exists sub 2", [&] { return tarvik_efs_is_exsit(2, p99.data(), 99); }, -104},
+      {"compare path 100", [&] { return tarvik_efs_compare(0, p100.data(), 100, 1, tgt, 99); },
+       -106},
+      {"compare target 100",
+       [&] {
+         return tarvik_efs_compare(0, p99.data(), 99, 1,
+                                   reinterpret_cast<const uint8_t *>(p100.data()), 100);
+       },
+       -106},
+      {"copy target sub 2", [&] { return tarvik_efs_copy(0, p99.data(), 99, 2, tgt, 99); }, -104},
+      {"copy null target", [&] { return tarvik_efs_copy(0, p99.data(), 99, 1, nullptr, 9); }, -105},
+      {"stat null path", [&] { return tarvik_efs_stat(nullptr, buf); }, -105},
+      {"stat null out", [&] { return tarvik_efs_stat("/a", nullptr); }, -107},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    ClearSent();
+    len = sizeof(buf);
+    EXPECT_EQ(row.call(), row.expected);
+    EXPECT_EQ(SentRequests().size(), row.expected == -2 ? 1u : 0u);
+  }
+  // A read path of 100 bytes goes out with its 100th byte replaced by a terminator.
+  ClearSent();
+  len = sizeof(buf);
+  tarvik_efs_read(0, p100.data(), 100, buf, &len);
+  const auto req = SentRequests()[0].As<tarvik_nvefs_req_t>();
+  EXPECT_EQ(req.path_len, 100);
+  EXPECT_EQ(std::string(req.path), p99);
+}
+
+TEST_F(EfsTest, DeleteCompareCopyStatExist) {
+  const std::string a = "/data/a", b = "/data/b";
+  const auto content = Pattern(777);
+  ASSERT_EQ(Write(a, content), 0);
+  const auto *pb = reinterpret_cast<const uint8_t *>(b.data());
+  const auto la = static_cast<uint32_t>(a.size());
+  const auto lb = static_cast<uint32_t>(b.size());
+  EXPECT_EQ(tarvik_efs_is_exsit(0, a.data(), la), 0);
+  EXPECT_EQ(tarvik_efs_is_exsit(1, a.data(), la), modemsim::features::kEfsNoEntry);
+  EXPECT_EQ(tarvik_efs_compare(0, a.data(), la, 1, pb, lb), modemsim::features::kEfsNoEntry);
+
+  ClearSent();
+  ASSERT_EQ(tarvik_efs_copy(0, a.data(), la, 1, pb, lb), 0);
+  const auto req = SentRequests()[0].As<tarvik_nvefs_req_t>();
+  EXPECT_EQ(req.op, NVEFS_OP_EFS_COPY);
+  EXPECT_EQ(req.len_all, lb) << "second path length";
+  EXPECT_EQ(req.len_send, 1u) << "second subscription";
+  EXPECT_EQ(0, memcmp(req.data, b.data(), lb));
+  std::vector<uint8_t> copied;
+  ASSERT_TRUE(fm_->File(1, b, &copied));
+  EXPECT_TRUE(copied == content);
+  EXPECT_EQ(tarvik_efs_compare(0, a.data(), la, 1, pb, lb), 0);
+  ASSERT_EQ(Write(b, Pattern(777, 9), 1), 0);
+  EXPECT_EQ(tarvik_efs_compare(0, a.data(), la, 1, pb, lb), modemsim::features::kFilesDiffer);
+
+  uint8_t st[16];
+  ASSERT_EQ(tarvik_efs_stat(a.c_str(), st), 0);
+  modemsim::features::FileStat fs;
+  memcpy(&fs, st, sizeof(fs));
+  EXPECT_EQ(fs.size, 777u);
+  EXPECT_EQ(fs.mode, 0100644u);
+
+  ASSERT_EQ(tarvik_efs_delete(0, a.data(), la), 0);
+  EXPECT_EQ(tarvik_efs_is_exsit(0, a.data(), la), modemsim::features::kEfsNoEntry);
+  EXPECT_EQ(tarvik_efs_stat(a.c_str(), st), modemsim::features::kEfsNoEntry);
+}
+
+TEST_F(EfsTest, TransportFailuresAreMappedAndReadsKeepWhatArrived) {
+  const auto data = Pattern(1000);
+  ASSERT_EQ(Write(kPath, data), 0);
+  const auto l = static_cast<uint32_t>(kPath.size());
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(Write(kPath, data), -103);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_efs_delete(0, kPath.data(), l), -103);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_efs_is_exsit(0, kPath.data(), l), -103);
+
+  // The second chunk of a read fails: the first one stays in the buffer with its count.
+  int chunk = 0;
+  Tamper(REQUEST_ID_NVEFS, [&chunk](const uint8_t *, std::vector<uint8_t> *answer) {
+    if (chunk++ == 1) {
+      const int32_t code = -5;
+      memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
+    }
+  });
+  std::vector<uint8_t> buf(1000);
+  uint32_t len = 1000;
+  EXPECT_EQ(tarvik_efs_read(0, kPath.data(), l, buf.data(), &len), -5);
+  EXPECT_EQ(len, 424u);
+  EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + 424, data.begin()));
+}
+
+TEST_F(EfsTest, LockIsReleasedOnEveryPath) {
+  const auto l = static_cast<uint32_t>(kPath.size());
+  uint8_t buf[8] = {1};
+  uint32_t len = sizeof(buf);
+  const std::vector<std::function<void()>> paths = {
+      [&] { tarvik_efs_read(2, kPath.data(), l, buf, &len); },
+      [&] { tarvik_efs_read(0, nullptr, l, buf, &len); },
+      [&] { tarvik_efs_read(0, kPath.data(), 0, buf, &len); },
+      [&] { tarvik_efs_read(0, kPath.data(), l, nullptr, &len); },
+      [&] { tarvik_efs_read(0, "/missing", 8, buf, &len); },
+      [&] { tarvik_efs_write(0, kPath.data(), 100, buf, 1); },
+      [&] { tarvik_efs_write(0, kPath.data(), l, buf, 0); },
+      [&] { tarvik_efs_delete(0, "/missing", 8); },
+      [&] { tarvik_efs_copy(0, "/missing", 8, 3, buf, 1); },
+      [&] { tarvik_efs_compare(0, "/missing", 8, 0, buf, 1); },
+      [&] { tarvik_efs_stat(nullptr, buf); },
+      [&] { tarvik_efs_stat("/missing", buf); },
+      [&] {
+        FailTransport(QMI_TIMEOUT_ERR, 1);
+        tarvik_efs_write(0, kPath.data(), l, buf, 1);
+      },
+  };
+  for (size_t i = 0; i < paths.size(); ++i) {
+    SCOPED_TRACE("path " + std::to_string(i));
+    paths[i]();
+    EXPECT_TRUE(FinishesWithin([] { tarvik_efs_is_exsit(0, "/x", 2); }, 5000));
+  }
+}
+
+TEST_F(EfsTest, NvSyncReportsEitherFailure) {
+  EXPECT_EQ(tarvik_nvefs_sync(), 0u);
+  EXPECT_EQ(fm_->NvSyncCount(), 1u);
+  const auto req = SentRequests(REQUEST_ID_COMMON)[0].As<tarvik_cmn_req_t>();
+  EXPECT_EQ(req.cmd, COMMON_CMD_MSG);
+  uint32_t type;
+  memcpy(&type, req.payload, 4);
+  EXPECT_EQ(type, COMMON_MSG_NV_SYNC);
+
+  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const int32_t code = 8;
+    memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &code, 4);
+  });
+  EXPECT_EQ(tarvik_nvefs_sync(), 8u);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_NE(tarvik_nvefs_sync(), 0u);
+}
+
+TEST_F(EfsTest, FilesPersistInTheStateDirectory) {
+  const std::string dir = tarvik_test::ScratchDir() + "/modem";
+  StartModem(dir);
+  const auto data = Pattern(5000);
+  ASSERT_EQ(Write(kPath, data, 1), 0);
+  StartModem(dir);
+  std::vector<uint8_t> buf(6000);
+  uint32_t len = 6000;
+  ASSERT_EQ(tarvik_efs_read(1, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len),
+            0);
+  ASSERT_EQ(len, 5000u);
+  EXPECT_TRUE(std::equal(data.begin(), data.end(), buf.begin()));
+}
+
+}  // namespace
+}  // namespace features_test

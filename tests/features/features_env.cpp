@@ -1,0 +1,104 @@
+#include "features_env.h"
+
+#include <string.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "../../modemsim/extend/extend_service.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "tarvik_extend_api.h"
+#include "tarvik_extend_qmi_v01.h"
+
+namespace features_test {
+
+void FeatureTest::SetUp() {
+  StartModem("");
+}
+
+void FeatureTest::TearDown() {
+  modem_.reset();
+}
+
+void FeatureTest::StartModem(const std::string &state_dir) {
+  modem_.reset();
+  modem_ = modemsim::CreateStandardModem(state_dir);
+  ASSERT_NE(modem_, nullptr);
+  modem_->ServeInProcess();
+  ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
+  // A channel left open on an earlier modem is reopened on this one before the test talks.
+  tarvik_extend_qmi_init_force();
+  fm_ = modemsim::features::Of(*modem_);
+  ASSERT_NE(fm_, nullptr);
+  // Whole-store operations answer at once unless a test asks otherwise.
+  fm_->SetStoreDelays(0, 0, 0);
+}
+
+std::vector<Sent> FeatureTest::SentRequests(int request_id) const {
+  std::vector<Sent> out;
+  for (const auto &r : modem_->ReceivedBy(modemsim::extend::kServiceId)) {
+    if (r.msg_id != TARVIK_EXTEND_QMI_GENERIC_MSG_V01 || r.decode_status != 0) {
+      continue;
+    }
+    const auto &req = r.As<tarvik_extend_qmi_req_msg_v01>();
+    if (request_id >= 0 && req.id != static_cast<uint32_t>(request_id)) {
+      continue;
+    }
+    const uint32_t n = req.data_valid ? std::min<uint32_t>(req.data_len, sizeof(req.data)) : 0;
+    out.push_back({req.id, std::vector<uint8_t>(req.data, req.data + n)});
+  }
+  return out;
+}
+
+void FeatureTest::ClearSent() {
+  modem_->ClearReceived(modemsim::extend::kServiceId);
+}
+
+void FeatureTest::FailTransport(int error, int count) {
+  modemsim::Fault fault;
+  fault.kind = modemsim::Fault::kTransportError;
+  fault.error = error;
+  fault.count = count;
+  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, fault);
+}
+
+void FeatureTest::Tamper(uint32_t request_id,
+                         std::function<void(const uint8_t *, std::vector<uint8_t> *)> fn) {
+  fm_->SetTamper(
+      [request_id, fn](uint32_t id, const uint8_t *req, uint32_t, std::vector<uint8_t> *answer) {
+        if (id == request_id) {
+          fn(req, answer);
+        }
+      });
+}
+
+bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
+  struct Shared {
+    std::mutex mu;
+    std::condition_variable cv;
+    bool done = false;
+  };
+  auto shared = std::make_shared<Shared>();
+  std::thread([shared, fn] {
+    fn();
+    std::lock_guard<std::mutex> lock(shared->mu);
+    shared->done = true;
+    shared->cv.notify_all();
+  }).detach();
+  std::unique_lock<std::mutex> lock(shared->mu);
+  return shared->cv.wait_for(lock, std::chrono::milliseconds(ms), [&] { return shared->done; });
+}
+
+std::vector<uint8_t> Pattern(size_t n, uint32_t seed) {
+  std::vector<uint8_t> out(n);
+  uint32_t x = seed * 2654435761u + 1;
+  for (size_t i = 0; i < n; ++i) {
+    x = x * 1103515245u + 12345u;
+    out[i] = static_cast<uint8_t>(x >> 16);
+  }
+  return out;
+}
+
+}  // namespace features_test

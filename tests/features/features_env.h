@@ -1,0 +1,63 @@
+// Shared set-up of the modem feature tests: the standard simulated modem served in-process,
+// its feature state, and helpers to read the generic requests it received.
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../../modemsim/features/feature_modem.h"
+#include "gtest/gtest.h"
+#include "modemsim/modem.h"
+#include "tarvik_extend_cmn.h"
+#include "tarvik_extend_nvefs.h"
+
+namespace features_test {
+
+// Payload of one generic request as the modem received it.
+struct Sent {
+  uint32_t request_id;
+  std::vector<uint8_t> data;
+
+  template <typename T>
+  T As() const {
+    T record;
+    memset(&record, 0, sizeof(record));
+    memcpy(&record, data.data(), std::min(sizeof(record), data.size()));
+    return record;
+  }
+};
+
+class FeatureTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // (Re)starts the modem, keeping its state in `state_dir` ("" keeps it in memory).
+  void StartModem(const std::string &state_dir);
+
+  // Generic requests received since the last ClearSent, optionally of one request id.
+  std::vector<Sent> SentRequests(int request_id = -1) const;
+  void ClearSent();
+
+  // The next `count` generic requests fail in transport with `error` (a QMI_* client error).
+  void FailTransport(int error, int count);
+  // Rewrites the payload of the modem's answers to `request_id` with `fn` (request, answer).
+  void Tamper(uint32_t request_id,
+              std::function<void(const uint8_t *req, std::vector<uint8_t> *answer)> fn);
+
+  // Runs `fn` on another thread and reports whether it finished within `ms`. A call that
+  // does not finish (a lock left held) is abandoned with its thread.
+  static bool FinishesWithin(std::function<void()> fn, int ms);
+
+  std::unique_ptr<modemsim::Modem> modem_;
+  modemsim::features::FeatureModem *fm_ = nullptr;
+};
+
+// Bytes 0, 1, 2, ... of a file of `n` bytes, varied enough to catch misplaced chunks.
+std::vector<uint8_t> Pattern(size_t n, uint32_t seed = 1);
+
+}  // namespace features_test

@@ -1,0 +1,299 @@
+// NV items on the validated and the raw path, driven through the simulated modem.
+#include <string.h>
+
+#include "../../modemsim/extend/extend_service.h"
+#include "features_env.h"
+#include "qmi_client.h"
+#include "syslog_capture.h"
+#include "tarvik_extend_api.h"
+#include "tarvik_extend_nvefs.h"
+#include "test_env.h"
+
+namespace features_test {
+namespace {
+
+using NvTest = FeatureTest;
+
+TEST_F(NvTest, WriteThenReadBackThroughTheModem) {
+  const auto item = Pattern(424);
+  ASSERT_EQ(tarvik_nv_write_ex(1, 7232, item.data(), 424), 0);
+  std::vector<uint8_t> stored;
+  ASSERT_TRUE(fm_->NvItem(1, 7232, &stored));
+  EXPECT_EQ(stored, item);
+
+  const auto sent = SentRequests(REQUEST_ID_NVEFS);
+  ASSERT_EQ(sent.size(), 1u);
+  const auto req = sent[0].As<tarvik_nvefs_req_t>();
+  EXPECT_EQ(sent[0].data.size(), TARVIK_NVEFS_REQ_SIZE);
+  EXPECT_EQ(req.op, NVEFS_OP_NV_WRITE);
+  EXPECT_EQ(req.sub, 1);
+  EXPECT_EQ(req.item, 7232);
+  EXPECT_EQ(req.len_all, 424u);
+  EXPECT_EQ(0, memcmp(req.data, item.data(), 424));
+
+  std::vector<uint8_t> buf(500, 0xEE);
+  uint32_t len = 500;
+  ASSERT_EQ(tarvik_nv_read(1, 7232, buf.data(), &len), 0);
+  EXPECT_EQ(len, 424u);
+  EXPECT_TRUE(std::equal(item.begin(), item.end(), buf.begin()));
+  EXPECT_EQ(buf[424], 0xEE) << "nothing written past the item";
+}
+
+TEST_F(NvTest, ItemLongerThanBufferFillsItAndKeepsTheCount) {
+  const auto item = Pattern(40);
+  ASSERT_EQ(tarvik_nv_write_ex(0, 550, item.data(), 40), 0);
+  uint8_t buf[17];
+  memset(buf, 0xEE, sizeof(buf));
+  uint32_t len = 16;
+  ASSERT_EQ(tarvik_nv_read(0, 550, buf, &len), 0);
+  EXPECT_EQ(len, 16u);
+  EXPECT_EQ(0, memcmp(buf, item.data(), 16));
+  EXPECT_EQ(buf[16], 0xEE);
+}
+
+// Limits of subscription, item number, buffer and length; each refused row sends nothing.
+TEST_F(NvTest, ArgumentLimits) {
+  uint8_t buf[8] = {1, 2, 3};
+  uint32_t cap = sizeof(buf);
+  uint32_t zero = 0;
+  struct Row {
+    const char *name;
+    std::function<int()> call;
+    int expected;
+    bool sent;
+  };
+  const Row rows[] = {
+      {"read sub 2 item 550",
+       [&] {
+         cap = 8;
+         return tarvik_nv_read(2, 550, buf, &cap);
+       },
+       5, true},
+      {"read sub 2 item 551", [&] { return tarvik_nv_read(2, 551, buf, &cap); }, -104, false},
+      {"read sub 3 item 550", [&] { return tarvik_nv_read(3, 550, buf, &cap); }, -104, false},
+      {"read item 7232",
+       [&] {
+         cap = 8;
+         return tarvik_nv_read(0, 7232, buf, &cap);
+       },
+       5, true},
+      {"read item 7233", [&] { return tarvik_nv_read(0, 7233, buf, &cap); }, -109, false},
+      {"read null buf", [&] { return tarvik_nv_read(0, 1, nullptr, &cap); }, -107, false},
+      {"read null len", [&] { return tarvik_nv_read(0, 1, buf, nullptr); }, -108, false},
+      {"read zero len", [&] { return tarvik_nv_read(0, 1, buf, &zero); }, -108, false},
+      {"write sub 2 item 550", [&] { return tarvik_nv_write_ex(2, 550, buf, 1); }, -104, false},
+      {"write item 7233", [&] { return tarvik_nv_write_ex(1, 7233, buf, 1); }, -109, false},
+      {"write null buf", [&] { return tarvik_nv_write_ex(0, 1, nullptr, 1); }, -107, false},
+      {"write 0 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 0); }, -108, false},
+      {"write 425 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 425); }, -108, false},
+      {"delete sub 2", [&] { return tarvik_nv_delete(2, 550); }, -104, false},
+      {"delete item 7233", [&] { return tarvik_nv_delete(0, 7233); }, -109, false},
+      {"delete item 7232 never written", [&] { return tarvik_nv_delete(0, 7232); }, 5, true},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    ClearSent();
+    EXPECT_EQ(row.call(), row.expected);
+    EXPECT_EQ(SentRequests().size(), row.sent ? 1u : 0u);
+  }
+  // The one subscription-2 read goes out with subscription 2 and item 550.
+  ClearSent();
+  cap = 8;
+  tarvik_nv_read(2, 550, buf, &cap);
+  const auto sent = SentRequests(REQUEST_ID_NVEFS);
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().sub, 2);
+  EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().item, 550);
+  EXPECT_TRUE(tarvik_test::SyslogContains("sub cust case for tt"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("nv_id is out range(7232)"));
+}
+
+TEST_F(NvTest, DeleteRemovesTheItem) {
+  const uint8_t v[3] = {7, 8, 9};
+  ASSERT_EQ(tarvik_nv_write_ex(0, 10, v, 3), 0);
+  ASSERT_EQ(tarvik_nv_delete(0, 10), 0);
+  uint8_t buf[8];
+  uint32_t len = sizeof(buf);
+  EXPECT_EQ(tarvik_nv_read(0, 10, buf, &len), modemsim::features::kNvNotActive);
+  EXPECT_EQ(len, sizeof(buf)) << "the count is only written on success";
+}
+
+TEST_F(NvTest, ModemRefusalCodesPassThroughUnchanged) {
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const int32_t code = 0x4321;
+    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
+  });
+  uint8_t buf[8] = {1};
+  uint32_t len = sizeof(buf);
+  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), 0x4321);
+  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), 0x4321);
+  EXPECT_EQ(tarvik_nv_delete(0, 1), 0x4321);
+  EXPECT_TRUE(tarvik_test::SyslogContains("qmi response fail"));
+}
+
+TEST_F(NvTest, EmptyItemIsRefused) {
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    answer->assign(offsetof(tarvik_nvefs_rsp_t, data), 0);  // success, no data
+  });
+  uint8_t buf[8];
+  uint32_t len = sizeof(buf);
+  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), -108);
+  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.data_len_all is invalid"));
+}
+
+// A modem that claims more data than its answer carries: only what arrived is copied.
+TEST_F(NvTest, ClaimedLengthBeyondTheAnswerIsCut) {
+  const uint8_t v[4] = {1, 2, 3, 4};
+  ASSERT_EQ(tarvik_nv_write_ex(0, 3, v, 4), 0);
+  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const uint32_t lie = 5000;
+    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_all), &lie, 4);
+  });
+  std::vector<uint8_t> buf(424, 0xEE);
+  uint32_t len = 424;
+  ASSERT_EQ(tarvik_nv_read(0, 3, buf.data(), &len), 0);
+  EXPECT_EQ(len, 4u);
+  EXPECT_EQ(0, memcmp(buf.data(), v, 4));
+  EXPECT_EQ(buf[4], 0xEE);
+}
+
+// Channel failures come back as the feature codes; a time-out is not retried.
+TEST_F(NvTest, TransportFailuresAreMapped) {
+  uint8_t buf[8] = {1};
+  uint32_t len = sizeof(buf);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), -103);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), -103);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_nv_delete(0, 1), -103);
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_result_map, old_result -3, new_result -103"));
+  // Without the service there is no client: -2 becomes -102.
+  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, false), 0);
+  tarvik_extend_qmi_init_force();
+  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), -102);
+}
+
+// Every refusal and failure path releases the NV lock: the next operation goes through.
+TEST_F(NvTest, LockIsReleasedOnEveryPath) {
+  uint8_t buf[8] = {1};
+  uint32_t len = sizeof(buf);
+  uint32_t zero = 0;
+  const std::vector<std::function<void()>> paths = {
+      [&] { tarvik_nv_read(3, 1, buf, &len); },
+      [&] { tarvik_nv_read(0, 9000, buf, &len); },
+      [&] { tarvik_nv_read(0, 1, nullptr, &len); },
+      [&] { tarvik_nv_read(0, 1, buf, nullptr); },
+      [&] { tarvik_nv_read(0, 1, buf, &zero); },
+      [&] { tarvik_nv_read(0, 4000, buf, &len); },  // modem refusal: never written
+      [&] { tarvik_nv_write_ex(2, 1, buf, 1); },
+      [&] { tarvik_nv_write_ex(0, 9000, buf, 1); },
+      [&] { tarvik_nv_write_ex(0, 1, nullptr, 1); },
+      [&] { tarvik_nv_write_ex(0, 1, buf, 0); },
+      [&] { tarvik_nv_delete(2, 1); },
+      [&] { tarvik_nv_delete(0, 9000); },
+      [&] {
+        FailTransport(QMI_TIMEOUT_ERR, 1);
+        tarvik_nv_write_ex(0, 1, buf, 1);
+      },
+  };
+  for (size_t i = 0; i < paths.size(); ++i) {
+    SCOPED_TRACE("path " + std::to_string(i));
+    paths[i]();
+    EXPECT_TRUE(FinishesWithin(
+        [] {
+          const uint8_t v = 42;
+          tarvik_nv_write_ex(0, 2, &v, 1);
+        },
+        5000));
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Raw path
+// ---------------------------------------------------------------------------------------------
+
+TEST_F(NvTest, RawReadIntoShortBufferCutsAndSaysSo) {
+  const auto item = Pattern(20);
+  ASSERT_EQ(tarvik_extend_nv_write_item(453, 1, item.data(), 20), 0u);
+  const auto sent = SentRequests(REQUEST_ID_NV_ITEM);
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(sent[0].data.size(), TARVIK_NV_ITEM_REQ_SIZE);
+  const auto req = sent[0].As<tarvik_nv_item_req_t>();
+  EXPECT_EQ(req.op, NV_ITEM_OP_WRITE);
+  EXPECT_EQ(req.arg1, 453u);
+  EXPECT_EQ(req.arg2, 1u);
+  EXPECT_EQ(req.len, 20u);
+
+  uint8_t buf[10];
+  int len = sizeof(buf);
+  EXPECT_EQ(tarvik_extend_nv_read_item(453, 1, buf, &len), TARVIK_NV_ITEM_ERR_NO_FIT);
+  EXPECT_EQ(len, 10);
+  EXPECT_EQ(0, memcmp(buf, item.data(), 10));
+
+  uint8_t whole[64];
+  len = sizeof(whole);
+  EXPECT_EQ(tarvik_extend_nv_read_item(453, 1, whole, &len), 0u);
+  EXPECT_EQ(len, 20);
+  EXPECT_EQ(0, memcmp(whole, item.data(), 20));
+}
+
+TEST_F(NvTest, RawPayloadLimits) {
+  std::vector<uint8_t> data(413, 1);
+  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), 413), TARVIK_NV_ITEM_ERR_NO_FIT);
+  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), -1), TARVIK_NV_ITEM_ERR_NO_FIT);
+  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, nullptr, 4), TARVIK_NV_ITEM_ERR_NO_FIT);
+  EXPECT_TRUE(SentRequests().empty());
+  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), 412), 0u);
+}
+
+TEST_F(NvTest, RawFailuresZeroTheCountAndComeBackUnmapped) {
+  uint8_t buf[8];
+  int len = sizeof(buf);
+  EXPECT_EQ(tarvik_extend_nv_read_item(77, 0, buf, &len),
+            static_cast<uint32_t>(modemsim::features::kNvNotActive));
+  EXPECT_EQ(len, 0);
+  len = sizeof(buf);
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_extend_nv_read_item(77, 0, buf, &len), static_cast<uint32_t>(-3));
+  EXPECT_EQ(len, 0);
+}
+
+// Backup and restore go through the long-process channel: a backup that takes the modem
+// longer than an ordinary request's 3 s still succeeds.
+TEST_F(NvTest, BackupAndRestoreTakeTheirTime) {
+  const uint8_t before[2] = {1, 1};
+  const uint8_t after[2] = {2, 2};
+  ASSERT_EQ(tarvik_nv_write_ex(0, 71, before, 2), 0);
+  fm_->SetStoreDelays(3300, 0, 0);
+  EXPECT_EQ(tarvik_extend_nv_backup(0), 0u);
+  fm_->SetStoreDelays(0, 0, 0);
+  ASSERT_EQ(tarvik_nv_write_ex(0, 71, after, 2), 0);
+  EXPECT_EQ(tarvik_extend_nv_restore(0), 0u);
+  std::vector<uint8_t> v;
+  ASSERT_TRUE(fm_->NvItem(0, 71, &v));
+  EXPECT_EQ(v, std::vector<uint8_t>(before, before + 2));
+  EXPECT_EQ(tarvik_extend_nv_restore(1), static_cast<uint32_t>(modemsim::features::kNvNotActive))
+      << "no backup of subscription 1";
+  EXPECT_EQ(tarvik_extend_nv_goldencopy(), 0u);
+  const auto sent = SentRequests(REQUEST_ID_NV_ITEM);
+  ASSERT_EQ(sent.size(), 4u);
+  EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_BACKUP);
+  EXPECT_EQ(sent[3].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_GOLDENCOPY);
+}
+
+TEST_F(NvTest, ItemsPersistInTheStateDirectory) {
+  const std::string dir = tarvik_test::ScratchDir() + "/modem";
+  StartModem(dir);
+  const uint8_t v[5] = {5, 4, 3, 2, 1};
+  ASSERT_EQ(tarvik_nv_write_ex(1, 6828, v, 5), 0);
+  StartModem(dir);
+  uint8_t buf[16];
+  uint32_t len = sizeof(buf);
+  ASSERT_EQ(tarvik_nv_read(1, 6828, buf, &len), 0);
+  ASSERT_EQ(len, 5u);
+  EXPECT_EQ(0, memcmp(buf, v, 5));
+}
+
+}  // namespace
+}  // namespace features_test
