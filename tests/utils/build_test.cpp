@@ -97,6 +97,54 @@ TEST(BuildType, DecisionTable) {
   }
 }
 
+// True when some captured line ends with `tail` (the function name and message of a log line).
+bool LineEndsWith(const std::string &tail) {
+  for (const auto &line : tarvik_test::SyslogLines()) {
+    if (line.text.size() >= tail.size() &&
+        line.text.compare(line.text.size() - tail.size(), tail.size(), tail) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(BuildType, LogLineNamesTheDecision) {
+  const Props ravu = {{"ro.vendor.radio.build_profile", "ravu"}};
+  struct Row {
+    Props props;
+    const char *line;
+  };
+  const Row rows[] = {
+      {{}, "tarvik_build_type_get: TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(NULL), non-RAVU"},
+      {{{"ro.vendor.radio.build_profile", "native"}},
+       "tarvik_build_type_get: TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(native)"},
+      {{{"ro.cust.test", "cu"}},
+       "tarvik_build_type_get: TARVIK_BUILD_TYPE_CERT(3), BUILD_PROFILE(NULL)"},
+      {{{"ro.vendor.radio.build_profile", "factory"}},
+       "tarvik_build_type_get: TARVIK_BUILD_TYPE_FACTORY(2), BUILD_PROFILE(factory)"},
+      {{ravu[0], {"ro.build.version.incremental", "OS1.BETA"}},
+       "tarvik_build_type_get: OS*: TARVIK_BUILD_TYPE_BETA(7), BUILD_PROFILE(ravu)"},
+      {{ravu[0], {"ro.build.version.incremental", "V1.DEV"}},
+       "tarvik_build_type_get: TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(ravu)"},
+      {{ravu[0], {"ro.qz.os.version.incremental", "OS1"}},
+       "tarvik_build_type_get: OS*qz: TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
+      {{ravu[0], {"ro.build.version.incremental", "X1"}},
+       "tarvik_build_type_get: TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu)"},
+      {{ravu[0], {"ro.build.version.incremental", "X1"}},
+       "tarvik_build_type_get: build_type(1), BUILD_PROFILE(ravu), BUILD_VERSION(X1)"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.line);
+    const std::string line = row.line;
+    EXPECT_EQ(RunWithProps(row.props,
+                           [&line] {
+                             tarvik_build_type_get();
+                             return LineEndsWith(line) ? 1 : 0;
+                           }),
+              1);
+  }
+}
+
 // Answers of every yes/no check as one bit each, in this order.
 int AllChecks() {
   bool (*const checks[])(void) = {

@@ -478,70 +478,59 @@ bool judge(const BuildCheck &check, const char *value) {
 #define PROP_CUST_TEST "ro.cust.test"
 #define PROP_BUILD_PROFILE "ro.vendor.radio.build_profile"
 
-BuildCheck g_factory = {{"ro.boot.factorybuild", "", false, {}},
-                        Match::kExact,
-                        "1",
-                        "factory version",
-                        "non factory version"};
-BuildCheck g_ct_cert = {{PROP_CUST_TEST, "NULL", false, {}},
-                        Match::kExact,
-                        "ct",
-                        "ct test version",
-                        "not ct test version"};
-BuildCheck g_cm_cert = {{PROP_CUST_TEST, "NULL", false, {}},
-                        Match::kExact,
-                        "cm",
-                        "cmcc test version",
-                        "not cmcc test version"};
-BuildCheck g_cu_cert = {{PROP_CUST_TEST, "NULL", false, {}},
-                        Match::kExact,
-                        "cu",
-                        "cu test version",
-                        "not cu test version"};
-BuildCheck g_cert = {{PROP_CUST_TEST, "NULL", false, {}},
-                     Match::kNotExact,
-                     "NULL",
-                     "cert version",
-                     "non cert version"};
-BuildCheck g_china = {{"ro.vendor.radio.build_region", "", false, {}},
-                      Match::kExact,
-                      "cn",
-                      "china version",
-                      "not china version"};
-BuildCheck g_test_build = {{"ro.build.tags", "test-keys", false, {}},
-                           Match::kNotExact,
-                           "release-keys",
-                           "test version",
-                           "non test version"};
-BuildCheck g_native = {{PROP_BUILD_PROFILE, "NULL", false, {}},
-                       Match::kContains,
-                       "native",
-                       "native version",
-                       "non native version"};
-BuildCheck g_factory_ex = {{PROP_BUILD_PROFILE, "NULL", false, {}},
-                           Match::kContains,
-                           "factory",
-                           "factory version",
-                           "non factory version"};
-BuildCheck g_root = {
-    {"ro.debuggable", "NULL", false, {}}, Match::kExact, "1", "root version", "non root version"};
-BuildCheck g_mp = {
-    {"ro.boot.hwlevel", "NULL", false, {}}, Match::kExact, "MP", "mp version", "non mp version"};
-BuildCheck g_ravu = {{PROP_BUILD_PROFILE, "NULL", false, {}},
-                     Match::kNoneOfProfiles,
-                     "",
-                     "ravu version",
-                     "non ravu version"};
-BuildCheck g_ravu_ex = {{"ro.ravu.build.region", "NULL", false, {}},
-                        Match::kNotExact,
-                        "NULL",
-                        "ravu version",
-                        "non ravu version"};
-BuildCheck g_user = {{"ro.build.type", "user", false, {}},
-                     Match::kExact,
-                     "user",
-                     "user version",
-                     "non user version"};
+/* Each check keeps its own copy of its property, even where checks share the property. */
+enum BuildCheckId {
+  kCheckFactory,
+  kCheckCtCert,
+  kCheckCmCert,
+  kCheckCuCert,
+  kCheckCert,
+  kCheckChina,
+  kCheckTestBuild,
+  kCheckNative,
+  kCheckFactoryEx,
+  kCheckRoot,
+  kCheckMp,
+  kCheckRavu,
+  kCheckRavuEx,
+  kCheckUser,
+};
+
+// clang-format off
+BuildCheck g_build_checks[] = {
+    /* {property, default}, how the value is judged, against what, log texts for yes / no */
+    {{"ro.boot.factorybuild", "", false, {}}, Match::kExact, "1",
+     "factory version", "non factory version"},
+    {{PROP_CUST_TEST, "NULL", false, {}}, Match::kExact, "ct",
+     "ct test version", "not ct test version"},
+    {{PROP_CUST_TEST, "NULL", false, {}}, Match::kExact, "cm",
+     "cmcc test version", "not cmcc test version"},
+    {{PROP_CUST_TEST, "NULL", false, {}}, Match::kExact, "cu",
+     "cu test version", "not cu test version"},
+    {{PROP_CUST_TEST, "NULL", false, {}}, Match::kNotExact, "NULL",
+     "cert version", "non cert version"},
+    {{"ro.vendor.radio.build_region", "", false, {}}, Match::kExact, "cn",
+     "china version", "not china version"},
+    {{"ro.build.tags", "test-keys", false, {}}, Match::kNotExact, "release-keys",
+     "test version", "non test version"},
+    {{PROP_BUILD_PROFILE, "NULL", false, {}}, Match::kContains, "native",
+     "native version", "non native version"},
+    {{PROP_BUILD_PROFILE, "NULL", false, {}}, Match::kContains, "factory",
+     "factory version", "non factory version"},
+    {{"ro.debuggable", "NULL", false, {}}, Match::kExact, "1",
+     "root version", "non root version"},
+    {{"ro.boot.hwlevel", "NULL", false, {}}, Match::kExact, "MP",
+     "mp version", "non mp version"},
+    {{PROP_BUILD_PROFILE, "NULL", false, {}}, Match::kNoneOfProfiles, "",
+     "ravu version", "non ravu version"},
+    {{"ro.ravu.build.region", "NULL", false, {}}, Match::kNotExact, "NULL",
+     "ravu version", "non ravu version"},
+    {{"ro.build.type", "user", false, {}}, Match::kExact, "user",
+     "user version", "non user version"},
+};
+// clang-format on
+static_assert(sizeof(g_build_checks) / sizeof(g_build_checks[0]) == kCheckUser + 1,
+              "one row per check");
 
 /* The values the build-type decision keeps. */
 KeptProperty g_build_profile = {PROP_BUILD_PROFILE, "NULL", false, {}};
@@ -582,29 +571,30 @@ uint32_t os_channel(const char *version) {
 }  // namespace
 
 /* The exported check functions log from their own frames, so each is a small definition. */
-#define TARVIK_DEFINE_BUILD_CHECK(fn, check)                                     \
-  bool fn(void) {                                                                \
-    const char *value = kept_value(&(check).prop);                               \
-    const bool ret = judge((check), value);                                      \
-    TARVIK_LOGD("%s, val = %s, ret = %d", ret ? (check).yes : (check).no, value, \
-                static_cast<int>(ret));                                          \
-    return ret;                                                                  \
+#define TARVIK_DEFINE_BUILD_CHECK(fn, id)                                    \
+  bool fn(void) {                                                            \
+    BuildCheck &check = g_build_checks[id];                                  \
+    const char *value = kept_value(&check.prop);                             \
+    const bool ret = judge(check, value);                                    \
+    TARVIK_LOGD("%s, val = %s, ret = %d", ret ? check.yes : check.no, value, \
+                static_cast<int>(ret));                                      \
+    return ret;                                                              \
   }
 
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_factory_version, g_factory)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ct_cert_version, g_ct_cert)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cm_cert_version, g_cm_cert)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cu_cert_version, g_cu_cert)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cert_version, g_cert)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_china_version, g_china)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_test_build, g_test_build)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_native_version, g_native)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_factory_version_ex, g_factory_ex)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_root_version, g_root)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_mp_version, g_mp)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ravu_version, g_ravu)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ravu_version_ex, g_ravu_ex)
-TARVIK_DEFINE_BUILD_CHECK(tarvik_is_user_version, g_user)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_factory_version, kCheckFactory)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ct_cert_version, kCheckCtCert)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cm_cert_version, kCheckCmCert)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cu_cert_version, kCheckCuCert)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_cert_version, kCheckCert)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_china_version, kCheckChina)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_test_build, kCheckTestBuild)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_native_version, kCheckNative)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_factory_version_ex, kCheckFactoryEx)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_root_version, kCheckRoot)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_mp_version, kCheckMp)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ravu_version, kCheckRavu)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_ravu_version_ex, kCheckRavuEx)
+TARVIK_DEFINE_BUILD_CHECK(tarvik_is_user_version, kCheckUser)
 
 #define TARVIK_DEFINE_CHANNEL_CHECK(fn, check, type, yes, no)               \
   bool fn(void) {                                                           \
@@ -621,79 +611,47 @@ TARVIK_DEFINE_CHANNEL_CHECK(tarvik_is_stable_version, g_stable_channel, TARVIK_B
                             "stable version", "non stable version")
 
 uint32_t tarvik_build_type_get(void) {
+  static const char *const kNames[] = {"",       "PRE",    "FACTORY", "CERT",
+                                       "STABLE", "NATIVE", "DEV",     "BETA"};
   const char *profile = kept_value(&g_build_profile);
   const char *version = kept_value(&g_build_version);
   const char *os_version = kept_value(&g_os_version);
 
+  uint32_t type = 0;
+  const char *origin = ""; /* which version text decided, as the log line names it */
+  const char *suffix = "";
+  bool fallback = false;
   if (tarvik_is_cert_version()) {
-    TARVIK_LOGD("TARVIK_BUILD_TYPE_CERT(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_CERT, profile);
-    return TARVIK_BUILD_TYPE_CERT;
-  }
-  if (!tarvik_is_ravu_version()) {
+    type = TARVIK_BUILD_TYPE_CERT;
+  } else if (!tarvik_is_ravu_version()) {
     if (strstr(profile, "factory") != nullptr || tarvik_is_factory_version()) {
-      TARVIK_LOGD("TARVIK_BUILD_TYPE_FACTORY(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_FACTORY,
-                  profile);
-      return TARVIK_BUILD_TYPE_FACTORY;
-    }
-    if (strstr(profile, "native") != nullptr) {
-      TARVIK_LOGD("TARVIK_BUILD_TYPE_NATIVE(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_NATIVE,
-                  profile);
+      type = TARVIK_BUILD_TYPE_FACTORY;
     } else {
-      TARVIK_LOGD("TARVIK_BUILD_TYPE_NATIVE(%d), BUILD_PROFILE(%s), non-RAVU",
-                  TARVIK_BUILD_TYPE_NATIVE, profile);
+      type = TARVIK_BUILD_TYPE_NATIVE;
+      suffix = strstr(profile, "native") != nullptr ? "" : ", non-RAVU";
     }
-    return TARVIK_BUILD_TYPE_NATIVE;
-  }
-
-  /* A build of the maker's phone OS: the release channel comes from the version texts. */
-  if (version[0] == 'O') {
-    const uint32_t type = os_channel(version);
-    if (type == TARVIK_BUILD_TYPE_PRE) {
-      TARVIK_LOGD("OS*: TARVIK_BUILD_TYPE_PRE(%d), BUILD_PROFILE(%s)", type, profile);
-      return type;
-    }
-    if (type == TARVIK_BUILD_TYPE_DEV) {
-      TARVIK_LOGD("OS*: TARVIK_BUILD_TYPE_DEV(%d), BUILD_PROFILE(%s)", type, profile);
-      return type;
-    }
-    if (type == TARVIK_BUILD_TYPE_BETA) {
-      TARVIK_LOGD("OS*: TARVIK_BUILD_TYPE_BETA(%d), BUILD_PROFILE(%s)", type, profile);
-      return type;
-    }
+  } else if (version[0] == 'O' && (type = os_channel(version)) != 0) {
+    /* A build of the maker's phone OS: the release channel comes from the version texts. */
+    origin = "OS*: ";
   } else if (version[0] == 'V') {
-    if (strstr(version, ".DEV") != nullptr) {
-      TARVIK_LOGD("TARVIK_BUILD_TYPE_DEV(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_DEV, profile);
-      return TARVIK_BUILD_TYPE_DEV;
+    type = strstr(version, ".DEV") != nullptr ? TARVIK_BUILD_TYPE_DEV : TARVIK_BUILD_TYPE_STABLE;
+  } else if (os_version[0] == 'O') {
+    origin = "OS*qz: ";
+    type = os_channel(os_version);
+    if (type == 0) {
+      type = TARVIK_BUILD_TYPE_STABLE;
     }
-    TARVIK_LOGD("TARVIK_BUILD_TYPE_STABLE(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_STABLE,
-                profile);
-    return TARVIK_BUILD_TYPE_STABLE;
+  } else {
+    type = TARVIK_BUILD_TYPE_PRE;
+    fallback = true;
   }
-
-  if (os_version[0] == 'O') {
-    switch (os_channel(os_version)) {
-      case TARVIK_BUILD_TYPE_PRE:
-        TARVIK_LOGD("OS*qz: TARVIK_BUILD_TYPE_PRE(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_PRE,
-                    profile);
-        return TARVIK_BUILD_TYPE_PRE;
-      case TARVIK_BUILD_TYPE_DEV:
-        TARVIK_LOGD("OS*qz: TARVIK_BUILD_TYPE_DEV(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_DEV,
-                    profile);
-        return TARVIK_BUILD_TYPE_DEV;
-      case TARVIK_BUILD_TYPE_BETA:
-        TARVIK_LOGD("OS*qz: TARVIK_BUILD_TYPE_BETA(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_BETA,
-                    profile);
-        return TARVIK_BUILD_TYPE_BETA;
-      default:
-        TARVIK_LOGD("OS*qz: TARVIK_BUILD_TYPE_STABLE(%d), BUILD_PROFILE(%s)",
-                    TARVIK_BUILD_TYPE_STABLE, profile);
-        return TARVIK_BUILD_TYPE_STABLE;
-    }
+  TARVIK_LOGD("%sTARVIK_BUILD_TYPE_%s(%d), BUILD_PROFILE(%s)%s", origin, kNames[type],
+              static_cast<int>(type), profile, suffix);
+  if (fallback) {
+    TARVIK_LOGD("build_type(%d), BUILD_PROFILE(%s), BUILD_VERSION(%s)", static_cast<int>(type),
+                profile, version);
   }
-  TARVIK_LOGD("TARVIK_BUILD_TYPE_PRE(%d), BUILD_PROFILE(%s)", TARVIK_BUILD_TYPE_PRE, profile);
-  TARVIK_LOGD("build_type(%d), BUILD_PROFILE(%s), BUILD_VERSION(%s)", TARVIK_BUILD_TYPE_PRE,
-              profile, version);
-  return TARVIK_BUILD_TYPE_PRE;
+  return type;
 }
 
 bool tarvik_build_type_list_contain(const uint8_t *list, uint32_t size_list) {
