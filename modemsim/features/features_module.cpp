@@ -7,7 +7,7 @@
 #include <memory>
 #include <mutex>
 
-#include "../extend/extend_service.h"
+#include "extend/extend_service.h"
 #include "feature_modem.h"
 #include "modemsim/modem.h"
 #include "tarvik_extend_cmn.h"

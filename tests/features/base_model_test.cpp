@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "../../modemsim/extend/extend_service.h"
+#include "extend/extend_service.h"
 #include "features_env.h"
 #include "tarvik_base_model.h"
 #include "tarvik_extend_api.h"

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "../../modemsim/extend/extend_service.h"
+#include "extend/extend_service.h"
 #include "features_env.h"
 #include "qmi_client.h"
 #include "syslog_capture.h"

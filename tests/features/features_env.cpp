@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "../../modemsim/extend/extend_service.h"
+#include "extend/extend_service.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "tarvik_extend_api.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../../modemsim/features/feature_modem.h"
+#include "features/feature_modem.h"
 #include "gtest/gtest.h"
 #include "modemsim/modem.h"
 #include "tarvik_extend_cmn.h"

@@ -1,7 +1,7 @@
 // NV items on the validated and the raw path, driven through the simulated modem.
 #include <string.h>
 
-#include "../../modemsim/extend/extend_service.h"
+#include "extend/extend_service.h"
 #include "features_env.h"
 #include "qmi_client.h"
 #include "syslog_capture.h"
