@@ -20,7 +20,8 @@
 
 // The channel lock. Plain default mutex: the open and close steps never take it themselves.
 pthread_mutex_t tarvik_extend_qmi_client_crit_sect = PTHREAD_MUTEX_INITIALIZER;
-bool g_tarvik_qmi_lock_init = false;
+// Set outside the lock by whichever thread comes first, hence atomic.
+std::atomic<bool> g_tarvik_qmi_lock_init{false};
 
 extern "C" {
 uint32_t g_tarvik_extend_debug_flag = 1;
@@ -150,13 +151,12 @@ extern "C" void tarvik_extend_qmi_ind_cb(qmi_client_type user_handle, unsigned i
 // ---------------------------------------------------------------------------------------------
 
 static void tarvik_qmi_lock_init() {
-  if (g_tarvik_qmi_lock_init) {
+  if (g_tarvik_qmi_lock_init.exchange(true)) {
     TARVIK_EXTEND_TRACE("done, do nothing");
     return;
   }
   TARVIK_EXTEND_TRACE("start, tarvik_extend_qmi_client_crit_sect = %d, g_tarvik_qmi_lock_init = %d",
-                      0, g_tarvik_qmi_lock_init);
-  g_tarvik_qmi_lock_init = true;
+                      0, 0);
   TARVIK_EXTEND_TRACE("end, tarvik_extend_qmi_client_crit_sect = %d", 0);
 }
 
