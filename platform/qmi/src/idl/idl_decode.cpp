@@ -114,12 +114,34 @@ int32_t DecodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Dst rec,
   return QMI_IDL_LIB_NO_ERR;
 }
 
-// Index of the first entry of TLV `id` in the table, or -1.
-int32_t FindTlv(const qmi_elem_info *ei, uint8_t id) {
-  for (int32_t i = 0; ei != nullptr && ei[i].data_type != QMI_EOTI; ++i)
+// Index of the first entry of TLV `id` in the table, or -1. TLVs mostly arrive in table order,
+// so the entry at `hint` (where the previous TLV's entries ended) is tried first.
+int32_t FindTlv(const qmi_elem_info *ei, uint8_t id, uint32_t hint) {
+  if (ei == nullptr) return -1;
+  if (ei[hint].data_type != QMI_EOTI && ei[hint].tlv_type == id) return static_cast<int32_t>(hint);
+  for (int32_t i = 0; ei[i].data_type != QMI_EOTI; ++i)
     if (ei[i].tlv_type == id) return i;
   return -1;
 }
+
+// Zeroes the record lazily: bytes below `upto` are zero or decoded, the rest not yet touched.
+// Single-scalar TLVs (the bulk of most messages) are then written once instead of being zeroed
+// first; any other TLV zeroes the rest of the record before it is decoded.
+struct LazyZero {
+  uint8_t *rec;
+  uint32_t size;
+  uint32_t upto;
+
+  // [off, off + n) is about to be written in full.
+  void Cover(uint32_t off, uint32_t n) {
+    if (off > upto) memset(rec + upto, 0, off - upto);
+    if (off + n > upto) upto = off + n;
+  }
+  void Rest() {
+    if (upto < size) memset(rec + upto, 0, size - upto);
+    upto = size;
+  }
+};
 
 struct TlvSet {
   uint64_t bits[4] = {0, 0, 0, 0};
@@ -127,12 +149,15 @@ struct TlvSet {
   void Add(uint8_t id) { bits[id >> 6] |= uint64_t{1} << (id & 63); }
 };
 
+// Decodes the TLV whose entries start at `first`; returns the index past its entries in *end.
 int32_t DecodeOneTlv(const qmi_elem_info *ei, uint32_t first, const uint8_t *value, uint32_t len,
-                     Dst rec) {
+                     Dst rec, LazyZero &zero, uint32_t *end) {
   const uint32_t group_end = TlvGroupEnd(ei, first);
+  *end = group_end;
   uint32_t start = first;
   if (ei[first].data_type == QMI_OPT_FLAG) {
     if (!InRecord(ei[first].offset, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    zero.Cover(ei[first].offset, 1);
     rec.base[ei[first].offset] = 1;
     start = first + 1;
   }
@@ -140,17 +165,24 @@ int32_t DecodeOneTlv(const qmi_elem_info *ei, uint32_t first, const uint8_t *val
   if (plain != 0) {
     if (!InRecord(ei[start].offset, plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     if (len != plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    zero.Cover(ei[start].offset, plain);
     CopyScalars(rec.base + ei[start].offset, value, Capacity(ei[start]), ei[start].elem_size);
     return QMI_IDL_LIB_NO_ERR;
   }
+  zero.Rest();
   Reader r{value, len, 0};
   const int32_t rc = DecodeSeq(ei + start, ei + group_end, rec, r, 0, true);
   if (rc != QMI_IDL_LIB_NO_ERR) return rc;
   return r.Left() == 0 ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }
 
-int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, Dst rec) {
+int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, Dst rec,
+                  LazyZero &zero) {
   TlvSet seen;
+  uint32_t hint = 0;
+  // While every known TLV arrives where the previous one's entries end, the TLVs of the table
+  // before `hint` are exactly those decoded, and only the ones after it can be missing.
+  bool in_order = true;
   for (uint32_t pos = 0; pos < src_len;) {
     if (src_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     const uint8_t id = src[pos];
@@ -159,18 +191,23 @@ int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len,
     if (len > src_len - pos) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     if (seen.Has(id)) return QMI_IDL_LIB_TLV_DUPLICATED;
     seen.Add(id);
-    const int32_t first = FindTlv(ei, id);
+    const int32_t first = FindTlv(ei, id, hint);
     if (first >= 0) {
-      const int32_t rc = DecodeOneTlv(ei, static_cast<uint32_t>(first), src + pos, len, rec);
+      in_order = in_order && static_cast<uint32_t>(first) == hint;
+      const int32_t rc =
+          DecodeOneTlv(ei, static_cast<uint32_t>(first), src + pos, len, rec, zero, &hint);
       if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     } else if (id < 0x10) {
       return QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
     }
     pos += len;
   }
-  for (uint32_t i = 0; ei != nullptr && ei[i].data_type != QMI_EOTI; i = TlvGroupEnd(ei, i))
-    if (ei[i].data_type != QMI_OPT_FLAG && !seen.Has(ei[i].tlv_type))
+  // Every TLV of the table without a presence flag must have come.
+  for (uint32_t i = in_order ? hint : 0; ei != nullptr && ei[i].data_type != QMI_EOTI; ++i) {
+    const bool tlv_start = i == 0 || ei[i].tlv_type != ei[i - 1].tlv_type;
+    if (tlv_start && ei[i].data_type != QMI_OPT_FLAG && !seen.Has(ei[i].tlv_type))
       return QMI_IDL_LIB_MISSING_TLV;
+  }
   return QMI_IDL_LIB_NO_ERR;
 }
 
@@ -178,10 +215,13 @@ int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len,
 
 int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
                    uint32_t rec_size) {
-  if (rec_size != 0) memset(rec, 0, rec_size);
-  const int32_t rc = DecodeAll(ei, src, src_len, Dst{rec, rec_size});
-  // A refused message leaves no half-decoded fields behind.
-  if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
+  LazyZero zero{rec, rec_size, 0};
+  const int32_t rc = DecodeAll(ei, src, src_len, Dst{rec, rec_size}, zero);
+  if (rc == QMI_IDL_LIB_NO_ERR) {
+    zero.Rest();
+  } else if (rec_size != 0) {
+    memset(rec, 0, rec_size);  // a refused message leaves no half-decoded fields behind
+  }
   return rc;
 }
 

@@ -8,91 +8,108 @@
 #include "qmi_idl_lib.h"
 
 // Internal to the codec library: never exported, so calls between its files bind directly.
-namespace __attribute__((visibility("hidden"))) qmi_idl {
+#pragma GCC visibility push(hidden)
+namespace qmi_idl {
 
-  constexpr bool kLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+constexpr bool kLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
-  // Largest value a TLV length field holds.
-  constexpr uint32_t kMaxTlvLen = 0xFFFF;
-  constexpr uint32_t kTlvHeaderLen = 3;
+// Largest value a TLV length field holds.
+constexpr uint32_t kMaxTlvLen = 0xFFFF;
+constexpr uint32_t kTlvHeaderLen = 3;
 
-  // True when [offset, offset + bytes) lies inside a record of `size` bytes.
-  inline bool InRecord(uint32_t offset, uint64_t bytes, uint32_t size) {
-    return uint64_t{offset} + bytes <= size;
-  }
+// True when [offset, offset + bytes) lies inside a record of `size` bytes.
+inline bool InRecord(uint32_t offset, uint64_t bytes, uint32_t size) {
+  return uint64_t{offset} + bytes <= size;
+}
 
-  // Elements an entry holds in the record (the maximum for a variable array).
-  inline uint32_t Capacity(const qmi_elem_info &e) {
-    return e.array_type == NO_ARRAY ? 1 : e.elem_len;
-  }
+// Elements an entry holds in the record (the maximum for a variable array).
+inline uint32_t Capacity(const qmi_elem_info &e) {
+  return e.array_type == NO_ARRAY ? 1 : e.elem_len;
+}
 
-  // Index one past the last entry of the TLV that starts at `i` (entries of one TLV are
-  // consecutive and share its id).
-  inline uint32_t TlvGroupEnd(const qmi_elem_info *ei, uint32_t i) {
-    const uint8_t id = ei[i].tlv_type;
-    uint32_t j = i + 1;
-    while (ei[j].data_type != QMI_EOTI && ei[j].tlv_type == id) ++j;
-    return j;
-  }
+// Index one past the last entry of the TLV that starts at `i` (entries of one TLV are
+// consecutive and share its id).
+inline uint32_t TlvGroupEnd(const qmi_elem_info *ei, uint32_t i) {
+  const uint8_t id = ei[i].tlv_type;
+  uint32_t j = i + 1;
+  while (ei[j].data_type != QMI_EOTI && ei[j].tlv_type == id) ++j;
+  return j;
+}
 
-  // A count entry is walkable when its width is 1 or 2, a variable array follows it in the same
-  // run of entries and a 1-byte count can express that array's maximum.
-  inline bool CountEntryValid(const qmi_elem_info &len, const qmi_elem_info *next,
-                              const qmi_elem_info *end) {
-    if (next == end || next->data_type == QMI_EOTI || next->array_type != VAR_LEN_ARRAY)
-      return false;
-    if (len.elem_size == 1) return next->elem_len <= 0xFF;
-    return len.elem_size == 2;
-  }
+// A count entry is walkable when its width is 1 or 2, a variable array follows it in the same
+// run of entries and a 1-byte count can express that array's maximum.
+inline bool CountEntryValid(const qmi_elem_info &len, const qmi_elem_info *next,
+                            const qmi_elem_info *end) {
+  if (next == end || next->data_type == QMI_EOTI || next->array_type != VAR_LEN_ARRAY) return false;
+  if (len.elem_size == 1) return next->elem_len <= 0xFF;
+  return len.elem_size == 2;
+}
 
-  // Wire width of a scalar entry, 0 when the entry is not a scalar or its element size disagrees.
-  inline uint32_t ScalarWidth(const qmi_elem_info &e) {
-    const uint32_t w = qmi_ei_detail::scalar_width(e.data_type);
-    return w == e.elem_size ? w : 0;
-  }
+// Wire width of a scalar entry, 0 when the entry is not a scalar or its element size disagrees.
+inline uint32_t ScalarWidth(const qmi_elem_info &e) {
+  const uint32_t w = qmi_ei_detail::scalar_width(e.data_type);
+  return w == e.elem_size ? w : 0;
+}
 
-  // Bytes of a TLV whose value is one scalar or one fixed array of scalars (entries [first, end)),
-  // 0 for any other TLV. Such a value is its record bytes in wire order, so both walkers copy it
-  // in one go.
-  inline uint32_t PlainTlvBytes(const qmi_elem_info *ei, uint32_t first, uint32_t end) {
-    if (end != first + 1 || ei[first].array_type == VAR_LEN_ARRAY) return 0;
-    return ScalarWidth(ei[first]) * Capacity(ei[first]);
-  }
+// Bytes of a TLV whose value is one scalar or one fixed array of scalars (entries [first, end)),
+// 0 for any other TLV. Such a value is its record bytes in wire order, so both walkers copy it
+// in one go.
+inline uint32_t PlainTlvBytes(const qmi_elem_info *ei, uint32_t first, uint32_t end) {
+  if (end != first + 1 || ei[first].array_type == VAR_LEN_ARRAY) return 0;
+  return ScalarWidth(ei[first]) * Capacity(ei[first]);
+}
 
-  inline uint32_t LoadLe(const uint8_t *p, uint32_t width) {
-    uint32_t v = 0;
-    for (uint32_t i = 0; i < width; ++i) v |= uint32_t{p[i]} << (8 * i);
-    return v;
-  }
+inline uint32_t LoadLe(const uint8_t *p, uint32_t width) {
+  uint32_t v = 0;
+  for (uint32_t i = 0; i < width; ++i) v |= uint32_t{p[i]} << (8 * i);
+  return v;
+}
 
-  inline void StoreLe(uint8_t * p, uint32_t v, uint32_t width) {
-    for (uint32_t i = 0; i < width; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-  }
+inline void StoreLe(uint8_t *p, uint32_t v, uint32_t width) {
+  for (uint32_t i = 0; i < width; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
+}
 
-  // Copies `count` integers of `width` bytes between record and wire order.
-  inline void CopyScalars(uint8_t * dst, const uint8_t *src, uint32_t count, uint32_t width) {
-    const size_t bytes = size_t{count} * width;
-    if (kLittleEndian || width == 1) {
-      memcpy(dst, src, bytes);
-      return;
+// Copies `count` integers of `width` bytes between record and wire order. Single integers get
+// fixed-size copies the compiler turns into one load and store.
+inline void CopyScalars(uint8_t *dst, const uint8_t *src, uint32_t count, uint32_t width) {
+  const size_t bytes = size_t{count} * width;
+  if (kLittleEndian || width == 1) {
+    switch (bytes) {
+      case 1:
+        *dst = *src;
+        return;
+      case 2:
+        memcpy(dst, src, 2);
+        return;
+      case 4:
+        memcpy(dst, src, 4);
+        return;
+      case 8:
+        memcpy(dst, src, 8);
+        return;
+      default:
+        memcpy(dst, src, bytes);
+        return;
     }
-    for (size_t k = 0; k < bytes; k += width)
-      for (uint32_t b = 0; b < width; ++b) dst[k + b] = src[k + width - 1 - b];
   }
+  for (size_t k = 0; k < bytes; k += width)
+    for (uint32_t b = 0; b < width; ++b) dst[k + b] = src[k + width - 1 - b];
+}
 
-  inline uint32_t LoadU32(const uint8_t *p) {
-    uint32_t v;
-    memcpy(&v, p, sizeof v);
-    return v;
-  }
+inline uint32_t LoadU32(const uint8_t *p) {
+  uint32_t v;
+  memcpy(&v, p, sizeof v);
+  return v;
+}
 
-  inline void StoreU32(uint8_t * p, uint32_t v) {
-    memcpy(p, &v, sizeof v);
-  }
+inline void StoreU32(uint8_t *p, uint32_t v) {
+  memcpy(p, &v, sizeof v);
+}
 
-  int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
-                     uint32_t dst_len, uint32_t *encoded_len);
-  int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
-                     uint32_t rec_size);
+int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                   uint32_t dst_len, uint32_t *encoded_len);
+int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
+                   uint32_t rec_size);
 
 }  // namespace qmi_idl
+#pragma GCC visibility pop
