@@ -19,3 +19,10 @@ step device
 step build
 step send 255 68656c6c6f
 step watch --for 1 --inject 3:0a0b 3
+printf 'modem file written by the demo\n' > build/demo/blob.txt
+step nv write 0 550 0a0b0c0d
+step nv read 0 550
+step efs write 0 /nv/item_files/demo/blob build/demo/blob.txt
+step efs read 0 /nv/item_files/demo/blob build/demo/blob.back
+cat build/demo/blob.back
+step --json efs stat /nv/item_files/demo/blob

@@ -23,6 +23,10 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr const char *kNvNamespace = "nv";
 constexpr const char *kEfsNamespace = "efs";
+// Settings the modem keeps in its non-volatile store beside NV items and files.
+constexpr const char *kSettingsNamespace = "settings";
+constexpr const char *kExtendModeKey = "extend_mode";
+constexpr const char *kBuildInfoKey = "build_information";
 constexpr uint32_t kFileMax = 1u << 20;  // the simulated file system's own size limit
 constexpr size_t kMaxOpenWrites = 16;    // abandoned writes beyond this are forgotten
 constexpr uint32_t kRegularFileMode = 0100644;
@@ -100,9 +104,22 @@ FeatureModem::FeatureModem(StateStore *store) : store_(store) {
   Load();
 }
 
+void FeatureModem::PutSetting(const char *key, uint8_t value) {
+  if (store_ != nullptr) {
+    store_->Put(kSettingsNamespace, key, &value, 1);
+  }
+}
+
 void FeatureModem::Load() {
   if (store_ == nullptr) {
     return;
+  }
+  Bytes setting;
+  if (store_->Get(kSettingsNamespace, kExtendModeKey, &setting) && setting.size() == 1) {
+    extend_mode_ = setting[0];
+  }
+  if (store_->Get(kSettingsNamespace, kBuildInfoKey, &setting) && setting.size() == 1) {
+    build_info_ = setting[0];
   }
   for (const std::string &key : store_->Keys(kNvNamespace)) {
     unsigned sub = 0, item = 0;
@@ -187,9 +204,11 @@ Bytes FeatureModem::Common(const uint8_t *req, uint32_t) {
       break;
     case COMMON_CMD_EXTEND_MODE_SET:
       extend_mode_ = payload[0];
+      PutSetting(kExtendModeKey, extend_mode_);
       break;
     case COMMON_CMD_BUILD_INFORMATION:
       build_info_ = payload[0];
+      PutSetting(kBuildInfoKey, build_info_);
       break;
     case COMMON_CMD_MBN_TXT_PATH_SET:
     case COMMON_CMD_MBN_TXT_PATH_SET_2:

@@ -1,6 +1,7 @@
 // The modem side of the features that ride on the extend service's generic request (common
 // commands, NV items, modem files, CDC, venue mode) and of the base model messages, with real
-// state: NV items and modem files per subscription persist in the modem's state store.
+// state: NV items, modem files per subscription and the extend mode and build information bytes
+// persist in the modem's state store.
 //
 // Threads: every entry point takes the object's own mutex, so the request worker, tests and the
 // tool may call in concurrently. Hooks run with that mutex held and must not call back in.
@@ -121,6 +122,7 @@ class FeatureModem {
   void PutFile(uint32_t sub, const std::string &path, Bytes content);
   void EraseFile(uint32_t sub, const std::string &path);
   void Load();
+  void PutSetting(const char *key, uint8_t value);
 
   mutable std::mutex mu_;
   StateStore *store_;
