@@ -64,7 +64,7 @@ void HandleGeneric(const std::shared_ptr<State> &state, Call &call) {
   resp.result = reply.result;
   resp.data_len = reply.data_len;
   resp.data_valid = reply.data_valid ? 1 : 0;
-  if (reply.data_valid) {
+  if (reply.data_valid && !reply.data.empty()) {
     memcpy(resp.data, reply.data.data(), std::min<size_t>(reply.data.size(), kMaxPayload));
   }
 }
