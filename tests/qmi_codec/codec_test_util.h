@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "codec_tables.h"
 
 namespace codec_test {
@@ -44,6 +46,17 @@ T Zeroed() {
   T r;
   memset(static_cast<void *>(&r), 0, sizeof r);
   return r;
+}
+
+// The encoding of `rec` with `ei`; a failure is a test failure (and an empty result).
+template <typename T>
+std::vector<uint8_t> Encoded(const qmi_elem_info *ei, const T &rec) {
+  std::vector<uint8_t> wire(qmi_ei_max_len(ei));
+  uint32_t n = 0;
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(ei, &rec, sizeof rec, wire.data(),
+                                                     static_cast<uint32_t>(wire.size()), &n));
+  wire.resize(n);
+  return wire;
 }
 
 inline void FillMid(codec_tables::Mid &m, uint32_t seed, bool full) {

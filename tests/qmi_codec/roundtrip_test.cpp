@@ -16,14 +16,12 @@ using codec_test::Zeroed;
 // Encodes `rec`, decodes the bytes into a record full of garbage and expects the original back.
 template <typename T>
 std::vector<uint8_t> ExpectRoundTrip(const qmi_elem_info *ei, const T &rec) {
-  std::vector<uint8_t> wire(qmi_ei_max_len(ei));
-  uint32_t n = 0;
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(ei, &rec, sizeof rec, wire.data(),
-                                                     static_cast<uint32_t>(wire.size()), &n));
-  wire.resize(n);
+  const std::vector<uint8_t> wire = codec_test::Encoded(ei, rec);
   T back;
   memset(static_cast<void *>(&back), 0xA5, sizeof back);
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_decode_elems(ei, wire.data(), n, &back, sizeof back));
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
+            qmi_idl_decode_elems(ei, wire.data(), static_cast<uint32_t>(wire.size()), &back,
+                                 sizeof back));
   EXPECT_EQ(0, memcmp(&rec, &back, sizeof rec)) << "decoded record differs; wire: " << Hex(wire);
   return wire;
 }
@@ -125,12 +123,7 @@ TEST(CodecExactBytes, HandWrittenMessages) {
     SCOPED_TRACE(row.name);
     auto s = Zeroed<Small>();
     row.fill(s);
-    uint8_t buf[64];
-    uint32_t n = 0;
-    ASSERT_EQ(QMI_IDL_LIB_NO_ERR,
-              qmi_idl_encode_elems(kSmallEi, &s, sizeof s, buf, sizeof buf, &n));
-    EXPECT_EQ(Hex(FromHex(row.hex)), Hex(buf, n));
-    ExpectRoundTrip(kSmallEi, s);
+    EXPECT_EQ(Hex(FromHex(row.hex)), Hex(ExpectRoundTrip(kSmallEi, s)));
   }
 }
 

@@ -11,17 +11,8 @@
 namespace {
 
 using namespace codec_tables;
+using codec_test::Encoded;
 using codec_test::FromHex;
-
-template <typename T>
-std::vector<uint8_t> Encoded(const qmi_elem_info *ei, const T &rec) {
-  std::vector<uint8_t> wire(qmi_ei_max_len(ei));
-  uint32_t n = 0;
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(ei, &rec, sizeof rec, wire.data(),
-                                                     static_cast<uint32_t>(wire.size()), &n));
-  wire.resize(n);
-  return wire;
-}
 
 TEST(CodecSeedCorpus, SeedsDecodeAsExpected) {
   auto agg = codec_test::Zeroed<AggInd>();

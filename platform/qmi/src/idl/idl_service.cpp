@@ -26,46 +26,53 @@ int32_t FindMessage(qmi_idl_service_object_type service, qmi_idl_type_of_message
   return QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
 }
 
+// Copies one u32 fact of the service object.
+int32_t ServiceFact(qmi_idl_service_object_type service, uint32_t qmi_idl_service_object::*fact,
+                    uint32_t *out) {
+  if (service == nullptr || out == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
+  *out = service->*fact;
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+// Copies one u32 fact of a message of the service.
+int32_t MessageFact(qmi_idl_service_object_type service, qmi_idl_type_of_message_type type,
+                    uint16_t message_id, uint32_t qmi_idl_message_table_entry::*fact,
+                    uint32_t *out) {
+  const qmi_idl_message_table_entry *msg = nullptr;
+  if (out == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
+  const int32_t rc = FindMessage(service, type, message_id, &msg);
+  if (rc == QMI_IDL_LIB_NO_ERR) *out = msg->*fact;
+  return rc;
+}
+
 }  // namespace
 
 extern "C" {
 
 int32_t qmi_idl_get_service_id(qmi_idl_service_object_type service, uint32_t *service_id) {
-  if (service == nullptr || service_id == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
-  *service_id = service->service_id;
-  return QMI_IDL_LIB_NO_ERR;
+  return ServiceFact(service, &qmi_idl_service_object::service_id, service_id);
 }
 
 int32_t qmi_idl_get_idl_version(qmi_idl_service_object_type service, uint32_t *idl_version) {
-  if (service == nullptr || idl_version == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
-  *idl_version = service->idl_version;
-  return QMI_IDL_LIB_NO_ERR;
+  return ServiceFact(service, &qmi_idl_service_object::idl_version, idl_version);
 }
 
 int32_t qmi_idl_get_max_service_len(qmi_idl_service_object_type service, uint32_t *service_len) {
-  if (service == nullptr || service_len == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
-  *service_len = service->max_msg_len;
-  return QMI_IDL_LIB_NO_ERR;
+  return ServiceFact(service, &qmi_idl_service_object::max_msg_len, service_len);
 }
 
 int32_t qmi_idl_get_message_c_struct_len(qmi_idl_service_object_type service,
                                          qmi_idl_type_of_message_type type, uint16_t message_id,
                                          uint32_t *c_struct_len) {
-  const qmi_idl_message_table_entry *msg = nullptr;
-  if (c_struct_len == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
-  const int32_t rc = FindMessage(service, type, message_id, &msg);
-  if (rc == QMI_IDL_LIB_NO_ERR) *c_struct_len = msg->c_struct_sz;
-  return rc;
+  return MessageFact(service, type, message_id, &qmi_idl_message_table_entry::c_struct_sz,
+                     c_struct_len);
 }
 
 int32_t qmi_idl_get_max_message_len(qmi_idl_service_object_type service,
                                     qmi_idl_type_of_message_type type, uint16_t message_id,
                                     uint32_t *message_len) {
-  const qmi_idl_message_table_entry *msg = nullptr;
-  if (message_len == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
-  const int32_t rc = FindMessage(service, type, message_id, &msg);
-  if (rc == QMI_IDL_LIB_NO_ERR) *message_len = msg->max_msg_len;
-  return rc;
+  return MessageFact(service, type, message_id, &qmi_idl_message_table_entry::max_msg_len,
+                     message_len);
 }
 
 int32_t qmi_idl_message_encode(qmi_idl_service_object_type service,
