@@ -8,9 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "crash_points.h"
@@ -105,6 +107,28 @@ TEST(PropertyProcesses, UnchangedStoreIsReadWithoutSystemCalls) {
   const long after_write = ReadSyscalls();
   EXPECT_EQ(Get("test.fast"), "2");
   EXPECT_GT(ReadSyscalls() - after_write, 1) << "a changed store must be read again";
+}
+
+TEST(PropertyProcesses, ForkWhileAnotherThreadReadsLeavesTheChildAStoreItCanUse) {
+  ASSERT_EQ(property_set("test.fork", "1"), 0);
+  std::atomic<bool> stop{false};
+  std::thread reader([&] {
+    while (!stop.load()) {
+      Get("test.fork");
+    }
+  });
+  int good = 0;
+  while (good < 50 &&
+         ExitedWith(Wait(Spawn([] {
+                      alarm(5);  // a child stuck on a lock dies of SIGALRM
+                      return Get("test.fork") == "1" && property_set("test.fork", "1") == 0 ? 0 : 1;
+                    })),
+                    0)) {
+    ++good;
+  }
+  stop.store(true);
+  reader.join();
+  EXPECT_EQ(good, 50);
 }
 
 TEST(PropertyProcesses, ConcurrentWritersLoseNoUpdate) {

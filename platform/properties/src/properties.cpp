@@ -3,6 +3,7 @@
 // is current answers without a system call. Layout of the directory: property_host.h.
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -174,8 +175,18 @@ void StoreCounter(uint64_t *counter, uint64_t value) {
   __atomic_store_n(counter, value, __ATOMIC_RELEASE);
 }
 
+class Store;
+Store &TheStore();
+
 class Store {
  public:
+  // A fork while another thread holds the cache lock would leave the child's copy locked for
+  // good: hold it across fork so that both sides start with it free.
+  Store() {
+    pthread_atfork([] { TheStore().mu_.lock(); }, [] { TheStore().mu_.unlock(); },
+                   [] { TheStore().mu_.unlock(); });
+  }
+
   int Get(const char *key, char *value, const char *default_value) {
     if (value == nullptr) {
       return -1;
