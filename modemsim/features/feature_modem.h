@@ -134,7 +134,6 @@ class FeatureModem {
   std::map<uint32_t, std::map<uint32_t, Bytes>> nv_golden_;
   std::map<uint16_t, PendingWrite> writes_;
   uint16_t next_ins_id_ = 1;
-  uint32_t mtime_ = 0;
   // Common commands.
   uint8_t extend_mode_ = 0;
   uint8_t build_info_ = 0;

@@ -137,6 +137,47 @@ void FillPath(tarvik_nvefs_req_t *req, uint32_t op, uint32_t sub, const void *pa
     }                                                                           \
   } while (0)
 
+namespace {
+
+// Subscription and item number of a validated NV operation; subscription 2 may only read item
+// 550. Logs and returns the refusal, or 0.
+int CheckNvTarget(uint32_t sub_id, uint32_t nv_id, bool read) {
+  if (sub_id >= 2) {
+    if (read && sub_id == 2 && nv_id == TARVIK_NV_SUB2_ITEM) {
+      TARVIK_LOGD_SUB(sub_id, "sub cust case for tt");
+      return 0;
+    }
+    TARVIK_LOGD_SUB(sub_id, "sub invalid");
+    return TARVIK_FEAT_ERR_SUB_INVALID;
+  }
+  if (nv_id > TARVIK_NV_ID_MAX) {
+    TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
+    return TARVIK_FEAT_ERR_NV_ID_RANGE;
+  }
+  return 0;
+}
+
+// One validated NV exchange: builds the request (with `len` bytes of `data` for a write), sends
+// it and returns the mapped channel failure, else the modem's result.
+int ExchangeNvItemOp(uint32_t op, uint32_t sub_id, uint32_t nv_id, const void *data, uint32_t len,
+                     tarvik_nvefs_rsp_t *rsp, uint32_t *rsp_len) {
+  tarvik_nvefs_req_t req;
+  ZeroNvefs(&req, rsp);
+  req.op = static_cast<uint8_t>(op);
+  req.sub = static_cast<uint8_t>(sub_id);
+  req.item = static_cast<uint16_t>(nv_id);
+  if (len != 0) {
+    req.len_all = len;
+    memcpy(req.data, data, len);
+  }
+  const int mapped = ExchangeNvefs(&req, rsp, rsp_len);
+  int result = 0;
+  NVEFS_VERDICT(result, mapped, *rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+  return result;
+}
+
+}  // namespace
+
 extern "C" {
 
 // ---------------------------------------------------------------------------------------------
@@ -149,17 +190,8 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
   int result = 0;
   do {
     TARVIK_LOGD_SUB(sub_id, "tarvik_nv_read, sub_id %d, nv_id: %d", sub_id, nv_id);
-    if (sub_id >= 2) {
-      if (sub_id == 2 && nv_id == TARVIK_NV_SUB2_ITEM) {
-        TARVIK_LOGD_SUB(sub_id, "sub cust case for tt");
-      } else {
-        TARVIK_LOGD_SUB(sub_id, "sub invalid");
-        result = TARVIK_FEAT_ERR_SUB_INVALID;
-        break;
-      }
-    } else if (nv_id > TARVIK_NV_ID_MAX) {
-      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
-      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
+    result = CheckNvTarget(sub_id, nv_id, true);
+    if (result != 0) {
       break;
     }
     if (buf == nullptr) {
@@ -179,23 +211,10 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
       result = TARVIK_FEAT_ERR_LEN_INVALID;
       break;
     }
-    tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
-    ZeroNvefs(&req, &rsp);
-    req.op = NVEFS_OP_NV_READ;
-    req.sub = static_cast<uint8_t>(sub_id);
-    req.item = static_cast<uint16_t>(nv_id);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
-    if (mapped != 0) {
-      TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail");
-      result = mapped;
-      break;
-    }
-    if (rsp.result != 0) {
-      TARVIK_LOGD_SUB(sub_id, "qmi response fail");
-      result = rsp.result;
+    result = ExchangeNvItemOp(NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+    if (result != 0) {
       break;
     }
     TARVIK_LOGD_SUB(sub_id, "rsp.data_len_all = %d", rsp.data_len_all);
@@ -228,14 +247,8 @@ TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void
   do {
     TARVIK_LOGD_SUB(sub_id, "tarvik_nv_write, sub_id %d, nv_id: %d, buf_len: %d", sub_id, nv_id,
                     buf_len);
-    if (sub_id >= 2) {
-      TARVIK_LOGD_SUB(sub_id, "sub invalid");
-      result = TARVIK_FEAT_ERR_SUB_INVALID;
-      break;
-    }
-    if (nv_id > TARVIK_NV_ID_MAX) {
-      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
-      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
+    result = CheckNvTarget(sub_id, nv_id, false);
+    if (result != 0) {
       break;
     }
     if (buf == nullptr) {
@@ -248,17 +261,9 @@ TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void
       result = TARVIK_FEAT_ERR_LEN_INVALID;
       break;
     }
-    tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
-    ZeroNvefs(&req, &rsp);
-    req.op = NVEFS_OP_NV_WRITE;
-    req.sub = static_cast<uint8_t>(sub_id);
-    req.item = static_cast<uint16_t>(nv_id);
-    req.len_all = buf_len;
-    memcpy(req.data, buf, buf_len);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+    result = ExchangeNvItemOp(NVEFS_OP_NV_WRITE, sub_id, nv_id, buf, buf_len, &rsp, &rsp_len);
   } while (0);
   pthread_mutex_unlock(&g_nv_lock);
   TARVIK_LOG_EXIT();
@@ -268,29 +273,13 @@ TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void
 TARVIK_EXPORT int tarvik_nv_delete(uint32_t sub_id, uint32_t nv_id) {
   TARVIK_LOG_ENTRY();
   pthread_mutex_lock(&g_nv_lock);
-  int result = 0;
-  do {
-    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
-    if (sub_id >= 2) {
-      TARVIK_LOGD_SUB(sub_id, "sub invalid");
-      result = TARVIK_FEAT_ERR_SUB_INVALID;
-      break;
-    }
-    if (nv_id > TARVIK_NV_ID_MAX) {
-      TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
-      result = TARVIK_FEAT_ERR_NV_ID_RANGE;
-      break;
-    }
-    tarvik_nvefs_req_t req;
+  TARVIK_LOGD_SUB(sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
+  int result = CheckNvTarget(sub_id, nv_id, false);
+  if (result == 0) {
     tarvik_nvefs_rsp_t rsp;
-    ZeroNvefs(&req, &rsp);
-    req.op = NVEFS_OP_NV_DELETE;
-    req.sub = static_cast<uint8_t>(sub_id);
-    req.item = static_cast<uint16_t>(nv_id);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
-  } while (0);
+    result = ExchangeNvItemOp(NVEFS_OP_NV_DELETE, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+  }
   pthread_mutex_unlock(&g_nv_lock);
   TARVIK_LOG_EXIT();
   return result;
