@@ -10,7 +10,8 @@
 //         for the requesting client (data[1] = its second switch, the ind flag), 0 switches it
 //         off. Refused with kResultBadRequest for an event out of range or an empty payload.
 //         Switches are per client; they go when the client closes or the service restarts.
-//   0x04  data with an option byte: result 0 and value = the payload length accepted.
+//   0x04  data with an option byte: result 0 and value = the payload length accepted (a
+//         data_len above 550: kResultBadRequest).
 //   0x0A  self-study upload: result 0 and value = the number of entries (count above 64:
 //         kResultBadRequest).
 //   0x0C  WeChat request: result 0 and value = the request's value; a nonzero flag also sends
@@ -94,10 +95,10 @@ EventSwitch GetEventSwitch(Modem &modem, uint32_t client, uint32_t event);
 int InjectEvent(Modem &modem, uint32_t event, const void *data, uint32_t len,
                 bool data_valid = true);
 
-// Sends any other indication of the service (0x05-0x09, 0x0B, 0x0D, 0x12, 0x14), `record`
-// being its record of tarvik_extend_qmi_v01.h, to every client. Returns the clients reached or
-// a negative status (QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND for an id the service has no indication
-// of).
+// Sends any indication of the service (0x05-0x09, 0x0B, 0x0D, 0x12, 0x14; 0x03 too, ignoring
+// the switches), `record` being its record of tarvik_extend_qmi_v01.h, to every client. Returns
+// the clients reached or a negative status (QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND for an id the
+// service has no indication of).
 int InjectIndication(Modem &modem, uint16_t msg_id, const void *record, uint32_t len);
 
 }  // namespace extend
