@@ -5,11 +5,14 @@
  * Every request function takes the channel lock, opens the channel when it is closed, exchanges
  * one message and releases the lock, so requests from any number of threads are serialised.
  * A transport failure other than a time-out closes and reopens the channel and retries once;
- * that close forgets every registered event handler. A caller that finds the channel held by a
- * request that has outlived its own time budget (a hung transport) does not wait behind it: it
- * gives up with TARVIK_EXTEND_QMI_EFAIL after a short grace period.
+ * that close forgets every registered event handler.
  *
- * Status codes of the request and registration functions.
+ * No caller waits forever for the channel. Each holder of the channel lock has a time budget:
+ * two opens (2 s each, about 1 s of which is service discovery), its first send's time-out and
+ * a 3000 ms retry. A caller waits behind a holder until that budget plus 1 s has passed; a
+ * holder still there then (a hung transport) is left alone and the caller gets
+ * TARVIK_EXTEND_QMI_EFAIL without sending. Waiting behind a sequence of holders that each keep
+ * within their budget is not cut short.
  */
 #ifndef TARVIK_EXTEND_API_H
 #define TARVIK_EXTEND_API_H
@@ -20,6 +23,7 @@
 #include "tarvik_common.h"
 #include "tarvik_extend_qmi_v01.h"
 
+/* Status codes of the request and registration functions. */
 #define TARVIK_EXTEND_QMI_OK 0
 #define TARVIK_EXTEND_QMI_EINVAL (-1)      /* null buffer, length out of range, zero time-out */
 #define TARVIK_EXTEND_QMI_ENOCLIENT (-2)   /* the channel has no client handle */
