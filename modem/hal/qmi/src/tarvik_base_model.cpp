@@ -21,6 +21,19 @@ int Exchange(uint32_t msg_id, Req *req, Rsp *rsp) {
                                                 static_cast<int>(sizeof(Rsp)));
 }
 
+// The get functions' output checks: a buffer, and a capacity of at least `need` elements.
+uint32_t CheckOutput(const uint32_t *data_rsp, const uint32_t *p_rsp_len, uint32_t need) {
+  if (data_rsp == nullptr) {
+    TARVIK_LOGD("data_rsp is null");
+    return kNullRsp;
+  }
+  if (p_rsp_len == nullptr || *p_rsp_len < need) {
+    TARVIK_LOGD("*p_rsp_len is too small");
+    return kTooSmall;
+  }
+  return 0;
+}
+
 // Appends one list of the reason answer; false (and the caller returns 4) when its count is
 // beyond what the list can hold.
 bool AppendList(uint32_t count, const uint32_t (&values)[TARVIK_BASE_MODEL_LIST_MAX],
@@ -88,13 +101,9 @@ TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_event_ind_switch(uint32_t eve
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, uint32_t *p_rsp_len) {
   TARVIK_LOGD("tarvik_base_model_get_modem_reason, p_rsp_len = %d",
               p_rsp_len != nullptr ? *p_rsp_len : 0);
-  if (data_rsp == nullptr) {
-    TARVIK_LOGD("data_rsp is null");
-    return kNullRsp;
-  }
-  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_REASON_CAPACITY) {
-    TARVIK_LOGD("*p_rsp_len is too small");
-    return kTooSmall;
+  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_REASON_CAPACITY);
+  if (refused != 0) {
+    return refused;
   }
   tarvik_extend_qmi_base_model_get_reason_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_reason_resp_msg_v01 rsp;
@@ -130,13 +139,9 @@ TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, ui
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uint32_t *p_rsp_len) {
   TARVIK_LOGD("tarvik_base_model_get_modem_scene, p_rsp_len = %d",
               p_rsp_len != nullptr ? *p_rsp_len : 0);
-  if (data_rsp == nullptr) {
-    TARVIK_LOGD("data_rsp is null");
-    return kNullRsp;
-  }
-  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_SCENE_CAPACITY) {
-    TARVIK_LOGD("*p_rsp_len is too small");
-    return kTooSmall;
+  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_SCENE_CAPACITY);
+  if (refused != 0) {
+    return refused;
   }
   tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_scene_msg_v01 rsp;
@@ -159,13 +164,9 @@ TARVIK_EXPORT uint32_t tarvik_base_model_get_dds_assistant_info(uint32_t *data_r
                                                                 uint32_t *p_rsp_len) {
   TARVIK_LOGD("tarvik_base_model_get_dds_assistant_info, p_rsp_len = %d",
               p_rsp_len != nullptr ? *p_rsp_len : 0);
-  if (data_rsp == nullptr) {
-    TARVIK_LOGD("data_rsp is null");
-    return kNullRsp;
-  }
-  if (p_rsp_len == nullptr || *p_rsp_len < TARVIK_BASE_MODEL_DDS_CAPACITY) {
-    TARVIK_LOGD("*p_rsp_len is too small");
-    return kTooSmall;
+  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_DDS_CAPACITY);
+  if (refused != 0) {
+    return refused;
   }
   tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_dds_info_resp_msg_v01 rsp;

@@ -14,8 +14,7 @@ static_assert(sizeof(tarvik_nv_item_rsp_t) == TARVIK_NV_ITEM_RSP_SIZE, "NV item 
 
 namespace {
 
-// Offsets of the typed-message header and of the feature-control header inside the payload.
-constexpr uint32_t kMsgHeaderSize = 8;
+// Values of the feature-control header.
 constexpr uint32_t kFeatureHeaderZero = 0;
 constexpr uint32_t kFeatureHeaderThree = 3;
 constexpr uint32_t kCmnRspHeader = 8;  // bytes before the response data
@@ -29,6 +28,39 @@ void PutU32(uint8_t *at, uint32_t value) {
 int SendCommon(tarvik_cmn_req_t *req, tarvik_cmn_rsp_t *rsp, uint32_t *rsp_len) {
   *rsp_len = TARVIK_CMN_RSP_SIZE;
   return tarvik_extend_qmi_send_sync(REQUEST_ID_COMMON, req, TARVIK_CMN_REQ_SIZE, rsp, rsp_len);
+}
+
+// The two senders' common path: refuses a missing response buffer, a payload of `limit` bytes
+// or more and a missing payload, then writes `cmd`, the header words (the typed message's type
+// and length) and the payload after them, and sends. The response is zeroed before anything.
+uint32_t SendChecked(uint32_t cmd, const uint32_t *header, uint32_t header_words, uint32_t len,
+                     uint32_t limit, const void *src, uint32_t *rsp) {
+  if (rsp == nullptr) {
+    TARVIK_LOGD("rsp is NULL");
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  memset(rsp, 0, TARVIK_CMN_RSP_SIZE);
+  if (len >= limit) {
+    TARVIK_LOGD("l is out of range");
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  if (len != 0 && src == nullptr) {
+    TARVIK_LOGD("v is null");
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  tarvik_cmn_req_t req;
+  memset(&req, 0, sizeof(req));
+  req.cmd = cmd;
+  const uint32_t at = header_words * sizeof(uint32_t);
+  for (uint32_t i = 0; i < header_words; ++i) {
+    PutU32(req.payload + i * sizeof(uint32_t), header[i]);
+  }
+  if (len != 0) {
+    memcpy(req.payload + at, src, len);
+  }
+  uint32_t rsp_len = 0;
+  return static_cast<uint32_t>(
+      SendCommon(&req, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &rsp_len));
 }
 
 // The extend-mode, build-information and feature-control functions all answer the same way.
@@ -87,58 +119,15 @@ TARVIK_EXPORT int tarvik_qmi_result_map(int result) {
 
 TARVIK_EXPORT uint32_t tarvik_common_qmi_req(uint32_t cmd, uint32_t len, const void *src,
                                              uint32_t *rsp) {
-  tarvik_cmn_req_t req;
-  memset(&req, 0, sizeof(req));
-  if (rsp == nullptr) {
-    TARVIK_LOGD("rsp is NULL");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  memset(rsp, 0, TARVIK_CMN_RSP_SIZE);
-  if (len >= TARVIK_CMN_LEN_LIMIT) {
-    TARVIK_LOGD("l is out of range");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  if (len != 0 && src == nullptr) {
-    TARVIK_LOGD("v is null");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  req.cmd = cmd;
-  if (len != 0) {
-    memcpy(req.payload, src, len);
-  }
-  uint32_t rsp_len = 0;
-  return static_cast<uint32_t>(
-      SendCommon(&req, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &rsp_len));
+  return SendChecked(cmd, nullptr, 0, len, TARVIK_CMN_LEN_LIMIT, src, rsp);
 }
 
 TARVIK_EXPORT uint32_t tarvik_send_common_qmi_msg(uint32_t t, uint32_t len, const void *v,
                                                   uint32_t *rsp) {
-  tarvik_cmn_req_t req;
-  memset(&req, 0, sizeof(req));
-  if (rsp == nullptr) {
-    TARVIK_LOGD("rsp is NULL");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  memset(rsp, 0, TARVIK_CMN_RSP_SIZE);
   TARVIK_LOGD("t %d", t);
   TARVIK_LOGD("l %d", len);
-  if (len >= TARVIK_CMN_MSG_LEN_LIMIT) {
-    TARVIK_LOGD("l is out of range");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  if (len != 0 && v == nullptr) {
-    TARVIK_LOGD("v is null");
-    return TARVIK_CMN_ERR_INVALID_ARG;
-  }
-  req.cmd = COMMON_CMD_MSG;
-  PutU32(req.payload + 0, t);
-  PutU32(req.payload + 4, len);
-  if (len != 0) {
-    memcpy(req.payload + kMsgHeaderSize, v, len);
-  }
-  uint32_t rsp_len = 0;
-  return static_cast<uint32_t>(
-      SendCommon(&req, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &rsp_len));
+  const uint32_t header[2] = {t, len};
+  return SendChecked(COMMON_CMD_MSG, header, 2, len, TARVIK_CMN_MSG_LEN_LIMIT, v, rsp);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_mode_set(uint8_t mode) {
