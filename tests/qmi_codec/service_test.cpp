@@ -47,8 +47,7 @@ TEST(CodecService, MessagesFoundByTypeAndIdThroughTheParent) {
       {"unknown id", &kService, QMI_IDL_REQUEST, 0x22, QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, 0},
       {"parent does not see the child", &kParent, QMI_IDL_REQUEST, 0x20,
        QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, 0},
-      {"type out of range", &kService, 3, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
-      {"negative type", &kService, -1, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
+      {"type out of range", &kService, QMI_IDL_NUM_MSG_TYPES, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
       {"no service", nullptr, QMI_IDL_REQUEST, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
   };
   for (const Row &row : rows) {
