@@ -153,17 +153,21 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   if (!wire::ParseQmiHeader(msg, len, &hdr) || hdr.type != wire::kQmiRequest) {
     return QMI_CLIENT_PARAM_ERR;
   }
-  Task task{client, std::vector<uint8_t>(msg, msg + len), false, Fault{}, 0};
-  std::lock_guard<std::mutex> lock(mu_);
+  Task task{client, std::vector<uint8_t>(msg, msg + len), false, Fault{}, 0, 0};
+  std::unique_lock<std::mutex> lock(mu_);
   auto it = clients_.find(client);
   if (it == clients_.end()) return QMI_SERVICE_ERR;
   task.fault_set = TakeFault(it->second.service_id, hdr.msg_id, &task.fault);
-  auto due = Clock::now();
   if (task.fault_set && task.fault.kind == Fault::kDelay) {
-    due += std::chrono::milliseconds(task.fault.delay_ms);
+    queue_.emplace(Clock::now() + std::chrono::milliseconds(task.fault.delay_ms), std::move(task));
+    queue_cv_.notify_one();
+    return QMI_NO_ERR;
   }
-  queue_.emplace(due, std::move(task));
-  queue_cv_.notify_one();
+  lock.unlock();
+  // Handled on the caller's thread: no hand-off to the worker on the common path. process_mu_
+  // keeps requests one at a time.
+  std::lock_guard<std::mutex> process(process_mu_);
+  Process(task);
   return QMI_NO_ERR;
 }
 
@@ -184,9 +188,12 @@ void Modem::WorkerLoop() {
     Task task = std::move(first->second);
     queue_.erase(first);
     lock.unlock();
-    if (task.bring_up != 0) {
+    if (task.restart != 0) {
+      Restart(task.restart, task.down_ms);
+    } else if (task.bring_up != 0) {
       BringUp(task.bring_up);
     } else {
+      std::lock_guard<std::mutex> process(process_mu_);
       Process(task);
     }
     lock.lock();
@@ -411,10 +418,18 @@ int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
   }
   if (down_ms == 0) return SetPresent(service_id, true);
   std::lock_guard<std::mutex> lock(mu_);
-  Task task{0, {}, false, Fault{}, service_id};
+  Task task{0, {}, false, Fault{}, service_id, 0};
   queue_.emplace(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
   queue_cv_.notify_one();
   return QMI_NO_ERR;
+}
+
+void Modem::ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms) {
+  std::lock_guard<std::mutex> lock(mu_);
+  Task task{0, {}, false, Fault{}, 0, service_id};
+  task.down_ms = down_ms;
+  queue_.emplace(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
+  queue_cv_.notify_one();
 }
 
 void Modem::BringUp(uint32_t service_id) {

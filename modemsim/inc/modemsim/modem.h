@@ -3,10 +3,11 @@
 // received, fault injection and indications. It is a qmi_host::Server: the in-process transport
 // reaches it directly, tarvik-modemd serves it over a Unix socket.
 //
-// Threads: requests are handled on the modem's own worker thread, one at a time, in arrival
-// order (a delayed request waits its turn in a timed queue). A handler runs with its service's
-// mutex held; code on other threads that reads or changes service state takes the same mutex
-// (Service::mutex()).
+// Threads: a request is handled on the thread that delivers it (the in-process client's, or the
+// daemon's connection thread), one request at a time across the modem; a delayed request waits
+// in a timed queue and is handled on the modem's worker thread. A handler runs with its
+// service's mutex held; code on other threads that reads or changes service state takes the
+// same mutex (Service::mutex()). A handler must not call back into the client library.
 #pragma once
 
 #include <stddef.h>
@@ -179,6 +180,9 @@ class Modem final : public qmi_host::Server {
   // die, restart hooks run) and comes back after down_ms (0: before this returns).
   // QMI_SERVICE_ERR for an unknown service.
   int Restart(uint32_t service_id, uint32_t down_ms = 0);
+  // The same, started on the modem's worker thread after `after_ms`: what a handler uses (a
+  // handler must not call Restart itself, it holds its service's mutex).
+  void ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms = 0);
   // Takes a service away until it is made present again.
   int SetPresent(uint32_t service_id, bool present);
 
@@ -222,6 +226,8 @@ class Modem final : public qmi_host::Server {
     bool fault_set;
     Fault fault;
     uint32_t bring_up = 0;  // non-zero: bring this service up instead
+    uint32_t restart = 0;   // non-zero: restart this service (down for down_ms) instead
+    uint32_t down_ms = 0;
   };
 
   void WorkerLoop();
@@ -247,6 +253,7 @@ class Modem final : public qmi_host::Server {
   std::mutex sinks_mu_;  // held while calling into a sink; before mu_
   std::set<qmi_host::ClientSink *> sinks_;
 
+  std::mutex process_mu_;  // one request handled at a time; before everything else
   std::condition_variable queue_cv_;
   std::multimap<Clock::time_point, Task> queue_;
   bool stop_ = false;

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -23,6 +25,11 @@ class Transport {
   virtual void Close(uint32_t client) = 0;
   // QMI_NO_ERR once handed over; QMI_CLIENT_TRANSPORT_ERR / QMI_SERVICE_ERR otherwise.
   virtual int Send(uint32_t client, const uint8_t *msg, size_t len) = 0;
+  // Called by a request's thread after Send, before it blocks: a transport may read and
+  // dispatch its input on this thread until `finished` or the deadline (saving a hand-off),
+  // or return at once; the caller then waits for completion as usual.
+  virtual void Await(const std::atomic<bool> & /*finished*/,
+                     std::chrono::steady_clock::time_point /*deadline*/) {}
   // Stops every thread of the transport; after it returns no sink call comes from it and every
   // other call fails.
   virtual void Shutdown() = 0;

@@ -30,12 +30,22 @@ namespace {
 
 constexpr uint32_t kInfoMagic = 0x54514d49;  // "IMQT": an info filled by this library
 
+// A request waiting for its response. Completed under Core::mu_; `finished` lets a transport
+// that reads on the waiting thread see completion without the lock.
 struct Pending {
   std::condition_variable cv;
   bool done = false;
+  std::atomic<bool> finished{false};
   int error = QMI_NO_ERR;
   uint16_t msg_id = 0;
   std::vector<uint8_t> tlvs;
+
+  void Complete(int err) {
+    error = err;
+    done = true;
+    finished.store(true, std::memory_order_release);
+    cv.notify_one();
+  }
 };
 
 }  // namespace
@@ -157,8 +167,7 @@ class Core final : public qmi_host::ClientSink {
       Pending *pending = p->second;
       h->pending.erase(p);
       pending->tlvs.assign(tlvs, tlvs + hdr.len);
-      pending->done = true;
-      pending->cv.notify_one();
+      pending->Complete(QMI_NO_ERR);
     } else if (hdr.type == qmi_host::wire::kQmiIndication) {
       if (h->ind_cb != nullptr) {
         QueueLocked(
@@ -178,9 +187,7 @@ class Core final : public qmi_host::ClientSink {
       ++dropped_;
       return;
     }
-    p->second->error = error;
-    p->second->done = true;
-    p->second->cv.notify_one();
+    p->second->Complete(error);
     it->second->pending.erase(p);
   }
 
@@ -393,14 +400,18 @@ class Core final : public qmi_host::ClientSink {
     }
     qmi_host::wire::PutQmiHeader(
         buf, {qmi_host::wire::kQmiRequest, txn, (uint16_t)msg_id, (uint16_t)encoded});
+    const auto deadline = timeout_ms == 0
+                              ? SteadyClock::time_point::max()
+                              : SteadyClock::now() + std::chrono::milliseconds(timeout_ms);
     rc = transport->Send(client_id, buf, qmi_host::wire::kQmiHeaderLen + encoded);
+    if (rc == QMI_NO_ERR) transport->Await(pending.finished, deadline);
 
     std::unique_lock<std::mutex> lock(mu_);
     if (rc == QMI_NO_ERR) {
       auto done = [&] { return pending.done; };
       if (timeout_ms == 0) {
         pending.cv.wait(lock, done);
-      } else if (!pending.cv.wait_for(lock, std::chrono::milliseconds(timeout_ms), done)) {
+      } else if (!pending.cv.wait_until(lock, deadline, done)) {
         rc = QMI_TIMEOUT_ERR;
       }
     }
@@ -439,11 +450,7 @@ class Core final : public qmi_host::ClientSink {
       handles_.erase(h.get());
       if (!h->notifier) by_client_.erase(h->client_id);
       h->released = true;
-      for (auto &p : h->pending) {  // sends still waiting on other threads
-        p.second->error = QMI_CLIENT_INVALID_CLNT;
-        p.second->done = true;
-        p.second->cv.notify_one();
-      }
+      for (auto &p : h->pending) p.second->Complete(QMI_CLIENT_INVALID_CLNT);  // other threads
       h->pending.clear();
       // A callback of this handle may be running; wait for it unless we are inside it.
       if (std::this_thread::get_id() != cb_thread_id_) {
@@ -490,11 +497,7 @@ class Core final : public qmi_host::ClientSink {
   void KillLocked(const Handle &h) {
     h->dead = true;
     by_client_.erase(h->client_id);
-    for (auto &p : h->pending) {
-      p.second->error = QMI_SERVICE_ERR;
-      p.second->done = true;
-      p.second->cv.notify_one();
-    }
+    for (auto &p : h->pending) p.second->Complete(QMI_SERVICE_ERR);
     h->pending.clear();
     if (h->err_cb != nullptr && !h->err_reported) {
       h->err_reported = true;

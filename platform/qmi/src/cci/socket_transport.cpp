@@ -2,11 +2,14 @@
 // qmi_client_host.h). A reader thread takes the daemon's frames; when the connection drops every
 // service goes down and the thread reconnects every 100 ms until the transport shuts down.
 #include <errno.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -120,7 +123,6 @@ class SocketTransport final : public Transport {
   }
 
   void ReaderLoop() {
-    std::vector<uint8_t> buf(wire::kMaxFrameLen);
     for (;;) {
       int fd = ConnectTo(path_);
       {
@@ -141,8 +143,9 @@ class SocketTransport final : public Transport {
           continue;
         }
       }
-      ReadFrames(fd, buf);
+      ReadFrames(fd);
       sink_.DropAll();
+      std::lock_guard<std::mutex> read_lock(read_mu_);
       std::unique_lock<std::mutex> lock(mu_);
       close(fd_);
       fd_ = -1;
@@ -156,51 +159,100 @@ class SocketTransport final : public Transport {
     }
   }
 
-  // Until the connection ends.
-  void ReadFrames(int fd, std::vector<uint8_t> &buf) {
-    for (;;) {
-      const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return;
-      wire::FrameHeader h;
-      if (!wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) continue;
-      const uint8_t *payload = buf.data() + wire::kFrameHeaderLen;
-      const size_t payload_len = (size_t)n - wire::kFrameHeaderLen;
-      switch (h.op) {
-        case wire::kServiceUp:
-          sink_.OnServiceUp(h.service, h.arg);
-          break;
-        case wire::kServiceDown:
-          sink_.OnServiceDown(h.service, h.arg);
-          break;
-        case wire::kHelloDone: {
-          std::lock_guard<std::mutex> lock(mu_);
-          ready_ = true;
-          first_attempt_done_ = true;
-          cv_.notify_all();
-          break;
-        }
-        case wire::kOpenResult:
-          if (payload_len >= 4) {
-            std::lock_guard<std::mutex> lock(mu_);
-            open_results_[h.client] = {(int)h.arg, wire::GetU32(payload)};
-            cv_.notify_all();
-          }
-          break;
-        case wire::kMessage:
-          sink_.OnMessage(h.client, payload, payload_len);
-          break;
-        case wire::kTxnError:
-          if (payload_len >= 2) sink_.OnTxnError(h.client, wire::GetU16(payload), (int)h.arg);
-          break;
-        default:
-          break;
+  // A request's thread reads its own response when no other thread is reading: the reader
+  // thread then does not have to hand it over. Frames are read and dispatched only under
+  // read_mu_, so they are handled one at a time in arrival order whoever reads them.
+  void Await(const std::atomic<bool> &finished,
+             std::chrono::steady_clock::time_point deadline) override {
+    int fd;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      fd = fd_;
+    }
+    if (fd < 0 || !read_mu_.try_lock()) return;
+    std::lock_guard<std::mutex> read_lock(read_mu_, std::adopt_lock);
+    // The reader thread closes a connection only under read_mu_: fd stays valid here.
+    while (!finished.load(std::memory_order_acquire)) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return;
+      pollfd p{fd, POLLIN, 0};
+      if (poll(&p, 1, (int)std::min<int64_t>(left.count() + 1, 1000)) < 0 && errno != EINTR) {
+        return;
       }
+      if ((p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return;
+      if ((p.revents & POLLIN) != 0 && ReadOne(fd) < 0) return;
+    }
+  }
+
+  // Reads and dispatches one frame if one is waiting; read_mu_ held. 1: a frame, 0: none,
+  // -1: the connection ended.
+  int ReadOne(int fd) {
+    ssize_t n;
+    do {
+      n = recv(fd, read_buf_.data(), read_buf_.size(), MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+    if (n <= 0) return -1;
+    Dispatch(read_buf_.data(), (size_t)n);
+    return 1;
+  }
+
+  // Until the connection ends. Waits for input without read_mu_, so that a request's thread
+  // can take over reading; reads under it.
+  void ReadFrames(int fd) {
+    for (;;) {
+      pollfd p{fd, POLLIN, 0};
+      if (poll(&p, 1, -1) < 0) {
+        if (errno == EINTR) continue;
+        return;
+      }
+      std::lock_guard<std::mutex> read_lock(read_mu_);
+      if (ReadOne(fd) < 0) return;
+    }
+  }
+
+  void Dispatch(const uint8_t *frame, size_t n) {
+    wire::FrameHeader h;
+    if (!wire::ParseFrameHeader(frame, n, &h)) return;
+    const uint8_t *payload = frame + wire::kFrameHeaderLen;
+    const size_t payload_len = n - wire::kFrameHeaderLen;
+    switch (h.op) {
+      case wire::kServiceUp:
+        sink_.OnServiceUp(h.service, h.arg);
+        break;
+      case wire::kServiceDown:
+        sink_.OnServiceDown(h.service, h.arg);
+        break;
+      case wire::kHelloDone: {
+        std::lock_guard<std::mutex> lock(mu_);
+        ready_ = true;
+        first_attempt_done_ = true;
+        cv_.notify_all();
+        break;
+      }
+      case wire::kOpenResult:
+        if (payload_len >= 4) {
+          std::lock_guard<std::mutex> lock(mu_);
+          open_results_[h.client] = {(int)h.arg, wire::GetU32(payload)};
+          cv_.notify_all();
+        }
+        break;
+      case wire::kMessage:
+        sink_.OnMessage(h.client, payload, payload_len);
+        break;
+      case wire::kTxnError:
+        if (payload_len >= 2) sink_.OnTxnError(h.client, wire::GetU16(payload), (int)h.arg);
+        break;
+      default:
+        break;
     }
   }
 
   TrackingSink sink_;
   const std::string path_;
+  std::mutex read_mu_;  // held while reading and dispatching a frame
+  std::vector<uint8_t> read_buf_ = std::vector<uint8_t>(wire::kMaxFrameLen);
   std::thread reader_;
   std::mutex mu_;
   std::condition_variable cv_;
