@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <unistd.h>
 
@@ -206,3 +207,21 @@ TEST(PropertyStore, MalformedStoreLinesAreSkipped) {
 }
 
 }  // namespace
+
+// A store this process cannot lock (here the lock is a directory) is still readable: every read
+// goes to the file, since there is no change counter to trust a cached copy by.
+TEST(PropertyStore, StoreWithoutUsableLockIsReadUncachedAndRefusesWrites) {
+  const std::string dir = tarvik_test::PropertyDir();
+  ASSERT_EQ(mkdir((dir + "/lock").c_str(), 0755), 0);
+  auto write_store = [&](const char *value) {
+    std::ofstream out(dir + "/properties", std::ios::trunc);
+    out << "# tarvik property store 1\ntest.ro_store\t" << value << "\n";
+  };
+  write_store("one");
+  EXPECT_EQ(Get("test.ro_store"), "one");
+  write_store("two");
+  EXPECT_EQ(Get("test.ro_store"), "two");
+  EXPECT_EQ(property_set("test.ro_store", "three"), -1);
+  EXPECT_EQ(property_set("ctl.start", "svc"), -1);
+  EXPECT_EQ(Get("test.ro_store"), "two");
+}

@@ -14,6 +14,8 @@
  *   properties.tmp  the temporary of a write in progress (left behind by a writer that died).
  *   lock            writers hold an exclusive flock on it; its first 8 bytes are a change
  *                   counter that readers map into memory (odd while a write is in progress).
+ *                   A process that cannot open it for writing reads the store without
+ *                   caching and has its writes refused.
  *   control         the init stand-in's record of `ctl.*` requests, one line each, appended.
  * Every stored value survives restarts of every process until the directory is removed; the
  * per-user defaults live where the system clears them at reboot, like Android's non-persistent

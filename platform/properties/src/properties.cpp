@@ -311,10 +311,12 @@ class Store {
     if (cache_valid_ && LoadCounter(counter_) == cached_gen_) {
       return true;  // the common case: not a single system call
     }
-    if (!Open()) {
+    // Without the counter (a store this process may not write) read every time, never cache.
+    const bool counted = Open();
+    if (dir_.empty()) {
       return false;
     }
-    const uint64_t before = LoadCounter(counter_);
+    const uint64_t before = counted ? LoadCounter(counter_) : 1u;
     std::string text;
     if (!ReadFile(dir_ + "/" + kStoreFile, &text)) {
       cache_valid_ = false;
@@ -327,7 +329,7 @@ class Store {
       index_.emplace(entries_[i].first, i);
     }
     // Cache only what was read while no write was under way, start to end.
-    cache_valid_ = (before & 1u) == 0 && LoadCounter(counter_) == before;
+    cache_valid_ = (before & 1u) == 0 && counted && LoadCounter(counter_) == before;
     cached_gen_ = before;
     return true;
   }
