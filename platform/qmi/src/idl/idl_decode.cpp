@@ -152,26 +152,23 @@ struct TlvSet {
 // Decodes the TLV whose entries start at `first`; returns the index past its entries in *end.
 int32_t DecodeOneTlv(const qmi_elem_info *ei, uint32_t first, const uint8_t *value, uint32_t len,
                      Dst rec, LazyZero &zero, uint32_t *end) {
-  const uint32_t group_end = TlvGroupEnd(ei, first);
-  *end = group_end;
-  uint32_t start = first;
-  if (ei[first].data_type == QMI_OPT_FLAG) {
-    if (!InRecord(ei[first].offset, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    zero.Cover(ei[first].offset, 1);
-    rec.base[ei[first].offset] = 1;
-    start = first + 1;
+  const TlvGroup g = GroupAt(ei + first);
+  *end = static_cast<uint32_t>(g.end - ei);
+  if (g.flag != nullptr) {
+    if (!InRecord(g.flag->offset, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    zero.Cover(g.flag->offset, 1);
+    rec.base[g.flag->offset] = 1;
   }
-  const uint32_t plain = PlainTlvBytes(ei, start, group_end);
-  if (plain != 0) {
-    if (!InRecord(ei[start].offset, plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    if (len != plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    zero.Cover(ei[start].offset, plain);
-    CopyScalars(rec.base + ei[start].offset, value, Capacity(ei[start]), ei[start].elem_size);
+  if (g.plain != 0) {
+    if (!InRecord(g.first->offset, g.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    if (len != g.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    zero.Cover(g.first->offset, g.plain);
+    CopyScalars(rec.base + g.first->offset, value, Capacity(*g.first), g.first->elem_size);
     return QMI_IDL_LIB_NO_ERR;
   }
   zero.Rest();
   Reader r{value, len, 0};
-  const int32_t rc = DecodeSeq(ei + start, ei + group_end, rec, r, 0, true);
+  const int32_t rc = DecodeSeq(g.first, g.end, rec, r, 0, true);
   if (rc != QMI_IDL_LIB_NO_ERR) return rc;
   return r.Left() == 0 ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }

@@ -116,41 +116,35 @@ int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec,
 
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
                    uint32_t dst_len, uint32_t *encoded_len) {
-  Writer w{dst, dst_len, 0};
-  const Src src{rec, rec_size};
-  for (uint32_t i = 0; ei != nullptr && ei[i].data_type != QMI_EOTI;) {
-    const uint32_t group_end = TlvGroupEnd(ei, i);
-    uint32_t first = i;
-    if (ei[i].data_type == QMI_OPT_FLAG) {
-      if (!InRecord(ei[i].offset, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      const bool present = rec[ei[i].offset] != 0;
-      first = i + 1;
-      if (!present) {
-        i = group_end;
-        continue;
-      }
+  uint32_t pos = 0;  // kept out of the Writer here: the plain path is the hot one
+  for (const qmi_elem_info *e = ei; e != nullptr && e->data_type != QMI_EOTI;) {
+    const uint8_t id = e->tlv_type;
+    const TlvGroup g = GroupAt(e);
+    e = g.end;
+    if (g.flag != nullptr) {
+      if (!InRecord(g.flag->offset, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (rec[g.flag->offset] == 0) continue;
     }
-    const uint32_t plain = PlainTlvBytes(ei, first, group_end);
-    if (plain != 0 && !InRecord(ei[first].offset, plain, rec_size))
-      return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    uint8_t *header = w.Take(kTlvHeaderLen);
-    if (header == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    const uint32_t value_start = w.pos;
-    if (plain != 0) {
-      uint8_t *out = w.Take(plain);
-      if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      CopyScalars(out, rec + ei[first].offset, Capacity(ei[first]), ei[first].elem_size);
+    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    uint8_t *header = dst + pos;
+    pos += kTlvHeaderLen;
+    uint32_t value_len = g.plain;
+    if (g.plain != 0) {
+      if (!InRecord(g.first->offset, g.plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (dst_len - pos < g.plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      CopyScalars(dst + pos, rec + g.first->offset, Capacity(*g.first), g.first->elem_size);
     } else {
-      const int32_t rc = EncodeSeq(ei + first, ei + group_end, src, w, 0, true);
+      Writer w{dst, dst_len, pos};
+      const int32_t rc = EncodeSeq(g.first, g.end, Src{rec, rec_size}, w, 0, true);
       if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+      value_len = w.pos - pos;
+      if (value_len > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     }
-    const uint32_t value_len = w.pos - value_start;
-    if (value_len > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    header[0] = ei[i].tlv_type;
+    pos += value_len;
+    header[0] = id;
     StoreLe(header + 1, value_len, 2);
-    i = group_end;
   }
-  *encoded_len = w.pos;
+  *encoded_len = pos;
   return QMI_IDL_LIB_NO_ERR;
 }
 

@@ -27,15 +27,6 @@ inline uint32_t Capacity(const qmi_elem_info &e) {
   return e.array_type == NO_ARRAY ? 1 : e.elem_len;
 }
 
-// Index one past the last entry of the TLV that starts at `i` (entries of one TLV are
-// consecutive and share its id).
-inline uint32_t TlvGroupEnd(const qmi_elem_info *ei, uint32_t i) {
-  const uint8_t id = ei[i].tlv_type;
-  uint32_t j = i + 1;
-  while (ei[j].data_type != QMI_EOTI && ei[j].tlv_type == id) ++j;
-  return j;
-}
-
 // A count entry is walkable when its width is 1 or 2, a variable array follows it in the same
 // run of entries and a 1-byte count can express that array's maximum.
 inline bool CountEntryValid(const qmi_elem_info &len, const qmi_elem_info *next,
@@ -51,12 +42,28 @@ inline uint32_t ScalarWidth(const qmi_elem_info &e) {
   return w == e.elem_size ? w : 0;
 }
 
-// Bytes of a TLV whose value is one scalar or one fixed array of scalars (entries [first, end)),
-// 0 for any other TLV. Such a value is its record bytes in wire order, so both walkers copy it
-// in one go.
-inline uint32_t PlainTlvBytes(const qmi_elem_info *ei, uint32_t first, uint32_t end) {
-  if (end != first + 1 || ei[first].array_type == VAR_LEN_ARRAY) return 0;
-  return ScalarWidth(ei[first]) * Capacity(ei[first]);
+// The entries of one TLV of a message table: its presence flag if it has one, then its elements
+// up to the next TLV id. `plain` is the value's length when it is one scalar or one fixed array
+// of scalars (its record bytes in wire order, which both walkers copy in one go), else 0.
+struct TlvGroup {
+  const qmi_elem_info *flag;
+  const qmi_elem_info *first;
+  const qmi_elem_info *end;
+  uint32_t plain;
+};
+
+inline TlvGroup GroupAt(const qmi_elem_info *e) {
+  TlvGroup g;
+  g.flag = e->data_type == QMI_OPT_FLAG ? e : nullptr;
+  g.first = g.flag != nullptr ? e + 1 : e;
+  g.end = g.first;
+  while (g.end->data_type != QMI_EOTI && g.end->tlv_type == e->tlv_type) ++g.end;
+  g.plain = 0;
+  if (g.end == g.first + 1 && g.first->array_type != VAR_LEN_ARRAY) {
+    const uint64_t bytes = uint64_t{ScalarWidth(*g.first)} * Capacity(*g.first);
+    if (bytes <= kMaxTlvLen) g.plain = static_cast<uint32_t>(bytes);
+  }
+  return g;
 }
 
 inline uint32_t LoadLe(const uint8_t *p, uint32_t width) {
