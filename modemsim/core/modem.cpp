@@ -242,7 +242,10 @@ void Modem::Process(Task &task) {
   const int decode_status = rec.decode_status;
   {
     std::lock_guard<std::mutex> lock(mu_);
-    received_[service->id_].push_back(std::move(rec));
+    Recording &r = received_[service->id_];
+    if (r.recent.size() == kMaxRecorded) r.recent.pop_front();
+    r.recent.push_back(std::move(rec));
+    ++r.total;
   }
   received_cv_.notify_all();
 
@@ -268,26 +271,28 @@ void Modem::Process(Task &task) {
                    known ? kQmiErrMalformedMsg : kQmiErrNotSupported);
     return;
   }
-  std::vector<uint8_t> response(std::max<uint32_t>(resp_size, 1));
+  std::vector<uint8_t> &response = response_buf_;  // process_mu_ held
+  response.assign(std::max<uint32_t>(resp_size, 1), 0);
   Call call{*this,    *service,        task.client, hdr.msg_id, hdr.txn, request.data(),
             req_size, response.data(), resp_size,   tlvs,       hdr.len, true};
+  bool handled = false;
   {
     std::lock_guard<std::mutex> state(service->state_mutex_);
     auto h = service->handlers_.find(hdr.msg_id);
-    if (h == service->handlers_.end()) {
-      call.answer = false;
-    } else {
+    if (h != service->handlers_.end()) {
       h->second(call);
-      if (!call.answer) return;
+      handled = true;
     }
   }
-  if (!call.answer) {  // no handler
+  if (!handled) {
     SendResultOnly(*service, task.client, hdr.txn, hdr.msg_id, kQmiErrNotSupported);
     return;
   }
+  if (!call.answer) return;
   uint32_t max_len = 0;
   qmi_idl_get_max_message_len(obj, QMI_IDL_RESPONSE, hdr.msg_id, &max_len);
-  std::vector<uint8_t> out(std::min<uint32_t>(max_len, 0xffff));
+  std::vector<uint8_t> &out = out_buf_;
+  out.resize(std::min<uint32_t>(max_len, 0xffff));
   uint32_t encoded = 0;
   const int rc =
       qmi_idl_message_encode(obj, QMI_IDL_RESPONSE, hdr.msg_id, response.data(),
@@ -489,7 +494,8 @@ int Modem::PushIndication(uint32_t service_id, uint16_t msg_id, const void *reco
 std::vector<Received> Modem::ReceivedBy(uint32_t service_id) const {
   std::lock_guard<std::mutex> lock(mu_);
   auto it = received_.find(service_id);
-  return it == received_.end() ? std::vector<Received>() : it->second;
+  if (it == received_.end()) return {};
+  return std::vector<Received>(it->second.recent.begin(), it->second.recent.end());
 }
 
 void Modem::ClearReceived(uint32_t service_id) {
@@ -501,7 +507,7 @@ bool Modem::WaitReceived(uint32_t service_id, size_t count, uint32_t timeout_ms)
   std::unique_lock<std::mutex> lock(mu_);
   return received_cv_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] {
     auto it = received_.find(service_id);
-    return it != received_.end() && it->second.size() >= count;
+    return it != received_.end() && it->second.total >= count;
   });
 }
 
@@ -521,7 +527,7 @@ std::vector<ServiceStatus> Modem::Status() const {
     ServiceStatus st{s.first, s.second->instance_, s.second->up_, 0, 0};
     for (auto &c : clients_) st.clients += c.second.service_id == s.first ? 1 : 0;
     auto r = received_.find(s.first);
-    st.received = r == received_.end() ? 0 : r->second.size();
+    st.received = r == received_.end() ? 0 : (size_t)r->second.total;
     out.push_back(st);
   }
   return out;

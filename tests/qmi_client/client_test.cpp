@@ -104,6 +104,18 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
     handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
   }
 
+  // Service events travel asynchronously over the socket: polls the client's view of the
+  // service until it has `count` servers.
+  static bool ServersSeen(unsigned count) {
+    for (int i = 0; i < 300; ++i) {
+      unsigned n = 0;
+      qmi_client_get_service_list(echo::ServiceObject(), nullptr, nullptr, &n);
+      if (n == count) return true;
+      std::this_thread::sleep_for(10ms);
+    }
+    return false;
+  }
+
   // Polls the dropped-response counter until it passes `above`.
   static bool DroppedAbove(uint64_t above) {
     for (int i = 0; i < 300; ++i) {
@@ -207,6 +219,7 @@ TEST_P(ClientTest, RestartWakesWaiterAndFiresErrorCallbackOnce) {
 
 TEST_P(ClientTest, InitInstanceWaitsForAServiceThatAppearsLater) {
   ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+  ASSERT_TRUE(ServersSeen(0));
   qmi_client_type h = nullptr;
   EXPECT_EQ(QMI_TIMEOUT_ERR,
             qmi_client_init_instance(echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY, nullptr,
@@ -229,6 +242,7 @@ TEST_P(ClientTest, InitInstanceWaitsForAServiceThatAppearsLater) {
 
 TEST_P(ClientTest, NotifierSignalAndServiceListFollowTheService) {
   ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+  ASSERT_TRUE(ServersSeen(0));
   qmi_client_os_params sig;
   memset(&sig, 0, sizeof(sig));
   qmi_client_type notifier = nullptr;
@@ -305,6 +319,7 @@ TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
   struct Ctx {
     std::atomic<int> after_release{0};
     std::atomic<bool> released{false};
+    std::promise<void> go;  // the first callback holds the queue until the send is back
     std::promise<int> rc;
   } ctx;
   qmi_client_type h = nullptr;
@@ -317,6 +332,7 @@ TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
                     ++c->after_release;
                     return;
                   }
+                  c->go.get_future().wait();
                   c->released = true;
                   c->rc.set_value(qmi_client_release(self));  // from the library's thread
                 },
@@ -325,13 +341,29 @@ TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
   echo::NotifyResp resp{};
   ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(h, echo::kNotify, &req, sizeof(req), &resp,
                                                  sizeof(resp), 2000));
+  ctx.go.set_value();
   auto rc = ctx.rc.get_future();
   ASSERT_EQ(std::future_status::ready, rc.wait_for(3s)) << "release inside a callback hung";
   EXPECT_EQ(QMI_NO_ERR, rc.get());
   std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(0, ctx.after_release.load());
+  EXPECT_EQ(0, ctx.after_release.load());  // 49 indications were queued behind the release
   echo::EchoResp echo_resp{};
   EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, Echo(h, 1, 100, &echo_resp));
+}
+
+TEST_P(ClientTest, ReleaseFromAnotherThreadWakesAWaitingSend) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  Forget(h);
+  modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kNoAnswer, 0, 0, 1});
+  auto waiter = std::async(std::launch::async, [&] {
+    echo::EchoResp resp{};
+    return Echo(h, 1, 10000, &resp);
+  });
+  ASSERT_TRUE(modem_.WaitReceived(echo::kServiceId, 1, 3000));
+  EXPECT_EQ(QMI_NO_ERR, qmi_client_release(h));
+  ASSERT_EQ(std::future_status::ready, waiter.wait_for(3s));
+  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, waiter.get());
 }
 
 TEST_P(ClientTest, BadArgumentsAreRefusedWithoutSending) {

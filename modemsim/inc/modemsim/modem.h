@@ -15,6 +15,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -197,9 +198,12 @@ class Modem final : public qmi_host::Server {
                         uint32_t client = kAllClients);
 
   // --- recording ---
+  // The requests a service received, oldest first: the last kMaxRecorded of them.
+  static constexpr size_t kMaxRecorded = 4096;
   std::vector<Received> ReceivedBy(uint32_t service_id) const;
   void ClearReceived(uint32_t service_id);
-  // Waits until the service has received at least `count` requests; false on time-out.
+  // Waits until the service has received at least `count` requests since the last
+  // ClearReceived; false on time-out.
   bool WaitReceived(uint32_t service_id, size_t count, uint32_t timeout_ms) const;
   // Clients currently open on a service.
   std::vector<uint32_t> Clients(uint32_t service_id) const;
@@ -248,12 +252,18 @@ class Modem final : public qmi_host::Server {
   std::map<uint32_t, ClientRec> clients_;
   uint32_t next_client_ = 1;
   std::map<std::pair<uint32_t, int>, Fault> faults_;
-  std::map<uint32_t, std::vector<Received>> received_;
+  struct Recording {
+    std::deque<Received> recent;  // the last kMaxRecorded requests
+    uint64_t total = 0;
+  };
+  std::map<uint32_t, Recording> received_;
 
   std::mutex sinks_mu_;  // held while calling into a sink; before mu_
   std::set<qmi_host::ClientSink *> sinks_;
 
-  std::mutex process_mu_;  // one request handled at a time; before everything else
+  std::mutex process_mu_;              // one request handled at a time; before everything else
+  std::vector<uint8_t> response_buf_;  // scratch of Process, under process_mu_
+  std::vector<uint8_t> out_buf_;
   std::condition_variable queue_cv_;
   std::multimap<Clock::time_point, Task> queue_;
   bool stop_ = false;

@@ -171,13 +171,14 @@ class SocketTransport final : public Transport {
     }
     if (fd < 0 || !read_mu_.try_lock()) return;
     std::lock_guard<std::mutex> read_lock(read_mu_, std::adopt_lock);
-    // The reader thread closes a connection only under read_mu_: fd stays valid here.
+    // The reader thread closes a connection only under read_mu_: fd stays valid here. Polls
+    // are short so that a completion by another thread (a release) is seen soon.
     while (!finished.load(std::memory_order_acquire)) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
           deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) return;
       pollfd p{fd, POLLIN, 0};
-      if (poll(&p, 1, (int)std::min<int64_t>(left.count() + 1, 1000)) < 0 && errno != EINTR) {
+      if (poll(&p, 1, (int)std::min<int64_t>(left.count() + 1, 50)) < 0 && errno != EINTR) {
         return;
       }
       if ((p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return;
