@@ -133,7 +133,8 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
 TEST_P(ClientTest, EveryElementKindTravelsBothWays) {
   qmi_client_type h = Open();
   ASSERT_NE(nullptr, h);
-  echo::EchoReq req{};
+  echo::EchoReq req;
+  memset(&req, 0, sizeof(req));  // padding too: the record is compared byte for byte below
   req.value = 0xA1B2C3D4;
   req.opt_valid = 1;
   req.opt = -123456;
@@ -145,7 +146,13 @@ TEST_P(ClientTest, EveryElementKindTravelsBothWays) {
   req.name_valid = 1;
   strcpy(req.name, "rmnet_data0");
   req.inner_valid = 1;
-  req.inner = {9, -2, 0x0102030405060708ull, 3, {11, 22, 33, 0}};
+  req.inner.tag = 9;  // field by field: copying a temporary would copy its padding too
+  req.inner.level = -2;
+  req.inner.stamp = 0x0102030405060708ull;
+  req.inner.list_len = 3;
+  req.inner.list[0] = 11;
+  req.inner.list[1] = 22;
+  req.inner.list[2] = 33;
   echo::EchoResp resp{};
   ASSERT_EQ(QMI_NO_ERR,
             qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), &resp, sizeof(resp), 2000));
