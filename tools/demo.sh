@@ -13,6 +13,7 @@ mkdir -p "$TARVIK_PROPERTY_DIR" "$TARVIK_MODEM_STATE"
 step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$tool" "$@"; }
 
 step log debug "hello from the service tool"
+step sim status
 step prop set persist.vendor.radio.demo "set in one run"
 step prop get persist.vendor.radio.demo
 step device
