@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench_ratio.h"
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
 #include "modemsim/socket_server.h"
@@ -153,33 +154,12 @@ void BM_SocketRoundTrip(benchmark::State &state) {
 }
 BENCHMARK(BM_SocketRoundTrip)->UseRealTime();
 
-// Console output plus the per-iteration times, for the ratio lines.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs) {
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) {
-        ns_[r.run_name.function_name] = r.GetAdjustedRealTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void PrintRatio(const char *what, const char *base, double target) const {
-    const auto a = ns_.find(what), b = ns_.find(base);
-    if (a == ns_.end() || b == ns_.end() || b->second <= 0) return;
-    printf("ratio %s / %s = %.2f (target <= %.1f)\n", what, base, a->second / b->second, target);
-  }
-
- private:
-  std::map<std::string, double> ns_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  tarvik_bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.PrintRatio("BM_InprocRoundTrip", "BM_RawCondvarHandOff", 1.5);
   reporter.PrintRatio("BM_SocketRoundTrip", "BM_RawSeqpacketPingPong", 1.5);

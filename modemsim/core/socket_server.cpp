@@ -17,20 +17,6 @@ namespace wire = qmi_host::wire;
 
 namespace {
 
-bool SendFrame(int fd, const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
-  uint8_t head[wire::kFrameHeaderLen];
-  wire::PutFrameHeader(head, h);
-  iovec iov[2] = {{head, sizeof(head)}, {const_cast<uint8_t *>(body), body_len}};
-  msghdr mh{};
-  mh.msg_iov = iov;
-  mh.msg_iovlen = body_len > 0 ? 2 : 1;
-  ssize_t n;
-  do {
-    n = sendmsg(fd, &mh, MSG_NOSIGNAL);
-  } while (n < 0 && errno == EINTR);
-  return n == (ssize_t)(sizeof(head) + body_len);
-}
-
 bool FillAddress(const std::string &path, sockaddr_un *addr) {
   if (path.empty() || path.size() >= sizeof(addr->sun_path)) {
     errno = ENAMETOOLONG;
@@ -90,7 +76,7 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
  private:
   void Send(const wire::FrameHeader &h, const uint8_t *body, size_t len) {
     std::lock_guard<std::mutex> lock(write_mu_);
-    SendFrame(fd_, h, body, len);
+    wire::SendFrame(fd_, h, body, len);
   }
 
   void Run() {
@@ -229,8 +215,8 @@ int SendControlCommand(const std::string &path, const std::vector<std::string> &
   std::string payload;
   for (const auto &w : words) payload += w + '\0';
   int status = -1;
-  if (SendFrame(fd, {wire::kControl, 0, 0, 0}, reinterpret_cast<const uint8_t *>(payload.data()),
-                payload.size())) {
+  if (wire::SendFrame(fd, {wire::kControl, 0, 0, 0},
+                      reinterpret_cast<const uint8_t *>(payload.data()), payload.size())) {
     std::vector<uint8_t> buf(wire::kMaxFrameLen);
     for (;;) {
       const ssize_t n = recv(fd, buf.data(), buf.size(), 0);

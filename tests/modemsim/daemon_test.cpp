@@ -85,18 +85,23 @@ class DaemonTest : public ::testing::Test {
     return error.load() != 0;
   }
 
+  // A client of the daemon's extend service whose error callback stores into *error.
+  void OpenExtendClient(std::atomic<int> *error) {
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
+                                                   QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr,
+                                                   nullptr, 2000, &handle_));
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, error));
+  }
+
   std::string socket_;
   pid_t pid_ = -1;
   qmi_client_type handle_ = nullptr;
 };
 
 TEST_F(DaemonTest, RestartFromTheToolFiresTheErrorCallback) {
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
-                                                 QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
-                                                 2000, &handle_));
   std::atomic<int> error{0};
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error));
+  ASSERT_NO_FATAL_FAILURE(OpenExtendClient(&error));
   EXPECT_EQ(0, RunTool({"--modem", "unix:" + socket_, "sim", "restart", "0xFFE4"}));
   ASSERT_TRUE(WaitError(error));
   EXPECT_EQ(QMI_SERVICE_ERR, error.load());
@@ -107,12 +112,8 @@ TEST_F(DaemonTest, RestartFromTheToolFiresTheErrorCallback) {
 }
 
 TEST_F(DaemonTest, DaemonLossTakesServicesDownAndReconnectBringsThemBack) {
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
-                                                 QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
-                                                 2000, &handle_));
   std::atomic<int> error{0};
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error));
+  ASSERT_NO_FATAL_FAILURE(OpenExtendClient(&error));
   StopDaemon();
   ASSERT_TRUE(WaitError(error));
   EXPECT_EQ(QMI_SERVICE_ERR, error.load());

@@ -15,9 +15,12 @@
 #ifndef TARVIK_PLATFORM_QMI_CLIENT_HOST_H
 #define TARVIK_PLATFORM_QMI_CLIENT_HOST_H
 
+#include <errno.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
 
 #include "qmi_client.h"
 
@@ -161,6 +164,21 @@ inline void PutFrameHeader(uint8_t *p, const FrameHeader &h) {
   PutU32(p + 4, h.service);
   PutU32(p + 8, h.arg);
   PutU32(p + 12, h.client);
+}
+
+/* Sends one frame (header then body) as one packet. False unless all of it went. */
+inline bool SendFrame(int fd, const FrameHeader &h, const uint8_t *body, size_t body_len) {
+  uint8_t head[kFrameHeaderLen];
+  PutFrameHeader(head, h);
+  iovec iov[2] = {{head, sizeof(head)}, {const_cast<uint8_t *>(body), body_len}};
+  msghdr mh{};
+  mh.msg_iov = iov;
+  mh.msg_iovlen = body_len > 0 ? 2 : 1;
+  ssize_t n;
+  do {
+    n = sendmsg(fd, &mh, MSG_NOSIGNAL);
+  } while (n < 0 && errno == EINTR);
+  return n == (ssize_t)(sizeof(head) + body_len);
 }
 
 inline bool ParseFrameHeader(const uint8_t *p, size_t len, FrameHeader *h) {

@@ -63,9 +63,9 @@ class SocketTransport final : public Transport {
     if (fd_ < 0 || !ready_) return QMI_SERVICE_ERR;
     const uint32_t cookie = ++next_cookie_;
     const uint64_t generation = generation_;
-    uint8_t frame[wire::kFrameHeaderLen];
-    wire::PutFrameHeader(frame, {wire::kOpen, service_id, instance, cookie});
-    if (!SendLocked(frame, sizeof(frame), nullptr, 0)) return QMI_CLIENT_TRANSPORT_ERR;
+    if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
+      return QMI_CLIENT_TRANSPORT_ERR;
+    }
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
     });
@@ -81,17 +81,14 @@ class SocketTransport final : public Transport {
 
   void Close(uint32_t client) override {
     std::lock_guard<std::mutex> lock(mu_);
-    uint8_t frame[wire::kFrameHeaderLen];
-    wire::PutFrameHeader(frame, {wire::kClose, 0, 0, client});
-    SendLocked(frame, sizeof(frame), nullptr, 0);
+    SendLocked({wire::kClose, 0, 0, client}, nullptr, 0);
   }
 
   int Send(uint32_t client, const uint8_t *msg, size_t len) override {
-    uint8_t frame[wire::kFrameHeaderLen];
-    wire::PutFrameHeader(frame, {wire::kMessage, 0, 0, client});
     std::lock_guard<std::mutex> lock(mu_);
     if (fd_ < 0) return QMI_SERVICE_ERR;
-    return SendLocked(frame, sizeof(frame), msg, len) ? QMI_NO_ERR : QMI_CLIENT_TRANSPORT_ERR;
+    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR
+                                                                : QMI_CLIENT_TRANSPORT_ERR;
   }
 
   void Shutdown() override {
@@ -108,18 +105,8 @@ class SocketTransport final : public Transport {
   ~SocketTransport() override { Shutdown(); }
 
  private:
-  bool SendLocked(const uint8_t *head, size_t head_len, const uint8_t *body, size_t body_len) {
-    if (fd_ < 0) return false;
-    iovec iov[2] = {{const_cast<uint8_t *>(head), head_len},
-                    {const_cast<uint8_t *>(body), body_len}};
-    msghdr mh{};
-    mh.msg_iov = iov;
-    mh.msg_iovlen = body_len > 0 ? 2 : 1;
-    ssize_t n;
-    do {
-      n = sendmsg(fd_, &mh, MSG_NOSIGNAL);
-    } while (n < 0 && errno == EINTR);
-    return n == (ssize_t)(head_len + body_len);
+  bool SendLocked(const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
+    return fd_ >= 0 && wire::SendFrame(fd_, h, body, body_len);
   }
 
   void ReaderLoop() {
@@ -133,9 +120,7 @@ class SocketTransport final : public Transport {
         }
         fd_ = fd;
         if (fd >= 0) {
-          uint8_t hello[wire::kFrameHeaderLen];
-          wire::PutFrameHeader(hello, {wire::kHello, 0, 0, 0});
-          SendLocked(hello, sizeof(hello), nullptr, 0);
+          SendLocked({wire::kHello, 0, 0, 0}, nullptr, 0);
         } else {
           first_attempt_done_ = true;
           cv_.notify_all();
