@@ -157,6 +157,24 @@ int CheckNvTarget(uint32_t sub_id, uint32_t nv_id, bool read) {
   return 0;
 }
 
+// The caller's buffer of a read: present, with a length and a non-zero capacity.
+int CheckReadBuffer(uint32_t sub_id, const void *buf, const uint32_t *buf_len) {
+  if (buf == nullptr) {
+    TARVIK_LOGD_SUB(sub_id, "buf is null");
+    return TARVIK_FEAT_ERR_BUF_NULL;
+  }
+  if (buf_len == nullptr) {
+    TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
+    return TARVIK_FEAT_ERR_LEN_INVALID;
+  }
+  TARVIK_LOGD_SUB(sub_id, "buf_len: %d", *buf_len);
+  if (*buf_len == 0) {
+    TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+    return TARVIK_FEAT_ERR_LEN_INVALID;
+  }
+  return 0;
+}
+
 // One validated NV exchange: builds the request (with `len` bytes of `data` for a write), sends
 // it and returns the mapped channel failure, else the modem's result.
 int ExchangeNvItemOp(uint32_t op, uint32_t sub_id, uint32_t nv_id, const void *data, uint32_t len,
@@ -194,23 +212,11 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
     if (result != 0) {
       break;
     }
-    if (buf == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "buf is null");
-      result = TARVIK_FEAT_ERR_BUF_NULL;
-      break;
-    }
-    if (buf_len == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
+    result = CheckReadBuffer(sub_id, buf, buf_len);
+    if (result != 0) {
       break;
     }
     const uint32_t capacity = *buf_len;
-    TARVIK_LOGD_SUB(sub_id, "buf_len: %d", capacity);
-    if (capacity == 0) {
-      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
-      break;
-    }
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
     result = ExchangeNvItemOp(NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
@@ -370,23 +376,11 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
       TARVIK_LOGD_SUB(sub_id, "%s", msg);
       break;
     }
-    if (buf == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "buf is null");
-      result = TARVIK_FEAT_ERR_BUF_NULL;
-      break;
-    }
-    if (buf_len == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
+    result = CheckReadBuffer(sub_id, buf, buf_len);
+    if (result != 0) {
       break;
     }
     const uint32_t capacity = *buf_len;
-    TARVIK_LOGD_SUB(sub_id, "buf_len: %d", capacity);
-    if (capacity == 0) {
-      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
-      break;
-    }
     // A read path may use all 100 bytes; its 100th byte goes out as a terminator.
     char local[kReadPathCopy];
     memset(local, 0, sizeof(local));
