@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -27,6 +28,9 @@ namespace wire = qmi_host::wire;
 
 constexpr auto kReconnectDelay = std::chrono::milliseconds(100);
 constexpr auto kReplyWait = std::chrono::seconds(5);
+// How long the reader thread stays off the socket while request threads read, before it looks
+// again (an indication that arrives just after a request is read at most this late).
+constexpr auto kReaderPause = std::chrono::milliseconds(5);
 
 int ConnectTo(const std::string &path) {
   sockaddr_un addr{};
@@ -48,7 +52,7 @@ int ConnectTo(const std::string &path) {
 class SocketTransport final : public Transport {
  public:
   SocketTransport(qmi_host::ClientSink *sink, std::string path)
-      : sink_(sink), path_(std::move(path)) {}
+      : sink_(sink), path_(std::move(path)), kick_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
   // Starts the reader and waits for the outcome of the first connection attempt.
   bool Start() {
@@ -99,10 +103,14 @@ class SocketTransport final : public Transport {
       if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);
       cv_.notify_all();
     }
+    pause_cv_.notify_all();
     if (reader_.joinable()) reader_.join();
   }
 
-  ~SocketTransport() override { Shutdown(); }
+  ~SocketTransport() override {
+    Shutdown();
+    if (kick_fd_ >= 0) close(kick_fd_);
+  }
 
  private:
   bool SendLocked(const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
@@ -154,7 +162,25 @@ class SocketTransport final : public Transport {
       std::lock_guard<std::mutex> lock(mu_);
       fd = fd_;
     }
-    if (fd < 0 || !read_mu_.try_lock()) return;
+    if (fd < 0) return;
+    // While a request's thread waits, the reader thread keeps off the socket (kicked out of its
+    // poll if it is in one) so that the response wakes only the thread that wants it.
+    {
+      std::lock_guard<std::mutex> pause(pause_mu_);
+      ++awaiters_;
+      if (reader_polling_ && kick_fd_ >= 0) {
+        const uint64_t one = 1;
+        (void)!write(kick_fd_, &one, sizeof(one));
+      }
+    }
+    struct Leave {
+      SocketTransport *t;
+      ~Leave() {
+        std::lock_guard<std::mutex> pause(t->pause_mu_);
+        --t->awaiters_;  // the reader thread comes back by itself within kReaderPause
+      }
+    } leave{this};
+    if (!read_mu_.try_lock()) return;
     std::lock_guard<std::mutex> read_lock(read_mu_, std::adopt_lock);
     // The reader thread closes a connection only under read_mu_: fd stays valid here. Polls
     // are short so that a completion by another thread (a release) is seen soon.
@@ -188,14 +214,34 @@ class SocketTransport final : public Transport {
   // can take over reading; reads under it.
   void ReadFrames(int fd) {
     for (;;) {
-      pollfd p{fd, POLLIN, 0};
-      if (poll(&p, 1, -1) < 0) {
+      {
+        std::unique_lock<std::mutex> pause(pause_mu_);
+        while (awaiters_ > 0 && !StopRequested()) pause_cv_.wait_for(pause, kReaderPause);
+        reader_polling_ = true;
+      }
+      pollfd p[2] = {{fd, POLLIN, 0}, {kick_fd_, POLLIN, 0}};
+      const int n = poll(p, kick_fd_ >= 0 ? 2 : 1, -1);
+      {
+        std::lock_guard<std::mutex> pause(pause_mu_);
+        reader_polling_ = false;
+      }
+      if (n < 0) {
         if (errno == EINTR) continue;
         return;
+      }
+      if ((p[1].revents & POLLIN) != 0) {
+        uint64_t count;
+        (void)!read(kick_fd_, &count, sizeof(count));
+        continue;  // a request's thread reads now
       }
       std::lock_guard<std::mutex> read_lock(read_mu_);
       if (ReadOne(fd) < 0) return;
     }
+  }
+
+  bool StopRequested() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return stop_;
   }
 
   void Dispatch(const uint8_t *frame, size_t n) {
@@ -238,6 +284,13 @@ class SocketTransport final : public Transport {
   TrackingSink sink_;
   const std::string path_;
   std::mutex read_mu_;  // held while reading and dispatching a frame
+  // Pausing the reader thread while request threads read. pause_mu_ may be held when taking
+  // mu_, never the other way round.
+  const int kick_fd_;
+  std::mutex pause_mu_;
+  std::condition_variable pause_cv_;
+  int awaiters_ = 0;
+  bool reader_polling_ = false;
   std::vector<uint8_t> read_buf_ = std::vector<uint8_t>(wire::kMaxFrameLen);
   std::thread reader_;
   std::mutex mu_;
