@@ -482,7 +482,10 @@ class Core final : public qmi_host::ClientSink {
     std::unique_ptr<qmi_cci::Transport> next =
         inproc ? qmi_cci::MakeInprocTransport(this)
                : qmi_cci::MakeSocketTransport(this, spec.substr(5), &rc);
-    transport_ = next.get();
+    {
+      std::lock_guard<std::mutex> lock(mu_);  // Init compares against it under mu_
+      transport_ = next.get();
+    }
     graveyard_.push_back(std::move(next));
     selected_ = true;
     return rc;
@@ -561,7 +564,7 @@ class Core final : public qmi_host::ClientSink {
 
   std::mutex select_mu_;  // before mu_
   bool selected_ = false;
-  qmi_cci::Transport *transport_ = nullptr;
+  qmi_cci::Transport *transport_ = nullptr;  // written under both locks, read under either
   // Transports are never destroyed: a client may still point at an old one (all its calls
   // then fail), and no thread of theirs outlives Shutdown.
   std::vector<std::unique_ptr<qmi_cci::Transport>> graveyard_;
