@@ -1,0 +1,79 @@
+// Drives the simulated modem with arbitrary requests and control commands, as another process
+// may send them to tarvik-modemd: the input is a sequence of records, each a 2-byte length and a
+// body whose first byte picks what it is (0: a QMI message for the echo client, 1: the same for
+// the extend client, 2: control command words separated by NUL). Whatever comes in, the modem
+// must not read or write out of bounds, and everything it sends back must carry a well-formed
+// QMI header answering the request's message id.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+#include "modemsim/control.h"
+#include "modemsim/echo_service.h"
+#include "modemsim/modem.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "tarvik_extend_qmi_v01.h"
+
+namespace {
+
+namespace wire = qmi_host::wire;
+
+void Check(bool ok) {
+  if (!ok) abort();
+}
+
+// Checks every message the modem sends back.
+class CheckingSink : public qmi_host::ClientSink {
+ public:
+  void OnServiceUp(uint32_t, uint32_t) override {}
+  void OnServiceDown(uint32_t, uint32_t) override {}
+  void OnMessage(uint32_t, const uint8_t *msg, size_t len) override {
+    wire::QmiHeader h{};
+    Check(wire::ParseQmiHeader(msg, len, &h));
+    Check(h.type == wire::kQmiResponse || h.type == wire::kQmiIndication);
+  }
+  void OnTxnError(uint32_t, uint16_t, int error) override { Check(error < 0); }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  auto modem = modemsim::CreateStandardModem("");
+  modemsim::echo::AddTo(*modem);
+  CheckingSink sink;
+  modem->Attach(&sink);
+  uint32_t clients[2] = {0, 0};
+  modem->Open(&sink, modemsim::echo::kServiceId, QMI_CLIENT_INSTANCE_ANY, &clients[0]);
+  modem->Open(&sink, TARVIK_EXTEND_QMI_SERVICE_ID_V01, QMI_CLIENT_INSTANCE_ANY, &clients[1]);
+  size_t pos = 0;
+  while (pos + 3 <= size) {
+    const size_t len = wire::GetU16(data + pos);
+    pos += 2;
+    if (len == 0 || len > size - pos) break;
+    const uint8_t kind = data[pos] % 3;
+    const uint8_t *body = data + pos + 1;
+    const size_t body_len = len - 1;
+    pos += len;
+    if (kind <= 1) {
+      modem->Deliver(clients[kind], body, body_len);
+    } else {
+      std::vector<std::string> words(1);
+      for (size_t i = 0; i < body_len; ++i) {
+        if (body[i] == 0) {
+          words.emplace_back();
+        } else {
+          words.back() += (char)body[i];
+        }
+      }
+      // Delayed requests and restarts wait in the modem's queue and go with it.
+      std::string out;
+      modemsim::RunControlCommand(*modem, words, &out);
+    }
+  }
+  modem->Detach(&sink);
+  return 0;
+}
