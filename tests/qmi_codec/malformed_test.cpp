@@ -194,6 +194,10 @@ const qmi_elem_info kNarrowCountEi[] = {
 const qmi_elem_info kSizeMismatchEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 2, 0, nullptr},
                                          QMI_EI_END};
 const qmi_elem_info kCountLastEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr}, QMI_EI_END};
+const qmi_elem_info kSplitIdEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
+                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
+                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 8, nullptr},
+                                    QMI_EI_END};
 
 TEST(CodecBadTable, RefusedWithParameterError) {
   struct Row {
@@ -208,6 +212,8 @@ TEST(CodecBadTable, RefusedWithParameterError) {
       {"1-byte count with maximum 300", kNarrowCountEi, "01 01 00 00"},
       {"element size unlike its type", kSizeMismatchEi, "01 04 00 00 00 00 00"},
       {"count entry without its array", kCountLastEi, "01 01 00 00"},
+      {"one TLV id in two runs of entries", kSplitIdEi,
+       "02 04 00 00 00 00 00 01 04 00 00 00 00 00"},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);

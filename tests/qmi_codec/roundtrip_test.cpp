@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <thread>
 
 #include "codec_test_util.h"
 
@@ -187,6 +188,39 @@ TEST(CodecMaxLen, LargestEncodingIsTheTablesMaximum) {
   uint32_t none = 1;
   EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_max_elems_len(nullptr, &none));
   EXPECT_EQ(0u, none);
+}
+
+// A table's first use from many threads at once: each thread must get the one description of
+// it and the same bytes and record as a lone caller (whose answer is taken afterwards).
+TEST(CodecRoundTrip, FirstUseFromManyThreads) {
+  const AllKinds full = codec_test::FilledAllKinds(true);
+  constexpr int kThreads = 8;
+  struct Result {
+    std::vector<uint8_t> wire;
+    AllKinds back;
+    int32_t enc = -1, dec = -1;
+  };
+  std::vector<Result> results(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&full, &r = results[t]] {
+      r.wire.assign(kAllKindsMaxLen, 0);
+      uint32_t n = 0;
+      r.enc =
+          qmi_idl_encode_elems(kAllKindsEi, &full, sizeof full, r.wire.data(), kAllKindsMaxLen, &n);
+      r.wire.resize(n);
+      r.dec = qmi_idl_decode_elems(kAllKindsEi, r.wire.data(), n, &r.back, sizeof r.back);
+    });
+  }
+  for (std::thread &th : threads) th.join();
+  const std::vector<uint8_t> want = codec_test::Encoded(kAllKindsEi, full);
+  for (int t = 0; t < kThreads; ++t) {
+    SCOPED_TRACE(t);
+    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, results[t].enc);
+    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, results[t].dec);
+    EXPECT_EQ(Hex(want), Hex(results[t].wire));
+    EXPECT_EQ(0, memcmp(&full, &results[t].back, sizeof full));
+  }
 }
 
 }  // namespace

@@ -24,6 +24,9 @@
  *    when its element can be empty (a TLV string), so an empty optional TLV of another kind is
  *    rejected.
  *  - Any TLV id seen twice is rejected, also an unknown optional one.
+ *  - A table gives each TLV id one run of adjacent entries; a table that splits one is refused.
+ *    A table is read once and remembered by its address, so it must stay as it is for the life
+ *    of the process (a static const table does).
  *
  * Result codes by cause:
  *  - QMI_IDL_LIB_LENGTH_INCONSISTENCY: input bytes that cannot be parsed: a TLV header cut short,
@@ -278,7 +281,11 @@ constexpr uint64_t max_len(const qmi_elem_info *ei, bool top, uint32_t depth) {
   uint64_t total = 0;
   for (uint32_t i = 0; ei[i].data_type != QMI_EOTI; ++i) {
     const bool tlv_start = i == 0 || ei[i].tlv_type != ei[i - 1].tlv_type;
-    if (top && tlv_start) total += 3;
+    if (top && tlv_start) {
+      for (uint32_t j = 0; j < i; ++j)  // one run of entries per TLV id
+        if (ei[j].tlv_type == ei[i].tlv_type) return kBadTable;
+      total += 3;
+    }
     if (ei[i].data_type == QMI_OPT_FLAG) {
       if (!tlv_start || ei[i].elem_size != 1) return kBadTable;
       continue;

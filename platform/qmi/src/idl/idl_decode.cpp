@@ -36,7 +36,7 @@ int32_t DecodeScalars(const qmi_elem_info &e, uint32_t count, Dst rec, Reader &r
     return QMI_IDL_LIB_BUFFER_TOO_SMALL;
   const uint8_t *in = r.Take(uint64_t{count} * width);
   if (in == nullptr) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-  CopyScalars(rec.base + e.offset, in, count, width);
+  CopyScalars(rec.base + e.offset, in, size_t{count} * width, width);
   return QMI_IDL_LIB_NO_ERR;
 }
 
@@ -114,16 +114,6 @@ int32_t DecodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Dst rec,
   return QMI_IDL_LIB_NO_ERR;
 }
 
-// Index of the first entry of TLV `id` in the table, or -1. TLVs mostly arrive in table order,
-// so the entry at `hint` (where the previous TLV's entries ended) is tried first.
-int32_t FindTlv(const qmi_elem_info *ei, uint8_t id, uint32_t hint) {
-  if (ei == nullptr) return -1;
-  if (ei[hint].data_type != QMI_EOTI && ei[hint].tlv_type == id) return static_cast<int32_t>(hint);
-  for (int32_t i = 0; ei[i].data_type != QMI_EOTI; ++i)
-    if (ei[i].tlv_type == id) return i;
-  return -1;
-}
-
 // Zeroes the record lazily: bytes below `upto` are zero or decoded, the rest not yet touched.
 // Single-scalar TLVs (the bulk of most messages) are then written once instead of being zeroed
 // first; any other TLV zeroes the rest of the record before it is decoded.
@@ -138,7 +128,12 @@ struct LazyZero {
     if (off + n > upto) upto = off + n;
   }
   void Rest() {
-    if (upto < size) memset(rec + upto, 0, size - upto);
+    // Records mostly end in a few bytes of padding: not worth a call.
+    if (size - upto <= 8) {
+      for (uint32_t i = upto; i < size; ++i) *static_cast<volatile uint8_t *>(rec + i) = 0;
+    } else {
+      memset(rec + upto, 0, size - upto);
+    }
     upto = size;
   }
 };
@@ -149,37 +144,47 @@ struct TlvSet {
   void Add(uint8_t id) { bits[id >> 6] |= uint64_t{1} << (id & 63); }
 };
 
-// Decodes the TLV whose entries start at `first`; returns the index past its entries in *end.
-int32_t DecodeOneTlv(const qmi_elem_info *ei, uint32_t first, const uint8_t *value, uint32_t len,
-                     Dst rec, LazyZero &zero, uint32_t *end) {
-  const TlvGroup g = GroupAt(ei + first);
-  *end = static_cast<uint32_t>(g.end - ei);
-  if (g.flag != nullptr) {
-    if (!InRecord(g.flag->offset, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    zero.Cover(g.flag->offset, 1);
-    rec.base[g.flag->offset] = 1;
-  }
-  if (g.plain != 0) {
-    if (!InRecord(g.first->offset, g.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    if (len != g.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    zero.Cover(g.first->offset, g.plain);
-    CopyScalars(rec.base + g.first->offset, value, Capacity(*g.first), g.first->elem_size);
-    return QMI_IDL_LIB_NO_ERR;
-  }
-  zero.Rest();
+// A TLV that is not one plain value: its entries walked one by one, taking the whole value.
+// Kept out of line so that the loop over TLVs stays small.
+__attribute__((noinline)) int32_t DecodeGroup(const qmi_elem_info *first, const qmi_elem_info *end,
+                                              const uint8_t *value, uint32_t len, Dst rec) {
   Reader r{value, len, 0};
-  const int32_t rc = DecodeSeq(g.first, g.end, rec, r, 0, true);
+  const int32_t rc = DecodeSeq(first, end, rec, r, 0, true);
   if (rc != QMI_IDL_LIB_NO_ERR) return rc;
   return r.Left() == 0 ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }
 
-int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, Dst rec,
-                  LazyZero &zero) {
+// Decodes one TLV of a planned table from its value bytes; kCheckRecord as for the loop below.
+template <bool kCheckRecord>
+inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, const TlvOp &op,
+                                                           const uint8_t *value, uint32_t len,
+                                                           Dst rec, LazyZero &zero) {
+  if (op.optional) {
+    if (kCheckRecord && !InRecord(op.flag_off, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    zero.Cover(op.flag_off, 1);
+    rec.base[op.flag_off] = 1;
+  }
+  if (op.plain != 0) {
+    if (kCheckRecord && !InRecord(op.off, op.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    if (len != op.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    zero.Cover(op.off, op.plain);
+    CopyScalars(rec.base + op.off, value, op.plain, op.width);
+    return QMI_IDL_LIB_NO_ERR;
+  }
+  zero.Rest();
+  return DecodeGroup(plan.ei + op.first, plan.ei + op.end, value, len, rec);
+}
+
+// The TLVs of the area in the order they come. With kCheckRecord (a record smaller than the
+// plan's rec_need) every flag and plain value is bounds checked on its own; otherwise they are
+// all inside the record already.
+// On success the bytes no TLV wrote are zeroed; on failure the caller zeroes the record.
+template <bool kCheckRecord>
+inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, const uint8_t *src,
+                                                            uint32_t src_len, Dst rec) {
+  LazyZero zero{rec.base, rec.size, 0};
   TlvSet seen;
-  uint32_t hint = 0;
-  // While every known TLV arrives where the previous one's entries end, the TLVs of the table
-  // before `hint` are exactly those decoded, and only the ones after it can be missing.
-  bool in_order = true;
+  uint32_t required = 0;  // TLVs without a presence flag decoded so far (each at most once)
   for (uint32_t pos = 0; pos < src_len;) {
     if (src_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     const uint8_t id = src[pos];
@@ -188,11 +193,11 @@ int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len,
     if (len > src_len - pos) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     if (seen.Has(id)) return QMI_IDL_LIB_TLV_DUPLICATED;
     seen.Add(id);
-    const int32_t first = FindTlv(ei, id, hint);
-    if (first >= 0) {
-      in_order = in_order && static_cast<uint32_t>(first) == hint;
-      const int32_t rc =
-          DecodeOneTlv(ei, static_cast<uint32_t>(first), src + pos, len, rec, zero, &hint);
+    const uint16_t k = plan.op_of[id];
+    if (k != kNoOp) {
+      const TlvOp &op = plan.ops[k];
+      required += op.optional ? 0 : 1;
+      const int32_t rc = DecodeOneTlv<kCheckRecord>(plan, op, src + pos, len, rec, zero);
       if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     } else if (id < 0x10) {
       return QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
@@ -200,25 +205,29 @@ int32_t DecodeAll(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len,
     pos += len;
   }
   // Every TLV of the table without a presence flag must have come.
-  for (uint32_t i = in_order ? hint : 0; ei != nullptr && ei[i].data_type != QMI_EOTI; ++i) {
-    const bool tlv_start = i == 0 || ei[i].tlv_type != ei[i - 1].tlv_type;
-    if (tlv_start && ei[i].data_type != QMI_OPT_FLAG && !seen.Has(ei[i].tlv_type))
-      return QMI_IDL_LIB_MISSING_TLV;
-  }
+  if (required != plan.n_required) return QMI_IDL_LIB_MISSING_TLV;
+  zero.Rest();
   return QMI_IDL_LIB_NO_ERR;
+}
+
+int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst rec) {
+  if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
+  if (rec.size >= plan.rec_need) return DecodePlanned<false>(plan, src, src_len, rec);
+  return DecodePlanned<true>(plan, src, src_len, rec);
 }
 
 }  // namespace
 
 int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
                    uint32_t rec_size) {
-  LazyZero zero{rec, rec_size, 0};
-  const int32_t rc = DecodeAll(ei, src, src_len, Dst{rec, rec_size}, zero);
-  if (rc == QMI_IDL_LIB_NO_ERR) {
-    zero.Rest();
-  } else if (rec_size != 0) {
-    memset(rec, 0, rec_size);  // a refused message leaves no half-decoded fields behind
-  }
+  const Dst dst{rec, rec_size};
+  const Plan *plan = CachedPlan(ei);
+  const int32_t rc = plan != nullptr ? DecodeWith(*plan, src, src_len, dst)
+                                     : RunWithNewPlan(ei, [=](const Plan &fresh) {
+                                         return DecodeWith(fresh, src, src_len, dst);
+                                       });
+  // A refused message leaves no half-decoded fields behind.
+  if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
   return rc;
 }
 

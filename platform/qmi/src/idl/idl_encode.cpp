@@ -34,7 +34,7 @@ int32_t EncodeScalars(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w
     return QMI_IDL_LIB_BUFFER_TOO_SMALL;
   uint8_t *out = w.Take(uint64_t{count} * width);
   if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-  CopyScalars(out, rec.base + e.offset, count, width);
+  CopyScalars(out, rec.base + e.offset, size_t{count} * width, width);
   return QMI_IDL_LIB_NO_ERR;
 }
 
@@ -112,40 +112,69 @@ int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec,
   return QMI_IDL_LIB_NO_ERR;
 }
 
+// The value of a TLV that is not one plain value, written at `pos`: its entries walked one by
+// one. Kept out of line so that the loop over TLVs stays small.
+__attribute__((noinline)) int32_t EncodeGroup(const qmi_elem_info *first, const qmi_elem_info *end,
+                                              Src rec, uint8_t *dst, uint32_t dst_len, uint32_t pos,
+                                              uint32_t *value_len) {
+  Writer w{dst, dst_len, pos};
+  const int32_t rc = EncodeSeq(first, end, rec, w, 0, true);
+  if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+  *value_len = w.pos - pos;
+  return *value_len <= kMaxTlvLen ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+}
+
+// The TLVs of a planned table, in table order. With kCheckRecord (a record smaller than the
+// plan's rec_need) every flag and plain value is bounds checked on its own; otherwise they are
+// all inside the record already.
+template <bool kCheckRecord>
+inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, const uint8_t *rec,
+                                                            uint32_t rec_size, uint8_t *dst,
+                                                            uint32_t dst_len,
+                                                            uint32_t *encoded_len) {
+  uint32_t pos = 0;  // kept out of the Writer here: the plain path is the hot one
+  for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
+    if (op->optional) {
+      if (kCheckRecord && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (rec[op->flag_off] == 0) continue;
+    }
+    uint32_t value_len = op->plain;
+    if (op->plain != 0) {
+      if (kCheckRecord && !InRecord(op->off, op->plain, rec_size))
+        return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (dst_len - pos < kTlvHeaderLen + op->plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      CopyScalars(dst + pos + kTlvHeaderLen, rec + op->off, op->plain, op->width);
+    } else {
+      if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      const int32_t rc = EncodeGroup(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size},
+                                     dst, dst_len, pos + kTlvHeaderLen, &value_len);
+      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+    }
+    dst[pos] = op->id;
+    StoreLe(dst + pos + 1, value_len, 2);
+    pos += kTlvHeaderLen + value_len;
+  }
+  *encoded_len = pos;
+  return QMI_IDL_LIB_NO_ERR;
+}
+
+int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                   uint32_t dst_len, uint32_t *encoded_len) {
+  if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
+  if (rec_size >= plan.rec_need)
+    return EncodePlanned<false>(plan, rec, rec_size, dst, dst_len, encoded_len);
+  return EncodePlanned<true>(plan, rec, rec_size, dst, dst_len, encoded_len);
+}
+
 }  // namespace
 
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
                    uint32_t dst_len, uint32_t *encoded_len) {
-  uint32_t pos = 0;  // kept out of the Writer here: the plain path is the hot one
-  for (const qmi_elem_info *e = ei; e != nullptr && e->data_type != QMI_EOTI;) {
-    const uint8_t id = e->tlv_type;
-    const TlvGroup g = GroupAt(e);
-    e = g.end;
-    if (g.flag != nullptr) {
-      if (!InRecord(g.flag->offset, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (rec[g.flag->offset] == 0) continue;
-    }
-    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-    uint8_t *header = dst + pos;
-    pos += kTlvHeaderLen;
-    uint32_t value_len = g.plain;
-    if (g.plain != 0) {
-      if (!InRecord(g.first->offset, g.plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (dst_len - pos < g.plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      CopyScalars(dst + pos, rec + g.first->offset, Capacity(*g.first), g.first->elem_size);
-    } else {
-      Writer w{dst, dst_len, pos};
-      const int32_t rc = EncodeSeq(g.first, g.end, Src{rec, rec_size}, w, 0, true);
-      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
-      value_len = w.pos - pos;
-      if (value_len > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    }
-    pos += value_len;
-    header[0] = id;
-    StoreLe(header + 1, value_len, 2);
-  }
-  *encoded_len = pos;
-  return QMI_IDL_LIB_NO_ERR;
+  const Plan *plan = CachedPlan(ei);
+  if (plan != nullptr) return EncodeWith(*plan, rec, rec_size, dst, dst_len, encoded_len);
+  return RunWithNewPlan(ei, [=](const Plan &fresh) {
+    return EncodeWith(fresh, rec, rec_size, dst, dst_len, encoded_len);
+  });
 }
 
 }  // namespace qmi_idl

@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "qmi_idl_lib.h"
 
 // Internal to the codec library: never exported, so calls between its files bind directly.
@@ -76,10 +78,9 @@ inline void StoreLe(uint8_t *p, uint32_t v, uint32_t width) {
   for (uint32_t i = 0; i < width; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
-// Copies `count` integers of `width` bytes between record and wire order. Single integers get
-// fixed-size copies the compiler turns into one load and store.
-inline void CopyScalars(uint8_t *dst, const uint8_t *src, uint32_t count, uint32_t width) {
-  const size_t bytes = size_t{count} * width;
+// Copies `bytes` bytes of integers `width` bytes wide between record and wire order. Single
+// integers get fixed-size copies the compiler turns into one load and store.
+inline void CopyScalars(uint8_t *dst, const uint8_t *src, size_t bytes, uint32_t width) {
   if (kLittleEndian || width == 1) {
     switch (bytes) {
       case 1:
@@ -111,6 +112,77 @@ inline uint32_t LoadU32(const uint8_t *p) {
 
 inline void StoreU32(uint8_t *p, uint32_t v) {
   memcpy(p, &v, sizeof v);
+}
+
+// A top-level table resolved once: its TLVs in table order, each with what GroupAt finds, plus
+// an id -> TLV map and the ids that must arrive. Both walkers run over it, so a message costs a
+// look-up per TLV instead of a scan of the table. Tables are read once and remembered by their
+// address: they must stay unchanged for the life of the process (the static const tables of a
+// service are).
+struct TlvOp {
+  uint32_t off;       // record offset of the first value entry
+  uint32_t plain;     // TlvGroup::plain
+  uint32_t width;     // element width of a plain TLV
+  uint32_t flag_off;  // record offset of the presence flag, when `optional`
+  uint32_t first;     // index of the TLV's first value entry (past the flag)
+  uint32_t end;       // index past the TLV's entries
+  uint8_t id;
+  bool optional;
+};
+
+constexpr uint16_t kNoOp = 0xFFFF;
+// TLV ids are one byte and each id is one run of entries, so a table has at most 256 TLVs.
+constexpr uint32_t kMaxOps = 256;
+
+struct Plan {
+  const qmi_elem_info *ei;
+  // QMI_IDL_LIB_PARAMETER_ERROR for a table that gives one TLV id to two runs of entries (it
+  // would encode a TLV twice and could never decode), else QMI_IDL_LIB_NO_ERR.
+  int32_t status;
+  uint32_t n_ops;
+  uint32_t n_required;  // TLVs without a presence flag
+  // Record bytes every presence flag and plain value lies within: a record at least this large
+  // needs no per-TLV bounds check on those (nested and variable entries still check their own).
+  uint64_t rec_need;
+  uint16_t op_of[256];  // TLV id -> index in ops, or kNoOp
+  const TlvOp *ops;
+};
+
+// Room for a plan the cache cannot keep.
+struct PlanBuf {
+  Plan plan;
+  TlvOp ops[kMaxOps];
+};
+
+// Plans by table address: open addressing, filled once per table and never emptied, so a
+// reader needs one acquire load per probe and no lock.
+constexpr uint32_t kPlanSlots = 1024;
+extern std::atomic<const Plan *> g_plan_slots[kPlanSlots];
+
+inline uint32_t PlanSlot(const qmi_elem_info *ei) {
+  return static_cast<uint32_t>((reinterpret_cast<uintptr_t>(ei) * 0x9E3779B97F4A7C15ull) >> 54);
+}
+
+// The kept plan of `ei`, or null when it has none yet.
+inline const Plan *CachedPlan(const qmi_elem_info *ei) {
+  uint32_t slot = PlanSlot(ei);
+  for (uint32_t n = 0; n < kPlanSlots; ++n, slot = (slot + 1) & (kPlanSlots - 1)) {
+    const Plan *p = g_plan_slots[slot].load(std::memory_order_acquire);
+    if (p == nullptr || p->ei == ei) return p;
+  }
+  return nullptr;
+}
+
+// Builds the plan of `ei` and keeps it; when the cache is full (or memory short) the plan is
+// built in `scratch` for this call only.
+const Plan *AddPlan(const qmi_elem_info *ei, PlanBuf &scratch);
+
+// Calls run(plan) with the plan of `ei` built now: a table's first use. Out of line, so that the
+// callers' hot paths do not carry `scratch` on their stack.
+template <typename Run>
+__attribute__((noinline)) int32_t RunWithNewPlan(const qmi_elem_info *ei, const Run &run) {
+  PlanBuf scratch;
+  return run(*AddPlan(ei, scratch));
 }
 
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
