@@ -87,12 +87,15 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
                                                   unsigned int *num_entries,
                                                   unsigned int *num_services);
 
-/* Waits for the signal; timeout_ms 0 waits forever. On time-out sets `timed_out`. Does not
- * clear `sig_set`. */
+/* Waits for the signal; timeout_ms 0 waits forever. Returns QMI_NO_ERR once `sig_set`, or
+ * QMI_TIMEOUT_ERR with `timed_out` set; QMI_CLIENT_INVALID_SIG for NULL. Does not clear
+ * `sig_set` (a signal raised before the wait is seen at once). */
 qmi_client_error_type qmi_cci_os_signal_wait(qmi_cci_os_signal_type *os_params,
                                              unsigned int timeout_ms);
 
-/* Creates a client of the server described by service_info. os_params may be NULL. */
+/* Creates a client of the server described by service_info (from qmi_client_get_service_list
+ * of the same service, else QMI_CLIENT_PARAM_ERR). QMI_SERVICE_ERR when that server is no
+ * longer up. os_params may be NULL. */
 qmi_client_error_type qmi_client_init(qmi_service_info *service_info,
                                       qmi_idl_service_object_type service_obj,
                                       qmi_client_ind_cb ind_cb, void *ind_cb_data,
@@ -107,14 +110,19 @@ qmi_client_error_type qmi_client_init_instance(qmi_idl_service_object_type servi
                                                qmi_client_os_params *os_params, uint32_t timeout_ms,
                                                qmi_client_type *user_handle);
 
+/* QMI_SERVICE_ERR when the service has already gone away (the callback would never run),
+ * QMI_CLIENT_INVALID_CLNT for a released or notifier handle. */
 qmi_client_error_type qmi_client_register_error_cb(qmi_client_type user_handle,
                                                    qmi_client_error_cb err_cb, void *err_cb_data);
 
 /*
- * Encodes the request with the service table, sends it, waits up to timeout_msecs and decodes
- * the response into resp_c_struct. QMI_NO_ERR when transport and decode succeed; the modem's own
- * result stays in the response record for the caller to read. QMI_TIMEOUT_ERR when no response
- * came in time (a later response is dropped); QMI_SERVICE_ERR once the service has gone away.
+ * Encodes the request with the service table, sends it, waits up to timeout_msecs (0: forever)
+ * and decodes the response into resp_c_struct. QMI_NO_ERR when transport and decode succeed; the
+ * modem's own result stays in the response record for the caller to read. QMI_TIMEOUT_ERR when
+ * no response came in time (a later response is dropped and counted); QMI_SERVICE_ERR when the
+ * service goes away meanwhile or has gone; the codec's QMI_IDL_LIB_* code when the request
+ * cannot be encoded or the response decoded; QMI_CLIENT_PARAM_ERR for records shorter than the
+ * message's (req_c_struct may be NULL for an empty request). Blocks the calling thread only.
  */
 qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle, unsigned int msg_id,
                                                void *req_c_struct, unsigned int req_c_struct_len,
@@ -127,7 +135,10 @@ qmi_client_error_type qmi_client_message_decode(qmi_client_type user_handle,
                                                 unsigned int buf_len, void *c_struct,
                                                 unsigned int c_struct_len);
 
-/* Releases a client or notifier handle. No callback of it runs after this returns. */
+/* Releases a client or notifier handle. No callback of it runs after this returns; a callback
+ * of the handle running on another thread is waited for, except when release is called from
+ * inside a callback (then the rest of the queue of that handle is dropped). Sends of the handle
+ * still waiting on other threads return QMI_CLIENT_INVALID_CLNT. */
 qmi_client_error_type qmi_client_release(qmi_client_type user_handle);
 
 #ifdef __cplusplus
