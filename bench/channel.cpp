@@ -66,17 +66,28 @@ bool SetUpModem() {
   return true;
 }
 
-void BM_RawSendMsgSync(benchmark::State &state) {
+// The raw side's request record: the loopback request id and the payload, as the channel fills
+// its own record.
+tarvik_extend_qmi_req_msg_v01 LoopbackRecord() {
   tarvik_extend_qmi_req_msg_v01 req{};
-  tarvik_extend_qmi_resp_msg_v01 resp{};
   req.id = modemsim::extend::kLoopbackRequestId;
   req.data_len = kPayload;
   req.data_valid = 1;
   memset(req.data, 0x5A, kPayload);
+  return req;
+}
+
+bool RawRoundTrip(tarvik_extend_qmi_req_msg_v01 *req, tarvik_extend_qmi_resp_msg_v01 *resp) {
+  return qmi_client_send_msg_sync(g_raw_client, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, req,
+                                  sizeof(*req), resp, sizeof(*resp), 3000) == QMI_NO_ERR &&
+         resp->data_len == kPayload;
+}
+
+void BM_RawSendMsgSync(benchmark::State &state) {
+  tarvik_extend_qmi_req_msg_v01 req = LoopbackRecord();
+  tarvik_extend_qmi_resp_msg_v01 resp{};
   for (auto _ : state) {
-    const int rc = qmi_client_send_msg_sync(g_raw_client, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &req,
-                                            sizeof(req), &resp, sizeof(resp), 3000);
-    if (rc != QMI_NO_ERR || resp.data_len != kPayload) {
+    if (!RawRoundTrip(&req, &resp)) {
       state.SkipWithError("raw round trip failed");
       break;
     }
@@ -88,12 +99,8 @@ void WatchdogNever(union sigval) {}
 // The raw round trip inside a raw POSIX timer's life, as the watchdog lays it out: created and
 // armed for 5 s before the send, disarmed and deleted after it.
 void BM_RawSendWithRawTimer(benchmark::State &state) {
-  tarvik_extend_qmi_req_msg_v01 req{};
+  tarvik_extend_qmi_req_msg_v01 req = LoopbackRecord();
   tarvik_extend_qmi_resp_msg_v01 resp{};
-  req.id = modemsim::extend::kLoopbackRequestId;
-  req.data_len = kPayload;
-  req.data_valid = 1;
-  memset(req.data, 0x5A, kPayload);
   struct sigevent sev = {};
   sev.sigev_notify = SIGEV_THREAD;
   sev.sigev_value.sival_int = 1;
@@ -108,47 +115,45 @@ void BM_RawSendWithRawTimer(benchmark::State &state) {
       state.SkipWithError("timer_create or timer_settime failed");
       break;
     }
-    const int rc = qmi_client_send_msg_sync(g_raw_client, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &req,
-                                            sizeof(req), &resp, sizeof(resp), 3000);
+    const bool ok = RawRoundTrip(&req, &resp);
     timer_settime(timer, 0, &disarm, nullptr);
     timer_delete(timer);
-    if (rc != QMI_NO_ERR || resp.data_len != kPayload) {
+    if (!ok) {
       state.SkipWithError("raw round trip failed");
       break;
     }
   }
 }
 
-void BM_ChannelSendSync(benchmark::State &state) {
+// Sends the loopback payload through one of the channel's generic senders until the state ends.
+template <typename Send>
+void ChannelRequests(benchmark::State &state, Send send) {
   uint8_t req[kPayload];
   uint8_t resp[TARVIK_EXTEND_QMI_DATA_MAX_V01];
   memset(req, 0x5A, sizeof(req));
   for (auto _ : state) {
     uint32_t len = sizeof(resp);
-    const int rc = tarvik_extend_qmi_send_sync(modemsim::extend::kLoopbackRequestId, req,
-                                               sizeof(req), resp, &len);
-    if (rc != 0 || len != kPayload) {
+    if (send(req, resp, &len) != 0 || len != kPayload) {
       state.SkipWithError("channel request failed");
       break;
     }
   }
 }
 
+void BM_ChannelSendSync(benchmark::State &state) {
+  ChannelRequests(state, [](uint8_t *req, uint8_t *resp, uint32_t *len) {
+    return tarvik_extend_qmi_send_sync(modemsim::extend::kLoopbackRequestId, req, kPayload, resp,
+                                       len);
+  });
+}
+
 // The same request without the watchdog timer (the long-running variant with a 3000 ms
 // time-out): what the channel costs apart from the timer start and stop.
 void BM_ChannelSendSyncNoWatchdog(benchmark::State &state) {
-  uint8_t req[kPayload];
-  uint8_t resp[TARVIK_EXTEND_QMI_DATA_MAX_V01];
-  memset(req, 0x5A, sizeof(req));
-  for (auto _ : state) {
-    uint32_t len = sizeof(resp);
-    const int rc = tarvik_extend_qmi_send_sync_long_process(modemsim::extend::kLoopbackRequestId,
-                                                            req, sizeof(req), resp, &len, 3000);
-    if (rc != 0 || len != kPayload) {
-      state.SkipWithError("channel request failed");
-      break;
-    }
-  }
+  ChannelRequests(state, [](uint8_t *req, uint8_t *resp, uint32_t *len) {
+    return tarvik_extend_qmi_send_sync_long_process(modemsim::extend::kLoopbackRequestId, req,
+                                                    kPayload, resp, len, 3000);
+  });
 }
 
 BENCHMARK(BM_RawSendMsgSync)->Threads(1)->Threads(4)->UseRealTime();
