@@ -57,6 +57,10 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
       {"duplicated optional TLV", kValid + "10 02 00 01 00 10 02 00 01 00",
        QMI_IDL_LIB_TLV_DUPLICATED},
       {"duplicated unknown optional TLV", kValid + "20 00 00 20 00 00", QMI_IDL_LIB_TLV_DUPLICATED},
+      {"repeat of a TLV that came before the order broke", kList + kId + kPair + kList,
+       QMI_IDL_LIB_TLV_DUPLICATED},
+      {"repeat of an in-order TLV after an unknown one", kId + "20 00 00" + kList + kPair + kId,
+       QMI_IDL_LIB_TLV_DUPLICATED},
       {"missing mandatory struct", kId + kList, QMI_IDL_LIB_MISSING_TLV},
       {"missing mandatory first TLV", kList + kPair, QMI_IDL_LIB_MISSING_TLV},
       // TLV length against its element
@@ -96,6 +100,7 @@ TEST(CodecDecodeMalformed, TolerableInputIsAccepted) {
   const Row rows[] = {
       {"unknown optional TLVs skipped", "20 02 00 ff ff " + kValid + "ff 00 00"},
       {"TLVs in any order", kPair + kList + kId},
+      {"a TLV left behind, then sent late", kId + kPair + kList},
       {"empty optional TLV string", kValid + "11 00 00"},
   };
   for (const Row &row : rows) {

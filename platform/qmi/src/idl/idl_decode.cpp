@@ -154,6 +154,12 @@ __attribute__((noinline)) int32_t DecodeGroup(const qmi_elem_info *first, const 
   return r.Left() == 0 ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }
 
+// Adds the ids of the TLV headers in src[0, end) to `seen`; those headers were checked already.
+__attribute__((noinline)) void SeenBefore(const uint8_t *src, uint32_t end, TlvSet &seen) {
+  for (uint32_t pos = 0; pos < end; pos += kTlvHeaderLen + LoadLe(src + pos + 1, 2))
+    seen.Add(src[pos]);
+}
+
 // Decodes one TLV of a planned table from its value bytes; kCheckRecord as for the loop below.
 template <bool kCheckRecord>
 inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, const TlvOp &op,
@@ -183,6 +189,11 @@ template <bool kCheckRecord>
 inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, const uint8_t *src,
                                                             uint32_t src_len, Dst rec) {
   LazyZero zero{rec.base, rec.size, 0};
+  // While the TLVs come in table order, each one is a TLV of the table after the previous one
+  // (index `next` or later), so none can be a repeat and no set of ids is kept. The first TLV
+  // out of order (or unknown) switches to the set, filled from the headers already read.
+  bool in_order = true;
+  uint32_t next = 0;
   TlvSet seen;
   uint32_t required = 0;  // TLVs without a presence flag decoded so far (each at most once)
   for (uint32_t pos = 0; pos < src_len;) {
@@ -191,9 +202,17 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
     const uint32_t len = LoadLe(src + pos + 1, 2);
     pos += kTlvHeaderLen;
     if (len > src_len - pos) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    if (seen.Has(id)) return QMI_IDL_LIB_TLV_DUPLICATED;
-    seen.Add(id);
-    const uint16_t k = plan.op_of[id];
+    const uint32_t k = plan.op_of[id];
+    if (in_order && k - next < plan.n_ops - next) {  // kNoOp and k < next both fail
+      next = k + 1;
+    } else {
+      if (in_order) {
+        in_order = false;
+        SeenBefore(src, pos - kTlvHeaderLen, seen);
+      }
+      if (seen.Has(id)) return QMI_IDL_LIB_TLV_DUPLICATED;
+      seen.Add(id);
+    }
     if (k != kNoOp) {
       const TlvOp &op = plan.ops[k];
       required += op.optional ? 0 : 1;

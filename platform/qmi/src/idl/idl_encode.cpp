@@ -124,25 +124,25 @@ __attribute__((noinline)) int32_t EncodeGroup(const qmi_elem_info *first, const 
   return *value_len <= kMaxTlvLen ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }
 
-// The TLVs of a planned table, in table order. With kCheckRecord (a record smaller than the
-// plan's rec_need) every flag and plain value is bounds checked on its own; otherwise they are
-// all inside the record already.
-template <bool kCheckRecord>
+// The TLVs of a planned table, in table order. Without kChecked the record holds every flag and
+// plain value and the output holds the table's largest encoding, so the checks of those bounds
+// are known to pass; groups of entries check their own bounds either way.
+template <bool kChecked>
 inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, const uint8_t *rec,
                                                             uint32_t rec_size, uint8_t *dst,
                                                             uint32_t dst_len,
                                                             uint32_t *encoded_len) {
-  uint32_t pos = 0;  // kept out of the Writer here: the plain path is the hot one
+  uint32_t pos = 0;
   for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
     if (op->optional) {
-      if (kCheckRecord && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (kChecked && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (rec[op->flag_off] == 0) continue;
     }
     uint32_t value_len = op->plain;
     if (op->plain != 0) {
-      if (kCheckRecord && !InRecord(op->off, op->plain, rec_size))
+      if (kChecked && !InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (kChecked && dst_len - pos < kTlvHeaderLen + op->plain)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (dst_len - pos < kTlvHeaderLen + op->plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       CopyScalars(dst + pos + kTlvHeaderLen, rec + op->off, op->plain, op->width);
     } else {
       if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
@@ -161,7 +161,7 @@ inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, co
 int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
                    uint32_t dst_len, uint32_t *encoded_len) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
-  if (rec_size >= plan.rec_need)
+  if (rec_size >= plan.rec_need && dst_len >= plan.wire_max)
     return EncodePlanned<false>(plan, rec, rec_size, dst, dst_len, encoded_len);
   return EncodePlanned<true>(plan, rec, rec_size, dst, dst_len, encoded_len);
 }

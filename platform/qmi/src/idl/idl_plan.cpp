@@ -23,6 +23,7 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
   plan.n_ops = 0;
   plan.n_required = 0;
   plan.rec_need = 0;
+  plan.wire_max = 0;
   for (uint16_t &k : plan.op_of) k = kNoOp;
   plan.ops = ops;
   for (const qmi_elem_info *e = ei; e != nullptr && e->data_type != QMI_EOTI;) {
@@ -46,6 +47,8 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
     if (!op.optional) ++plan.n_required;
     if (op.optional) plan.rec_need = Extend(plan.rec_need, op.flag_off, 1);
     if (op.plain != 0) plan.rec_need = Extend(plan.rec_need, op.off, op.plain);
+    if (plan.wire_max != UINT64_MAX)
+      plan.wire_max = op.plain != 0 ? plan.wire_max + kTlvHeaderLen + op.plain : UINT64_MAX;
     e = g.end;
   }
 }

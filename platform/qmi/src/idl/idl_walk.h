@@ -144,6 +144,9 @@ struct Plan {
   // Record bytes every presence flag and plain value lies within: a record at least this large
   // needs no per-TLV bounds check on those (nested and variable entries still check their own).
   uint64_t rec_need;
+  // Largest TLV area of a table of plain values only (UINT64_MAX for any other table): an output
+  // at least this large needs no bounds check per TLV.
+  uint64_t wire_max;
   uint16_t op_of[256];  // TLV id -> index in ops, or kNoOp
   const TlvOp *ops;
 };
