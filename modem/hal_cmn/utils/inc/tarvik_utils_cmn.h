@@ -98,29 +98,32 @@ TARVIK_EXPORT const char *tarvik_get_current_pid_name(void);
  * standard-output line if it passes the shell mask. `fmt` must be a string literal; the
  * arguments may be evaluated twice, so they must have no side effects.
  */
-#define TARVIK_LOG(level_mask, level_prio, sub, fmt, ...)                                        \
+#define TARVIK_LOG_AT(level_mask, level_prio, sub, func, fmt, ...)                               \
   do {                                                                                           \
     if (tarvik_hal_get_logcat_print_flag(level_mask)) {                                          \
       const uint32_t tarvik_log_sub_ = (uint32_t)(sub);                                          \
       const uint32_t tarvik_log_inst_ = tarvik_get_ril_process_instance_id();                    \
       if (tarvik_check_sub_id(tarvik_log_sub_)) {                                                \
         tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_sub_,       \
-                            __FILE_NAME__, __LINE__, __func__, ##__VA_ARGS__);                   \
+                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
       } else if (tarvik_check_sub_id(tarvik_log_inst_)) {                                        \
         tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_inst_,      \
-                            __FILE_NAME__, __LINE__, __func__, ##__VA_ARGS__);                   \
+                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
       } else if (tarvik_log_inst_ != TARVIK_SUB_NONE) {                                          \
         tarvik_utils_syslog((level_prio), "[%s][%s:%d] %s: " fmt, tarvik_get_current_pid_name(), \
-                            __FILE_NAME__, __LINE__, __func__, ##__VA_ARGS__);                   \
+                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
       } else {                                                                                   \
-        tarvik_utils_syslog((level_prio), "[%s:%d] %s: " fmt, __FILE_NAME__, __LINE__, __func__, \
+        tarvik_utils_syslog((level_prio), "[%s:%d] %s: " fmt, __FILE_NAME__, __LINE__, (func),   \
                             ##__VA_ARGS__);                                                      \
       }                                                                                          \
     }                                                                                            \
     if (tarvik_hal_get_shell_print_flag(level_mask)) {                                           \
-      printf("RIL[%s:%d] %s: " fmt "\n", __FILE_NAME__, __LINE__, __func__, ##__VA_ARGS__);      \
+      printf("RIL[%s:%d] %s: " fmt "\n", __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);        \
     }                                                                                            \
   } while (0)
+
+#define TARVIK_LOG(level_mask, level_prio, sub, fmt, ...) \
+  TARVIK_LOG_AT(level_mask, level_prio, sub, __func__, fmt, ##__VA_ARGS__)
 
 /* The two levels in use, for subscription `sub` (255: none). */
 #define TARVIK_LOGD_SUB(sub, fmt, ...) \
@@ -129,6 +132,15 @@ TARVIK_EXPORT const char *tarvik_get_current_pid_name(void);
   TARVIK_LOG(TARVIK_LOG_MASK_ERROR, TARVIK_LOG_PRIO_ERROR, sub, fmt, ##__VA_ARGS__)
 #define TARVIK_LOGD(fmt, ...) TARVIK_LOGD_SUB(TARVIK_SUB_NONE, fmt, ##__VA_ARGS__)
 #define TARVIK_LOGE(fmt, ...) TARVIK_LOGE_SUB(TARVIK_SUB_NONE, fmt, ##__VA_ARGS__)
+
+/* For a step shared by several exported functions: the line carries the name of the exported
+ * function `func` it runs for, as callers grep the log by the function they called. */
+#define TARVIK_LOGD_FN(func, fmt, ...)                                                    \
+  TARVIK_LOG_AT(TARVIK_LOG_MASK_DEBUG, TARVIK_LOG_PRIO_DEBUG, TARVIK_SUB_NONE, func, fmt, \
+                ##__VA_ARGS__)
+#define TARVIK_LOGE_FN(func, fmt, ...)                                                    \
+  TARVIK_LOG_AT(TARVIK_LOG_MASK_ERROR, TARVIK_LOG_PRIO_ERROR, TARVIK_SUB_NONE, func, fmt, \
+                ##__VA_ARGS__)
 
 #define TARVIK_LOG_ENTRY() TARVIK_LOGD("function entry ------------->")
 #define TARVIK_LOG_EXIT() TARVIK_LOGD("function exit <-------------")
