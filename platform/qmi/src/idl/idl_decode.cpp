@@ -229,7 +229,8 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
   return QMI_IDL_LIB_NO_ERR;
 }
 
-int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst rec) {
+inline __attribute__((always_inline)) int32_t DecodeWith(const Plan &plan, const uint8_t *src,
+                                                         uint32_t src_len, Dst rec) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
   if (rec.size >= plan.rec_need) return DecodePlanned<false>(plan, src, src_len, rec);
   return DecodePlanned<true>(plan, src, src_len, rec);

@@ -158,8 +158,9 @@ inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, co
   return QMI_IDL_LIB_NO_ERR;
 }
 
-int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
-                   uint32_t dst_len, uint32_t *encoded_len) {
+inline __attribute__((always_inline)) int32_t EncodeWith(const Plan &plan, const uint8_t *rec,
+                                                         uint32_t rec_size, uint8_t *dst,
+                                                         uint32_t dst_len, uint32_t *encoded_len) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
   if (rec_size >= plan.rec_need && dst_len >= plan.wire_max)
     return EncodePlanned<false>(plan, rec, rec_size, dst, dst_len, encoded_len);
