@@ -129,10 +129,22 @@ struct LazyZero {
   }
   void Rest() {
     // Records mostly end in a few bytes of padding: not worth a call.
-    if (size - upto <= 8) {
-      for (uint32_t i = upto; i < size; ++i) *static_cast<volatile uint8_t *>(rec + i) = 0;
-    } else {
-      memset(rec + upto, 0, size - upto);
+    uint8_t *p = rec + upto;
+    switch (upto < size ? size - upto : 0) {
+      case 3:
+        p[2] = 0;
+        [[fallthrough]];
+      case 2:
+        p[1] = 0;
+        [[fallthrough]];
+      case 1:
+        p[0] = 0;
+        [[fallthrough]];
+      case 0:
+        break;
+      default:
+        memset(p, 0, size - upto);
+        break;
     }
     upto = size;
   }
