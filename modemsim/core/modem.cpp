@@ -75,6 +75,11 @@ Service *Modem::FindService(uint32_t service_id) {
   return it == services_.end() ? nullptr : it->second.get();
 }
 
+void Modem::SetAnswerOnWorker(bool on) {
+  std::lock_guard<std::mutex> lock(mu_);
+  answer_on_worker_ = on;
+}
+
 void Modem::ServeInProcess() {
   in_process_ = true;
   qmi_host::RegisterInprocServer(this);
@@ -158,8 +163,10 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   auto it = clients_.find(client);
   if (it == clients_.end()) return QMI_SERVICE_ERR;
   task.fault_set = TakeFault(it->second.service_id, hdr.msg_id, &task.fault);
-  if (task.fault_set && task.fault.kind == Fault::kDelay) {
-    queue_.emplace(Clock::now() + std::chrono::milliseconds(task.fault.delay_ms), std::move(task));
+  const bool delayed = task.fault_set && task.fault.kind == Fault::kDelay;
+  if (delayed || answer_on_worker_) {
+    const uint32_t delay_ms = delayed ? task.fault.delay_ms : 0;
+    queue_.emplace(Clock::now() + std::chrono::milliseconds(delay_ms), std::move(task));
     queue_cv_.notify_one();
     return QMI_NO_ERR;
   }

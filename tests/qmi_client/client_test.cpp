@@ -373,6 +373,28 @@ TEST_P(ClientTest, ReleaseFromAnotherThreadWakesAWaitingSend) {
   EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, waiter.get());
 }
 
+TEST_P(ClientTest, ModemMayAnswerFromItsOwnThread) {
+  qmi_client_type h = Open();
+  ASSERT_NE(nullptr, h);
+  std::thread::id handler_thread;
+  modem_.FindService(echo::kServiceId)->Handle(echo::kEcho, [&](modemsim::Call &call) {
+    handler_thread = std::this_thread::get_id();
+    call.Response<echo::EchoResp>().value_valid = 1;
+    call.Response<echo::EchoResp>().value = call.Request<echo::EchoReq>().value + 1;
+  });
+  echo::EchoResp resp{};
+  for (bool on_worker : {false, true}) {
+    SCOPED_TRACE(on_worker ? "on the modem's thread" : "on the delivering thread");
+    modem_.SetAnswerOnWorker(on_worker);
+    ASSERT_EQ(QMI_NO_ERR, Echo(h, 41, 2000, &resp));
+    EXPECT_EQ(42u, resp.value);
+    std::lock_guard<std::mutex> lock(modem_.FindService(echo::kServiceId)->mutex());
+    // In-process without the worker the caller's own thread runs the handler.
+    const bool on_caller = handler_thread == std::this_thread::get_id();
+    EXPECT_EQ(!on_worker && std::string(GetParam()) == "inproc", on_caller);
+  }
+}
+
 TEST_P(ClientTest, BadArgumentsAreRefusedWithoutSending) {
   qmi_client_type h = Open();
   ASSERT_NE(nullptr, h);

@@ -171,6 +171,10 @@ class Modem final : public qmi_host::Server {
   // Makes this modem the in-process transport's server (undone by the destructor).
   void ServeInProcess();
 
+  // Handles every request on the modem's worker thread instead of the delivering thread, as a
+  // modem on another processor would: the caller always waits for a hand-off.
+  void SetAnswerOnWorker(bool on);
+
   StateStore &state() { return state_; }
   const std::string &state_dir() const { return state_.dir(); }
 
@@ -267,6 +271,7 @@ class Modem final : public qmi_host::Server {
   std::condition_variable queue_cv_;
   std::multimap<Clock::time_point, Task> queue_;
   bool stop_ = false;
+  bool answer_on_worker_ = false;
   bool in_process_ = false;
   std::thread worker_;
 };
