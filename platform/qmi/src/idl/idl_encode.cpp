@@ -138,18 +138,26 @@ inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, co
       if (kChecked && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (rec[op->flag_off] == 0) continue;
     }
-    uint32_t value_len = op->plain;
     if (op->plain != 0) {
       if (kChecked && !InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (kChecked && dst_len - pos < kTlvHeaderLen + op->plain)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      CopyScalars(dst + pos + kTlvHeaderLen, rec + op->off, op->plain, op->width);
-    } else {
-      if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      const int32_t rc = EncodeGroup(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size},
-                                     dst, dst_len, pos + kTlvHeaderLen, &value_len);
-      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+      uint8_t *out = dst + pos;
+      if (kLittleEndian) {
+        memcpy(out, &op->header, 4);  // its fourth byte is the value's first, written next
+      } else {
+        out[0] = op->id;
+        StoreLe(out + 1, op->plain, 2);
+      }
+      CopyScalars(out + kTlvHeaderLen, rec + op->off, op->plain, op->width);
+      pos += kTlvHeaderLen + op->plain;
+      continue;
     }
+    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    uint32_t value_len = 0;
+    const int32_t rc = EncodeGroup(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size}, dst,
+                                   dst_len, pos + kTlvHeaderLen, &value_len);
+    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     dst[pos] = op->id;
     StoreLe(dst + pos + 1, value_len, 2);
     pos += kTlvHeaderLen + value_len;

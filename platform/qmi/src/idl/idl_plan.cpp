@@ -44,6 +44,7 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
     op.plain = g.plain;
     op.width = g.first->elem_size;
     op.id = id;
+    op.header = uint32_t{id} | op.plain << 8;
     if (!op.optional) ++plan.n_required;
     if (op.optional) plan.rec_need = Extend(plan.rec_need, op.flag_off, 1);
     if (op.plain != 0) plan.rec_need = Extend(plan.rec_need, op.off, op.plain);

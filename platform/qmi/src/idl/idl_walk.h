@@ -126,6 +126,7 @@ struct TlvOp {
   uint32_t flag_off;  // record offset of the presence flag, when `optional`
   uint32_t first;     // index of the TLV's first value entry (past the flag)
   uint32_t end;       // index past the TLV's entries
+  uint32_t header;    // a plain TLV's header in wire order (id, length), then one spare byte
   uint8_t id;
   bool optional;
 };
