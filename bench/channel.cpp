@@ -23,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench_modem.h"
 #include "benchmark/benchmark.h"
 #include "extend/extend_service.h"
 #include "modemsim/modem.h"
@@ -39,31 +40,11 @@ std::unique_ptr<modemsim::Modem> g_modem;
 qmi_client_type g_raw_client = nullptr;
 
 bool SetUpModem() {
-  // Load the masks from their properties first, so the zeros below are what stays.
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
-  g_tarvik_extend_debug_flag = 0;
+  tarvik_bench::SilenceLibraryLogging();
   g_modem = std::make_unique<modemsim::Modem>();
   modemsim::extend::AddTo(*g_modem);
   g_modem->ServeInProcess();
-  if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {
-    return false;
-  }
-  qmi_service_info info[1];
-  unsigned int entries = 1, services = 0;
-  if (qmi_client_get_service_list(&tarvik_extend_qmi_idl_service_object_v01, info, &entries,
-                                  &services) != QMI_NO_ERR ||
-      entries < 1) {
-    return false;
-  }
-  if (qmi_client_init(&info[0], &tarvik_extend_qmi_idl_service_object_v01, nullptr, nullptr,
-                      nullptr, &g_raw_client) != QMI_NO_ERR) {
-    return false;
-  }
-  tarvik_extend_qmi_init();
-  return true;
+  return tarvik_bench::OpenRawClientAndChannel(&g_raw_client);
 }
 
 // The raw side's request record: the loopback request id and the payload, as the channel fills

@@ -18,6 +18,7 @@
 #include <memory>
 #include <vector>
 
+#include "bench_modem.h"
 #include "benchmark/benchmark.h"
 #include "extend/extend_service.h"
 #include "features/feature_modem.h"
@@ -55,26 +56,12 @@ bool RawTrips() {
 }
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
-  g_tarvik_extend_debug_flag = 0;
+  tarvik_bench::SilenceLibraryLogging();
   g_modem = modemsim::CreateStandardModem("");
   g_modem->ServeInProcess();
-  if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {
+  if (!tarvik_bench::OpenRawClientAndChannel(&g_raw_client)) {
     return false;
   }
-  qmi_service_info info[1];
-  unsigned int entries = 1, services = 0;
-  if (qmi_client_get_service_list(&tarvik_extend_qmi_idl_service_object_v01, info, &entries,
-                                  &services) != QMI_NO_ERR ||
-      entries < 1 ||
-      qmi_client_init(&info[0], &tarvik_extend_qmi_idl_service_object_v01, nullptr, nullptr,
-                      nullptr, &g_raw_client) != QMI_NO_ERR) {
-    return false;
-  }
-  tarvik_extend_qmi_init();
   g_file.resize(kFileSize);
   for (size_t i = 0; i < g_file.size(); ++i) {
     g_file[i] = static_cast<uint8_t>(i * 131 + (i >> 9));

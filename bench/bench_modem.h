@@ -1,0 +1,42 @@
+// Setting up the benchmarks that drive the library against the in-process simulated modem: the
+// library's logging switched off (as a device does with its log properties) and a raw client of
+// the extend service beside the library's own channel, for the raw round-trip baselines.
+#pragma once
+
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "tarvik_extend_api.h"
+#include "tarvik_extend_qmi_v01.h"
+#include "tarvik_utils_cmn.h"
+
+namespace tarvik_bench {
+
+inline void SilenceLibraryLogging() {
+  // Load the masks from their properties first, so the zeros below are what stays.
+  tarvik_hal_get_logcat_print_flag(0);
+  tarvik_hal_get_shell_print_flag(0);
+  tarvik_hal_set_logcat_print_mask(0);
+  tarvik_hal_set_shell_print_mask(0);
+  g_tarvik_extend_debug_flag = 0;
+}
+
+// Selects the in-process transport (the modem must already serve in-process), opens a raw
+// client of the extend service into *raw and the library's channel. False on any failure.
+inline bool OpenRawClientAndChannel(qmi_client_type *raw) {
+  if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {
+    return false;
+  }
+  qmi_service_info info[1];
+  unsigned int entries = 1, services = 0;
+  if (qmi_client_get_service_list(&tarvik_extend_qmi_idl_service_object_v01, info, &entries,
+                                  &services) != QMI_NO_ERR ||
+      entries < 1 ||
+      qmi_client_init(&info[0], &tarvik_extend_qmi_idl_service_object_v01, nullptr, nullptr,
+                      nullptr, raw) != QMI_NO_ERR) {
+    return false;
+  }
+  tarvik_extend_qmi_init();
+  return true;
+}
+
+}  // namespace tarvik_bench
