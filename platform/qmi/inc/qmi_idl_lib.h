@@ -39,7 +39,7 @@
  *  - QMI_IDL_LIB_PARAMETER_ERROR: a null argument, a message type out of range, or a table the
  *    codec cannot walk (variable array without its count entry, count width other than 1 or 2,
  *    1-byte count with a maximum above 255, element size that disagrees with the type, nesting
- *    deeper than QMI_IDL_MAX_NESTING).
+ *    deeper than QMI_IDL_MAX_NESTING, a TLV id given to two runs of entries).
  *  - QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND: a message the service (or its parents) does not have.
  */
 #ifndef TARVIK_PLATFORM_QMI_IDL_LIB_H
