@@ -334,6 +334,33 @@ TEST_F(EfsTest, LockIsReleasedOnEveryPath) {
   }
 }
 
+// Checks and verdicts shared between operations log under the function the caller called.
+TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
+  uint8_t buf[8] = {1};
+  uint32_t zero = 0;
+  struct Row {
+    const char *line;
+    std::function<void()> call;
+  };
+  const Row rows[] = {
+      {"tarvik_efs_delete: function entry", [] { tarvik_efs_delete(0, "/a", 2); }},
+      {"tarvik_efs_is_exsit: sub invalid", [] { tarvik_efs_is_exsit(2, "/a", 2); }},
+      {"tarvik_efs_copy: path_len_tgt invalid", [&] { tarvik_efs_copy(0, "/a", 2, 1, buf, 0); }},
+      {"tarvik_efs_compare: qmi response fail",
+       [&] { tarvik_efs_compare(0, "/missing", 8, 0, buf, 1); }},
+      {"tarvik_efs_read: buf_len is invalid", [&] { tarvik_efs_read(0, "/a", 2, buf, &zero); }},
+      {"tarvik_efs_write: buf is null", [] { tarvik_efs_write(0, "/a", 2, nullptr, 1); }},
+      {"tarvik_nv_delete: nv_id is out range", [] { tarvik_nv_delete(0, 99999); }},
+      {"tarvik_nv_write_ex: buf_len is invalid", [&] { tarvik_nv_write_ex(0, 1, buf, 0); }},
+      {"tarvik_nv_read: sub invalid", [&] { tarvik_nv_read(3, 1, buf, &zero); }},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.line);
+    row.call();
+    EXPECT_TRUE(tarvik_test::SyslogContains(row.line));
+  }
+}
+
 TEST_F(EfsTest, NvSyncReportsEitherFailure) {
   EXPECT_EQ(tarvik_nvefs_sync(), 0u);
   EXPECT_EQ(fm_->NvSyncCount(), 1u);

@@ -1,8 +1,8 @@
 // NV items and modem files over REQUEST_ID_NVEFS and REQUEST_ID_NV_ITEM.
 //
 // Each validated operation runs from its lock to its unlock in one do/while(0) block so that
-// every refusal and every failure leaves through the same unlock; log lines stay in the
-// exported function so that they carry its name.
+// every refusal and every failure leaves through the same unlock. Steps shared by several
+// exported functions take the exported function's name and log under it.
 #include "tarvik_extend_nvefs.h"
 
 #include <pthread.h>
@@ -17,6 +17,10 @@ static_assert(offsetof(tarvik_nvefs_req_t, len_all) == 108, "NVEFS request layou
 static_assert(offsetof(tarvik_nvefs_req_t, data) == 120, "NVEFS request layout");
 static_assert(sizeof(tarvik_nvefs_rsp_t) == TARVIK_NVEFS_RSP_SIZE, "NVEFS response layout");
 static_assert(offsetof(tarvik_nvefs_rsp_t, result) == 16, "NVEFS response layout");
+
+// A debug line for subscription `sub` under the name of the exported function `func`.
+#define NVEFS_LOGD(func, sub, fmt, ...) \
+  TARVIK_LOG_AT(TARVIK_LOG_MASK_DEBUG, TARVIK_LOG_PRIO_DEBUG, sub, func, fmt, ##__VA_ARGS__)
 
 namespace {
 
@@ -80,8 +84,8 @@ uint32_t RawNvItemOp(uint32_t op, uint32_t arg1, int long_msec) {
   return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
 }
 
-// Checks of one (subscription, path, length) triple. On failure returns the status and points
-// *msg at the line to log; the texts differ between the source and target of compare/copy.
+// Checks of one (subscription, path, length) triple; a refusal is logged for subscription
+// `log_sub` and returned. The texts differ between the source and target of compare/copy.
 struct PathTexts {
   const char *sub;
   const char *null_path;
@@ -91,21 +95,24 @@ constexpr PathTexts kPathTexts{"sub invalid", "efs_path is null", "len invalid"}
 constexpr PathTexts kSrcTexts{"sub_id_src invalid", "efs_path_src is null", "path_len_src invalid"};
 constexpr PathTexts kTgtTexts{"sub_id_tgt invalid", "efs_path_tgt is null", "path_len_tgt invalid"};
 
-int CheckPath(uint32_t sub, const void *path, uint32_t len, uint32_t max_len,
-              const PathTexts &texts, const char **msg) {
+int CheckPath(const char *func, uint32_t log_sub, uint32_t sub, const void *path, uint32_t len,
+              uint32_t max_len, const PathTexts &texts) {
+  const char *msg = nullptr;
+  int refusal = 0;
   if (!tarvik_check_sub_id(sub)) {
-    *msg = texts.sub;
-    return TARVIK_FEAT_ERR_SUB_INVALID;
+    msg = texts.sub;
+    refusal = TARVIK_FEAT_ERR_SUB_INVALID;
+  } else if (path == nullptr) {
+    msg = texts.null_path;
+    refusal = TARVIK_FEAT_ERR_PATH_NULL;
+  } else if (len == 0 || len > max_len) {
+    msg = texts.bad_len;
+    refusal = TARVIK_FEAT_ERR_PATH_LEN;
   }
-  if (path == nullptr) {
-    *msg = texts.null_path;
-    return TARVIK_FEAT_ERR_PATH_NULL;
+  if (refusal != 0) {
+    NVEFS_LOGD(func, log_sub, "%s", msg);
   }
-  if (len == 0 || len > max_len) {
-    *msg = texts.bad_len;
-    return TARVIK_FEAT_ERR_PATH_LEN;
-  }
-  return 0;
+  return refusal;
 }
 
 // Fills operation, subscription and the first path; keeps a terminated copy for the log.
@@ -119,57 +126,67 @@ void FillPath(tarvik_nvefs_req_t *req, uint32_t op, uint32_t sub, const void *pa
   memcpy(req->path, shown, Min(len, TARVIK_NVEFS_PATH_FIELD));
 }
 
-}  // namespace
-
-// The verdict of a one-shot NVEFS exchange, logged under the caller's name: a failed channel
-// first, then the modem's refusal, else success.
-#define NVEFS_VERDICT(result, mapped, rsp, sub, fail_text)                      \
-  do {                                                                          \
-    TARVIK_LOGD_SUB(sub, "result = %d, rsp.result = %d", mapped, (rsp).result); \
-    if ((mapped) != 0) {                                                        \
-      TARVIK_LOGD_SUB(sub, "%s", fail_text);                                    \
-      (result) = (mapped);                                                      \
-    } else if ((rsp).result != 0) {                                             \
-      TARVIK_LOGD_SUB(sub, "qmi response fail");                                \
-      (result) = (rsp).result;                                                  \
-    } else {                                                                    \
-      (result) = 0;                                                             \
-    }                                                                           \
-  } while (0)
-
-namespace {
+// The verdict of a one-shot NVEFS exchange: a failed channel first, then the modem's refusal,
+// else success.
+int Verdict(const char *func, int mapped, const tarvik_nvefs_rsp_t &rsp, uint32_t sub,
+            const char *fail_text) {
+  NVEFS_LOGD(func, sub, "result = %d, rsp.result = %d", mapped, rsp.result);
+  if (mapped != 0) {
+    NVEFS_LOGD(func, sub, "%s", fail_text);
+    return mapped;
+  }
+  if (rsp.result != 0) {
+    NVEFS_LOGD(func, sub, "qmi response fail");
+    return rsp.result;
+  }
+  return 0;
+}
 
 // Subscription and item number of a validated NV operation; subscription 2 may only read item
 // 550. Logs and returns the refusal, or 0.
-int CheckNvTarget(uint32_t sub_id, uint32_t nv_id, bool read) {
+int CheckNvTarget(const char *func, uint32_t sub_id, uint32_t nv_id, bool read) {
   if (sub_id >= 2) {
     if (read && sub_id == 2 && nv_id == TARVIK_NV_SUB2_ITEM) {
-      TARVIK_LOGD_SUB(sub_id, "sub cust case for tt");
+      NVEFS_LOGD(func, sub_id, "sub cust case for tt");
       return 0;
     }
-    TARVIK_LOGD_SUB(sub_id, "sub invalid");
+    NVEFS_LOGD(func, sub_id, "sub invalid");
     return TARVIK_FEAT_ERR_SUB_INVALID;
   }
   if (nv_id > TARVIK_NV_ID_MAX) {
-    TARVIK_LOGD_SUB(sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
+    NVEFS_LOGD(func, sub_id, "nv_id is out range(%d)", TARVIK_NV_ID_MAX);
     return TARVIK_FEAT_ERR_NV_ID_RANGE;
   }
   return 0;
 }
 
 // The caller's buffer of a read: present, with a length and a non-zero capacity.
-int CheckReadBuffer(uint32_t sub_id, const void *buf, const uint32_t *buf_len) {
+int CheckReadBuffer(const char *func, uint32_t sub_id, const void *buf, const uint32_t *buf_len) {
   if (buf == nullptr) {
-    TARVIK_LOGD_SUB(sub_id, "buf is null");
+    NVEFS_LOGD(func, sub_id, "buf is null");
     return TARVIK_FEAT_ERR_BUF_NULL;
   }
   if (buf_len == nullptr) {
-    TARVIK_LOGD_SUB(sub_id, "p_buf_len is null");
+    NVEFS_LOGD(func, sub_id, "p_buf_len is null");
     return TARVIK_FEAT_ERR_LEN_INVALID;
   }
-  TARVIK_LOGD_SUB(sub_id, "buf_len: %d", *buf_len);
+  NVEFS_LOGD(func, sub_id, "buf_len: %d", *buf_len);
   if (*buf_len == 0) {
-    TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
+    NVEFS_LOGD(func, sub_id, "buf_len is invalid");
+    return TARVIK_FEAT_ERR_LEN_INVALID;
+  }
+  return 0;
+}
+
+// The caller's data of a write: present, with 1 to `max_len` bytes.
+int CheckWriteBuffer(const char *func, uint32_t sub_id, const void *buf, uint32_t buf_len,
+                     uint32_t max_len) {
+  if (buf == nullptr) {
+    NVEFS_LOGD(func, sub_id, "buf is null");
+    return TARVIK_FEAT_ERR_BUF_NULL;
+  }
+  if (buf_len == 0 || buf_len > max_len) {
+    NVEFS_LOGD(func, sub_id, "buf_len is invalid");
     return TARVIK_FEAT_ERR_LEN_INVALID;
   }
   return 0;
@@ -177,8 +194,8 @@ int CheckReadBuffer(uint32_t sub_id, const void *buf, const uint32_t *buf_len) {
 
 // One validated NV exchange: builds the request (with `len` bytes of `data` for a write), sends
 // it and returns the mapped channel failure, else the modem's result.
-int ExchangeNvItemOp(uint32_t op, uint32_t sub_id, uint32_t nv_id, const void *data, uint32_t len,
-                     tarvik_nvefs_rsp_t *rsp, uint32_t *rsp_len) {
+int ExchangeNvItemOp(const char *func, uint32_t op, uint32_t sub_id, uint32_t nv_id,
+                     const void *data, uint32_t len, tarvik_nvefs_rsp_t *rsp, uint32_t *rsp_len) {
   tarvik_nvefs_req_t req;
   ZeroNvefs(&req, rsp);
   req.op = static_cast<uint8_t>(op);
@@ -188,10 +205,8 @@ int ExchangeNvItemOp(uint32_t op, uint32_t sub_id, uint32_t nv_id, const void *d
     req.len_all = len;
     memcpy(req.data, data, len);
   }
-  const int mapped = ExchangeNvefs(&req, rsp, rsp_len);
-  int result = 0;
-  NVEFS_VERDICT(result, mapped, *rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
-  return result;
+  return Verdict(func, ExchangeNvefs(&req, rsp, rsp_len), *rsp, sub_id,
+                 "tarvik_extend_qmi_send_sync fail");
 }
 
 }  // namespace
@@ -208,18 +223,19 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
   int result = 0;
   do {
     TARVIK_LOGD_SUB(sub_id, "tarvik_nv_read, sub_id %d, nv_id: %d", sub_id, nv_id);
-    result = CheckNvTarget(sub_id, nv_id, true);
+    result = CheckNvTarget(__func__, sub_id, nv_id, true);
     if (result != 0) {
       break;
     }
-    result = CheckReadBuffer(sub_id, buf, buf_len);
+    result = CheckReadBuffer(__func__, sub_id, buf, buf_len);
     if (result != 0) {
       break;
     }
     const uint32_t capacity = *buf_len;
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result = ExchangeNvItemOp(NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+    result =
+        ExchangeNvItemOp(__func__, NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
     if (result != 0) {
       break;
     }
@@ -253,23 +269,18 @@ TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void
   do {
     TARVIK_LOGD_SUB(sub_id, "tarvik_nv_write, sub_id %d, nv_id: %d, buf_len: %d", sub_id, nv_id,
                     buf_len);
-    result = CheckNvTarget(sub_id, nv_id, false);
+    result = CheckNvTarget(__func__, sub_id, nv_id, false);
     if (result != 0) {
       break;
     }
-    if (buf == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "buf is null");
-      result = TARVIK_FEAT_ERR_BUF_NULL;
-      break;
-    }
-    if (buf_len == 0 || buf_len > TARVIK_NVEFS_DATA_MAX) {
-      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
+    result = CheckWriteBuffer(__func__, sub_id, buf, buf_len, TARVIK_NVEFS_DATA_MAX);
+    if (result != 0) {
       break;
     }
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result = ExchangeNvItemOp(NVEFS_OP_NV_WRITE, sub_id, nv_id, buf, buf_len, &rsp, &rsp_len);
+    result =
+        ExchangeNvItemOp(__func__, NVEFS_OP_NV_WRITE, sub_id, nv_id, buf, buf_len, &rsp, &rsp_len);
   } while (0);
   pthread_mutex_unlock(&g_nv_lock);
   TARVIK_LOG_EXIT();
@@ -280,11 +291,12 @@ TARVIK_EXPORT int tarvik_nv_delete(uint32_t sub_id, uint32_t nv_id) {
   TARVIK_LOG_ENTRY();
   pthread_mutex_lock(&g_nv_lock);
   TARVIK_LOGD_SUB(sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
-  int result = CheckNvTarget(sub_id, nv_id, false);
+  int result = CheckNvTarget(__func__, sub_id, nv_id, false);
   if (result == 0) {
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result = ExchangeNvItemOp(NVEFS_OP_NV_DELETE, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+    result =
+        ExchangeNvItemOp(__func__, NVEFS_OP_NV_DELETE, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
   }
   pthread_mutex_unlock(&g_nv_lock);
   TARVIK_LOG_EXIT();
@@ -370,13 +382,12 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
   pthread_mutex_lock(&g_efs_lock);
   int result = 0;
   do {
-    const char *msg = nullptr;
-    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX, kPathTexts, &msg);
+    result = CheckPath(__func__, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX,
+                       kPathTexts);
     if (result != 0) {
-      TARVIK_LOGD_SUB(sub_id, "%s", msg);
       break;
     }
-    result = CheckReadBuffer(sub_id, buf, buf_len);
+    result = CheckReadBuffer(__func__, sub_id, buf, buf_len);
     if (result != 0) {
       break;
     }
@@ -462,20 +473,13 @@ TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32
   pthread_mutex_lock(&g_efs_lock);
   int result = 0;
   do {
-    const char *msg = nullptr;
-    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts, &msg);
+    result =
+        CheckPath(__func__, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
-      TARVIK_LOGD_SUB(sub_id, "%s", msg);
       break;
     }
-    if (buf == nullptr) {
-      TARVIK_LOGD_SUB(sub_id, "buf is null");
-      result = TARVIK_FEAT_ERR_BUF_NULL;
-      break;
-    }
-    if (buf_len == 0 || buf_len > TARVIK_EFS_FILE_MAX) {
-      TARVIK_LOGD_SUB(sub_id, "buf_len is invalid");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
+    result = CheckWriteBuffer(__func__, sub_id, buf, buf_len, TARVIK_EFS_FILE_MAX);
+    if (result != 0) {
       break;
     }
     tarvik_nvefs_req_t req;
@@ -533,15 +537,13 @@ namespace {
 // Delete and existence share everything but the operation and their names in the log.
 int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_len,
               const char *func) {
-  TARVIK_LOG_ENTRY();
-  TARVIK_LOGD_SUB(sub_id, "%s, sub_id %d, path_len: %d", func, sub_id, path_len);
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
+  NVEFS_LOGD(func, sub_id, "%s, sub_id %d, path_len: %d", func, sub_id, path_len);
   pthread_mutex_lock(&g_efs_lock);
   int result = 0;
   do {
-    const char *msg = nullptr;
-    result = CheckPath(sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts, &msg);
+    result = CheckPath(func, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
-      TARVIK_LOGD_SUB(sub_id, "%s", msg);
       break;
     }
     tarvik_nvefs_req_t req;
@@ -549,32 +551,31 @@ int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_
     ZeroNvefs(&req, &rsp);
     char shown[TARVIK_NVEFS_PATH_FIELD];
     FillPath(&req, op, sub_id, efs_path, path_len, shown);
-    TARVIK_LOGD_SUB(sub_id, "path_value: %s", shown);
+    NVEFS_LOGD(func, sub_id, "path_value: %s", shown);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    NVEFS_VERDICT(result, mapped, rsp, sub_id, "tarvik_extend_qmi_send_sync fail");
+    result = Verdict(func, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_id,
+                     "tarvik_extend_qmi_send_sync fail");
   } while (0);
   pthread_mutex_unlock(&g_efs_lock);
-  TARVIK_LOG_EXIT();
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
   return result;
 }
 
 // Compare and copy: two (subscription, path) pairs.
 int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_src,
               uint32_t sub_tgt, const uint8_t *path_tgt, uint32_t len_tgt, const char *func) {
-  TARVIK_LOG_ENTRY();
-  TARVIK_LOGD_SUB(sub_src, "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d",
-                  func, sub_src, len_src, sub_tgt, len_tgt);
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
+  NVEFS_LOGD(func, sub_src,
+             "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d", func,
+             sub_src, len_src, sub_tgt, len_tgt);
   pthread_mutex_lock(&g_efs_lock);
   int result = 0;
   do {
-    const char *msg = nullptr;
-    result = CheckPath(sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts, &msg);
+    result = CheckPath(func, sub_src, sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts);
     if (result == 0) {
-      result = CheckPath(sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts, &msg);
+      result = CheckPath(func, sub_src, sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts);
     }
     if (result != 0) {
-      TARVIK_LOGD_SUB(sub_src, "%s", msg);
       break;
     }
     tarvik_nvefs_req_t req;
@@ -582,19 +583,19 @@ int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_
     ZeroNvefs(&req, &rsp);
     char shown[TARVIK_NVEFS_PATH_FIELD];
     FillPath(&req, op, sub_src, path_src, len_src, shown);
-    TARVIK_LOGD_SUB(sub_src, "path_value_src: %s", shown);
+    NVEFS_LOGD(func, sub_src, "path_value_src: %s", shown);
     memset(shown, 0, sizeof(shown));
     memcpy(shown, path_tgt, len_tgt);
-    TARVIK_LOGD_SUB(sub_src, "path_value_tgt: %s", shown);
+    NVEFS_LOGD(func, sub_src, "path_value_tgt: %s", shown);
     req.len_all = len_tgt;
     req.len_send = sub_tgt;
     memcpy(req.data, shown, len_tgt);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    NVEFS_VERDICT(result, mapped, rsp, sub_src, "tarvik_extend_qmi_send_sync fail");
+    result = Verdict(func, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_src,
+                     "tarvik_extend_qmi_send_sync fail");
   } while (0);
   pthread_mutex_unlock(&g_efs_lock);
-  TARVIK_LOG_EXIT();
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
   return result;
 }
 }  // namespace
@@ -649,8 +650,8 @@ TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out) {
     memcpy(req.path, efs_path, len);
     TARVIK_LOGD("path_value: %s", req.path);
     uint32_t rsp_len = 0;
-    const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-    NVEFS_VERDICT(result, mapped, rsp, TARVIK_SUB_NONE, "tarvik_extend_qmi_send_sync fail, ABORT");
+    result = Verdict(__func__, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, TARVIK_SUB_NONE,
+                     "tarvik_extend_qmi_send_sync fail, ABORT");
     if (result == 0) {
       memcpy(stat_out, rsp.data, TARVIK_EFS_STAT_SIZE);
     }
