@@ -271,9 +271,10 @@ TEST(BuildTypeList, WildcardCurrentTypeAndFaults) {
   EXPECT_FALSE(tarvik_build_type_list_contain(native, 1));
   EXPECT_FALSE(tarvik_build_type_list_contain(others, 2));
   EXPECT_FALSE(tarvik_build_type_list_contain(nullptr, 2));
-  EXPECT_TRUE(tarvik_test::SyslogContains("num_list[int8] is NULL"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_int8_list_contain: num_list[int8] is NULL"));
   EXPECT_FALSE(tarvik_build_type_list_contain(all, 0));
-  EXPECT_TRUE(tarvik_test::SyslogContains("size_list[int8](0) can not <= 0"));
+  EXPECT_TRUE(
+      tarvik_test::SyslogContains("tarvik_int8_list_contain: size_list[int8](0) can not <= 0"));
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ TEST(KeptIdentity, ValuesReadOnFirstUse) {
   EXPECT_EQ(tarvik_get_tarvik_manufacturer_id(), TARVIK_MANUFACTURER_ID_TARVIK);
   EXPECT_EQ(tarvik_get_tarvik_device_type(), 7);
   EXPECT_STREQ(tarvik_device_name_get(), "marble");
-  EXPECT_TRUE(SyslogContains("device_name: marble"));
+  EXPECT_TRUE(SyslogContains("tarvik_device_name_get: device_name: marble"));
   EXPECT_STREQ(tarvik_odm_device_get(), "marble_odm");
   EXPECT_STREQ(tarvik_odm_name_get(), "marble_global");
   EXPECT_STREQ(tarvik_build_region_get(), "NULL");
@@ -178,6 +178,7 @@ TEST(IntListContain, EveryWidthMatchesAndRefuses) {
   const int32_t l32[] = {INT32_MIN, 5, INT32_MAX};
   const int64_t l64[] = {INT64_MIN, 5, INT64_MAX};
   EXPECT_TRUE(tarvik_int8_list_contain(l8, 3, -128));
+  EXPECT_TRUE(SyslogContains("tarvik_int8_list_contain: find number[int8]: -128, size_list(3)"));
   EXPECT_TRUE(tarvik_int8_list_contain(l8, 3, 127));
   EXPECT_FALSE(tarvik_int8_list_contain(l8, 2, 127));
   EXPECT_TRUE(tarvik_int16_list_contain(l16, 3, 32767));
@@ -190,7 +191,7 @@ TEST(IntListContain, EveryWidthMatchesAndRefuses) {
   EXPECT_TRUE(SyslogContains("not find number[int64]: 6, size_list(3)", LOG_ERR));
 
   EXPECT_FALSE(tarvik_int16_list_contain(nullptr, 3, 5));
-  EXPECT_TRUE(SyslogContains("num_list[int16] is NULL", LOG_ERR));
+  EXPECT_TRUE(SyslogContains("tarvik_int16_list_contain: num_list[int16] is NULL", LOG_ERR));
   EXPECT_FALSE(tarvik_int32_list_contain(l32, 0, 5));
   EXPECT_TRUE(SyslogContains("size_list[int32](0) can not <= 0", LOG_ERR));
 }

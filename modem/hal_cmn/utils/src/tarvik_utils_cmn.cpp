@@ -8,7 +8,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <inttypes.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
@@ -730,6 +729,37 @@ char g_device_type_string_ex[201];
 char g_device_state_prop_name[kPropBufSize];
 char g_vendor_build_region[kPropBufSize];
 
+/* The integer list tests of every width, logging under the exported function `func`; numbers
+ * print as decimals, the same at every width. */
+template <typename T>
+bool int_list_contain(const char *func, const char *tag, const T *num_list, uint32_t size_list,
+                      T num) {
+  if (num_list == nullptr) {
+    TARVIK_LOGE_FN(func, "num_list[%s] is NULL", tag);
+    return false;
+  }
+  if (size_list == 0) {
+    TARVIK_LOGE_FN(func, "size_list[%s](%u) can not <= 0", tag, size_list);
+    return false;
+  }
+  const long long shown = num;
+  for (uint32_t i = 0; i < size_list; ++i) {
+    if (num_list[i] == num) {
+      TARVIK_LOGD_FN(func, "find number[%s]: %lld, size_list(%u)", tag, shown, size_list);
+      return true;
+    }
+  }
+  TARVIK_LOGE_FN(func, "not find number[%s]: %lld, size_list(%u)", tag, shown, size_list);
+  return false;
+}
+
+/* A kept product name, logged as "<label>: <value>" under the exported getter `func`. */
+const char *kept_name(const char *func, const char *label, KeptProperty *prop) {
+  const char *value = kept_value(prop);
+  TARVIK_LOGD_FN(func, "%s: %s", label, value);
+  return value;
+}
+
 /* A product list test: the wildcard entry matches every device. */
 bool product_list_contain(const char *const *str_list, uint32_t size_list, const char *wildcard,
                           const char *(*value)(void)) {
@@ -792,27 +822,19 @@ bool tarvik_get_single_sim_flag(void) {
 }
 
 const char *tarvik_device_name_get(void) {
-  const char *value = kept_value(&g_device_name);
-  TARVIK_LOGD("device_name: %s", value);
-  return value;
+  return kept_name(__func__, "device_name", &g_device_name);
 }
 
 const char *tarvik_odm_device_get(void) {
-  const char *value = kept_value(&g_odm_device);
-  TARVIK_LOGD("odm_device: %s", value);
-  return value;
+  return kept_name(__func__, "odm_device", &g_odm_device);
 }
 
 const char *tarvik_odm_name_get(void) {
-  const char *value = kept_value(&g_odm_name);
-  TARVIK_LOGD("odm_name: %s", value);
-  return value;
+  return kept_name(__func__, "odm_name", &g_odm_name);
 }
 
 const char *tarvik_build_region_get(void) {
-  const char *value = kept_value(&g_build_region);
-  TARVIK_LOGD("build_region: %s", value);
-  return value;
+  return kept_name(__func__, "build_region", &g_build_region);
 }
 
 const char *tarvik_vendor_build_region_get(void) {
@@ -866,31 +888,21 @@ const char *tarvik_get_device_state_prop_name(uint32_t index) {
   return g_device_state_prop_name;
 }
 
-/* One definition per width, so that each logs from its own frame with its own format. */
-#define TARVIK_DEFINE_INT_LIST_CONTAIN(fn, type, tag, num_fmt)                           \
-  bool fn(const type *num_list, uint32_t size_list, type num) {                          \
-    if (num_list == nullptr) {                                                           \
-      TARVIK_LOGE("num_list[" tag "] is NULL");                                          \
-      return false;                                                                      \
-    }                                                                                    \
-    if (size_list == 0) {                                                                \
-      TARVIK_LOGE("size_list[" tag "](%u) can not <= 0", size_list);                     \
-      return false;                                                                      \
-    }                                                                                    \
-    for (uint32_t i = 0; i < size_list; ++i) {                                           \
-      if (num_list[i] == num) {                                                          \
-        TARVIK_LOGD("find number[" tag "]: " num_fmt ", size_list(%u)", num, size_list); \
-        return true;                                                                     \
-      }                                                                                  \
-    }                                                                                    \
-    TARVIK_LOGE("not find number[" tag "]: " num_fmt ", size_list(%u)", num, size_list); \
-    return false;                                                                        \
-  }
+bool tarvik_int8_list_contain(const int8_t *num_list, uint32_t size_list, int8_t num) {
+  return int_list_contain(__func__, "int8", num_list, size_list, num);
+}
 
-TARVIK_DEFINE_INT_LIST_CONTAIN(tarvik_int8_list_contain, int8_t, "int8", "%d")
-TARVIK_DEFINE_INT_LIST_CONTAIN(tarvik_int16_list_contain, int16_t, "int16", "%d")
-TARVIK_DEFINE_INT_LIST_CONTAIN(tarvik_int32_list_contain, int32_t, "int32", "%d")
-TARVIK_DEFINE_INT_LIST_CONTAIN(tarvik_int64_list_contain, int64_t, "int64", "%" PRId64)
+bool tarvik_int16_list_contain(const int16_t *num_list, uint32_t size_list, int16_t num) {
+  return int_list_contain(__func__, "int16", num_list, size_list, num);
+}
+
+bool tarvik_int32_list_contain(const int32_t *num_list, uint32_t size_list, int32_t num) {
+  return int_list_contain(__func__, "int32", num_list, size_list, num);
+}
+
+bool tarvik_int64_list_contain(const int64_t *num_list, uint32_t size_list, int64_t num) {
+  return int_list_contain(__func__, "int64", num_list, size_list, num);
+}
 
 bool tarvik_device_name_list_contain(const char *const *str_list, uint32_t size_list) {
   return product_list_contain(str_list, size_list, "all_product", tarvik_device_name_get);
