@@ -8,6 +8,7 @@
 
 #include "extend/extend_service.h"
 #include "features_env.h"
+#include "syslog_capture.h"
 #include "tarvik_base_model.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_qmi_v01.h"
@@ -50,6 +51,7 @@ TEST_F(BaseModelTest, ReasonIsTheConcatenationOfTheLists) {
   uint32_t len = 28;
   EXPECT_EQ(tarvik_base_model_get_modem_reason(out, &len), 4u);
   EXPECT_EQ(tarvik_base_model_get_modem_reason(nullptr, &len), 3u);
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_base_model_get_modem_reason: data_rsp is null"));
   len = 29;
   ASSERT_EQ(tarvik_base_model_get_modem_reason(out, &len), 0u);
   ASSERT_EQ(len, 6u);

@@ -14,21 +14,28 @@ constexpr uint32_t kBadCfgLen = 2;
 constexpr uint32_t kNullRsp = 3;
 constexpr uint32_t kTooSmall = 4;
 
+// Sends the filled request with a zeroed answer and logs the transport's result under the
+// exported function `func`; a failed exchange leaves the answer's result 0, which callers return.
 template <typename Req, typename Rsp>
-int Exchange(uint32_t msg_id, Req *req, Rsp *rsp) {
-  return tarvik_extend_qmi_base_model_send_sync(static_cast<int>(msg_id), req,
-                                                static_cast<int>(sizeof(Req)), rsp,
-                                                static_cast<int>(sizeof(Rsp)));
+void Exchange(const char *func, uint32_t msg_id, Req *req, Rsp *rsp) {
+  memset(rsp, 0, sizeof(*rsp));
+  const int qmi_result = tarvik_extend_qmi_base_model_send_sync(static_cast<int>(msg_id), req,
+                                                                static_cast<int>(sizeof(Req)), rsp,
+                                                                static_cast<int>(sizeof(Rsp)));
+  TARVIK_LOGD_FN(func, "%s, qmi_result = %d", func, qmi_result);
 }
 
-// The get functions' output checks: a buffer, and a capacity of at least `need` elements.
-uint32_t CheckOutput(const uint32_t *data_rsp, const uint32_t *p_rsp_len, uint32_t need) {
+// Entry of the get function `func`: logs the offered capacity, then checks for a buffer and a
+// capacity of at least `need` elements.
+uint32_t CheckOutput(const char *func, const uint32_t *data_rsp, const uint32_t *p_rsp_len,
+                     uint32_t need) {
+  TARVIK_LOGD_FN(func, "%s, p_rsp_len = %d", func, p_rsp_len != nullptr ? *p_rsp_len : 0);
   if (data_rsp == nullptr) {
-    TARVIK_LOGD("data_rsp is null");
+    TARVIK_LOGD_FN(func, "data_rsp is null");
     return kNullRsp;
   }
   if (p_rsp_len == nullptr || *p_rsp_len < need) {
-    TARVIK_LOGD("*p_rsp_len is too small");
+    TARVIK_LOGD_FN(func, "*p_rsp_len is too small");
     return kTooSmall;
   }
   return 0;
@@ -63,11 +70,9 @@ TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_cfg(const uint32_t *cfg, uint
   tarvik_extend_qmi_base_model_set_cfg_req_msg_v01 req;
   tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
   req.cfg_len = cfg_len;
   memcpy(req.cfg, cfg, cfg_len * sizeof(uint32_t));
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_CFG_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_set_modem_cfg, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_SET_CFG_MSG_V01, &req, &rsp);
   return rsp.result;
 }
 
@@ -76,10 +81,8 @@ TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_model_detection_switch(uint8_
   tarvik_extend_qmi_base_model_set_detection_req_msg_v01 req;
   tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
   req.enabled = enabled;
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_DETECTION_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_set_modem_model_detection_switch, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_SET_DETECTION_MSG_V01, &req, &rsp);
   return rsp.result;
 }
 
@@ -90,27 +93,22 @@ TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_event_ind_switch(uint32_t eve
   tarvik_extend_qmi_base_model_set_event_ind_req_msg_v01 req;
   tarvik_extend_qmi_base_model_result_resp_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
   req.event = event;
   req.is_register = is_register;
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SET_EVENT_IND_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_set_modem_event_ind_switch, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_SET_EVENT_IND_MSG_V01, &req, &rsp);
   return rsp.result;
 }
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, uint32_t *p_rsp_len) {
-  TARVIK_LOGD("tarvik_base_model_get_modem_reason, p_rsp_len = %d",
-              p_rsp_len != nullptr ? *p_rsp_len : 0);
-  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_REASON_CAPACITY);
+  const uint32_t refused =
+      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_REASON_CAPACITY);
   if (refused != 0) {
     return refused;
   }
   tarvik_extend_qmi_base_model_get_reason_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_reason_resp_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_get_modem_reason, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, &req, &rsp);
   if (rsp.result != 0) {
     return rsp.result;
   }
@@ -137,18 +135,15 @@ TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, ui
 }
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uint32_t *p_rsp_len) {
-  TARVIK_LOGD("tarvik_base_model_get_modem_scene, p_rsp_len = %d",
-              p_rsp_len != nullptr ? *p_rsp_len : 0);
-  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_SCENE_CAPACITY);
+  const uint32_t refused =
+      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_SCENE_CAPACITY);
   if (refused != 0) {
     return refused;
   }
   tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_scene_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_get_modem_scene, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &req, &rsp);
   if (rsp.result != 0) {
     return rsp.result;
   }
@@ -162,18 +157,15 @@ TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uin
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_dds_assistant_info(uint32_t *data_rsp,
                                                                 uint32_t *p_rsp_len) {
-  TARVIK_LOGD("tarvik_base_model_get_dds_assistant_info, p_rsp_len = %d",
-              p_rsp_len != nullptr ? *p_rsp_len : 0);
-  const uint32_t refused = CheckOutput(data_rsp, p_rsp_len, TARVIK_BASE_MODEL_DDS_CAPACITY);
+  const uint32_t refused =
+      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_DDS_CAPACITY);
   if (refused != 0) {
     return refused;
   }
   tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_dds_info_resp_msg_v01 rsp;
   memset(&req, 0, sizeof(req));
-  memset(&rsp, 0, sizeof(rsp));
-  const int qmi_result = Exchange(TARVIK_EXTEND_QMI_BASE_MODEL_GET_DDS_INFO_MSG_V01, &req, &rsp);
-  TARVIK_LOGD("tarvik_base_model_get_dds_assistant_info, qmi_result = %d", qmi_result);
+  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_GET_DDS_INFO_MSG_V01, &req, &rsp);
   if (rsp.result != 0) {
     return rsp.result;
   }
