@@ -1,6 +1,8 @@
-// A console reporter that also keeps each benchmark's time per iteration, so that a program
-// can print "ratio A / B" lines against a baseline measured in the same run. For stable ratios
-// on a busy machine run with --benchmark_repetitions=5 --benchmark_enable_random_interleaving.
+// A console reporter that also keeps each benchmark's real and CPU time per iteration, keyed by
+// benchmark and thread count, so that a program can print "ratio A / B" lines against a baseline
+// measured in the same run. With --benchmark_repetitions the median of the repetitions counts
+// (add --benchmark_enable_random_interleaving on a busy machine); without, the single run. CPU
+// time is the fairer measure on a shared machine where other processes take the core away.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -8,6 +10,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarvik_bench {
@@ -16,26 +19,47 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
     for (const Run &r : runs) {
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) {
-        // With --benchmark_repetitions the fastest repetition counts: on a shared machine the
-        // slower ones measure the neighbours.
-        auto it = ns_.find(r.run_name.function_name);
-        const double t = r.GetAdjustedRealTime();
-        if (it == ns_.end() || t < it->second) ns_[r.run_name.function_name] = t;
+      if (r.error_occurred) continue;
+      const Key key(r.run_name.function_name, r.threads);
+      const Times times{r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
+        median_[key] = times;
+      } else if (r.run_type == Run::RT_Iteration) {
+        single_[key] = times;
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
 
-  // Prints nothing when either benchmark did not run (filtered out or failed).
-  void PrintRatio(const char *what, const char *base, double target) const {
-    const auto a = ns_.find(what), b = ns_.find(base);
-    if (a == ns_.end() || b == ns_.end() || b->second <= 0) return;
-    printf("ratio %s / %s = %.2f (target <= %.1f)\n", what, base, a->second / b->second, target);
+  // Prints nothing when either benchmark did not run (filtered out or failed). A target of 0
+  // prints none.
+  void PrintRatio(const char *what, const char *base, double target, int64_t threads = 1) const {
+    Times a, b;
+    if (!Find(what, threads, &a) || !Find(base, threads, &b) || b.real <= 0 || b.cpu <= 0) return;
+    printf("ratio %s / %s, %lld thread(s): real %.2f, cpu %.2f", what, base,
+           static_cast<long long>(threads), a.real / b.real, a.cpu / b.cpu);
+    if (target > 0) printf(" (target <= %.1f)", target);
+    printf("\n");
   }
 
  private:
-  std::map<std::string, double> ns_;
+  using Key = std::pair<std::string, int64_t>;
+  struct Times {
+    double real = 0;
+    double cpu = 0;
+  };
+  bool Find(const char *name, int64_t threads, Times *times) const {
+    const Key key(name, threads);
+    for (const auto *table : {&median_, &single_}) {
+      const auto it = table->find(key);
+      if (it != table->end()) {
+        *times = it->second;
+        return true;
+      }
+    }
+    return false;
+  }
+  std::map<Key, Times> median_, single_;
 };
 
 }  // namespace tarvik_bench

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "bench_modem.h"
+#include "bench_ratio.h"
 #include "benchmark/benchmark.h"
 #include "extend/extend_service.h"
 #include "modemsim/modem.h"
@@ -142,54 +143,6 @@ BENCHMARK(BM_RawSendWithRawTimer)->Threads(1)->Threads(4)->UseRealTime();
 BENCHMARK(BM_ChannelSendSync)->Threads(1)->Threads(4)->UseRealTime();
 BENCHMARK(BM_ChannelSendSyncNoWatchdog)->Threads(1)->Threads(4)->UseRealTime();
 
-// Console output plus the real and CPU time per iteration of every run, keyed by benchmark and
-// thread count; a median of repetitions replaces the single runs when there is one. The CPU
-// ratio matters on a shared machine: with one thread the in-process round trip runs wholly on
-// the calling thread, so its CPU time is the request's cost without the time other processes
-// took the core away.
-class ThreadRatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs) {
-      if (r.error_occurred) continue;
-      const Key key(r.run_name.function_name, r.threads);
-      const Times times{r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
-      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
-        median_[key] = times;
-      } else if (r.run_type == Run::RT_Iteration) {
-        single_[key] = times;
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-
-  void PrintRatio(const char *what, const char *base, int64_t threads) const {
-    Times a, b;
-    if (!Find(what, threads, &a) || !Find(base, threads, &b) || b.real <= 0 || b.cpu <= 0) return;
-    printf("ratio %s / %s, %lld thread(s): real %.2f, cpu %.2f\n", what, base,
-           static_cast<long long>(threads), a.real / b.real, a.cpu / b.cpu);
-  }
-
- private:
-  using Key = std::pair<std::string, int64_t>;
-  struct Times {
-    double real = 0;
-    double cpu = 0;
-  };
-  bool Find(const char *name, int64_t threads, Times *times) const {
-    const Key key(name, threads);
-    for (const auto *table : {&median_, &single_}) {
-      const auto it = table->find(key);
-      if (it != table->end()) {
-        *times = it->second;
-        return true;
-      }
-    }
-    return false;
-  }
-  std::map<Key, Times> median_, single_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -198,12 +151,12 @@ int main(int argc, char **argv) {
     fprintf(stderr, "bench_channel: the simulated modem's extend service is not reachable\n");
     return 1;
   }
-  ThreadRatioReporter reporter;
+  tarvik_bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   for (int64_t threads : {1, 4}) {
-    reporter.PrintRatio("BM_ChannelSendSync", "BM_RawSendMsgSync", threads);
-    reporter.PrintRatio("BM_ChannelSendSyncNoWatchdog", "BM_RawSendMsgSync", threads);
-    reporter.PrintRatio("BM_ChannelSendSync", "BM_RawSendWithRawTimer", threads);
+    reporter.PrintRatio("BM_ChannelSendSync", "BM_RawSendMsgSync", 1.3, threads);
+    reporter.PrintRatio("BM_ChannelSendSyncNoWatchdog", "BM_RawSendMsgSync", 0, threads);
+    reporter.PrintRatio("BM_ChannelSendSync", "BM_RawSendWithRawTimer", 0, threads);
   }
   benchmark::Shutdown();
   if (g_raw_client != nullptr) {

@@ -6,11 +6,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <map>
-#include <set>
-#include <string>
-
 #include "../tests/qmi_codec/codec_tables.h"
+#include "bench_ratio.h"
 
 namespace {
 
@@ -95,46 +92,12 @@ void BM_Decode(benchmark::State &state) {
 }
 BENCHMARK(BM_Decode);
 
-// Console output, plus the per-iteration times kept for the ratio lines: the mean when the run
-// has repetitions, else the single run. CPU time is the fairer measure on a shared machine;
-// real time is printed beside it.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs) {
-      if (r.error_occurred) continue;
-      const bool mean = r.run_type == Run::RT_Aggregate && r.aggregate_name == "mean";
-      if (mean || (r.run_type == Run::RT_Iteration && !means_.count(r.run_name.function_name))) {
-        Times &t = times_[r.run_name.function_name];
-        t.cpu = r.GetAdjustedCPUTime();
-        t.real = r.GetAdjustedRealTime();
-        if (mean) means_.insert(r.run_name.function_name);
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void PrintRatio(const char *what, const char *base, double target) const {
-    const auto a = times_.find(what), b = times_.find(base);
-    if (a == times_.end() || b == times_.end() || b->second.cpu <= 0 || b->second.real <= 0) return;
-    printf("ratio %s / %s: cpu %.2f, real %.2f (target <= %.1f)\n", what, base,
-           a->second.cpu / b->second.cpu, a->second.real / b->second.real, target);
-  }
-
- private:
-  struct Times {
-    double cpu = 0;
-    double real = 0;
-  };
-  std::map<std::string, Times> times_;
-  std::set<std::string> means_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  tarvik_bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.PrintRatio("BM_EncodeDecode", "BM_MemcpyEncoded", 3.0);
   benchmark::Shutdown();
