@@ -67,7 +67,7 @@ TEST_F(RequestsTest, PayloadBoundsAre550ForRequestAndCapacity) {
       EXPECT_EQ(Received(TARVIK_EXTEND_QMI_GENERIC_MSG_V01).size(), sent) << "sent anyway";
     }
   }
-  EXPECT_TRUE(SyslogContains("put data_len 551 > max 550"));
+  EXPECT_TRUE(SyslogContains("tarvik_extend_qmi_send_sync: put data_len 551 > max 550"));
   EXPECT_TRUE(SyslogContains("put data_len 16 > max 550"));
 
   uint32_t len = 16;
@@ -317,6 +317,11 @@ TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
   EXPECT_TRUE(SyslogContains("req_len can not <= 0"));
   EXPECT_EQ(tarvik_extend_qmi_wechat_send_sync(0x0C, &wx, sizeof(wx), &resp, 0), -1);
   EXPECT_TRUE(SyslogContains("rsp_len can not <= 0"));
+  // The shared sender's lines carry the name of the sender that was called.
+  EXPECT_TRUE(
+      SyslogContains("tarvik_extend_qmi_wechat_send_sync: tarvik_qmi_send_msg_sync failed"));
+  EXPECT_TRUE(SyslogContains(
+      "tarvik_extend_qmi_base_model_send_sync: TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_UNLOCK_DONE"));
 }
 
 // Many threads at once: each request reaches the modem whole (its id, length and payload belong

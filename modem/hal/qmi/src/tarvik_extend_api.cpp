@@ -116,31 +116,51 @@ void ChannelUnlock() {
 
 }  // namespace
 
-// Lines written only while g_tarvik_extend_debug_flag is set.
+// Lines written only while g_tarvik_extend_debug_flag is set; the _FN form for a step shared by
+// several exported functions names the one `func` it runs for.
 #define TARVIK_EXTEND_TRACE(fmt, ...)  \
   do {                                 \
     if (TraceOn()) {                   \
       TARVIK_LOGD(fmt, ##__VA_ARGS__); \
     }                                  \
   } while (0)
-
-// Lock and unlock with the lines every channel function writes around its work. A caller that
-// gives up behind an overstaying holder returns `on_give_up`.
-#define TARVIK_EXTEND_LOCK_OR_RETURN(budget_ms, on_give_up)                              \
-  do {                                                                                   \
-    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_WAIT...");                      \
-    if (!ChannelLock(budget_ms)) {                                                       \
-      TARVIK_LOGE("channel held by a request past its deadline, not waiting behind it"); \
-      return on_give_up;                                                                 \
-    }                                                                                    \
-    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_DONE");                         \
+#define TARVIK_EXTEND_TRACE_FN(func, fmt, ...)  \
+  do {                                          \
+    if (TraceOn()) {                            \
+      TARVIK_LOGD_FN(func, fmt, ##__VA_ARGS__); \
+    }                                           \
   } while (0)
 
-#define TARVIK_EXTEND_UNLOCK()                                     \
-  do {                                                             \
-    ChannelUnlock();                                               \
-    TARVIK_LOGD("TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_UNLOCK_DONE"); \
+namespace {
+
+// Lock and unlock with the lines every channel function writes around its work, under the name
+// of the exported function `func`. False when the caller gives up behind an overstaying holder.
+bool LockFor(const char *func, int budget_ms) {
+  TARVIK_LOGD_FN(func, "TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_WAIT...");
+  if (!ChannelLock(budget_ms)) {
+    TARVIK_LOGE_FN(func, "channel held by a request past its deadline, not waiting behind it");
+    return false;
+  }
+  TARVIK_LOGD_FN(func, "TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_LOCK_DONE");
+  return true;
+}
+
+void UnlockFor(const char *func) {
+  ChannelUnlock();
+  TARVIK_LOGD_FN(func, "TARVIK_EXTEND_QMI_CLIENT_CRIT_SECT_UNLOCK_DONE");
+}
+
+}  // namespace
+
+// A caller that gives up behind an overstaying holder returns `on_give_up`.
+#define TARVIK_EXTEND_LOCK_OR_RETURN(budget_ms, on_give_up) \
+  do {                                                      \
+    if (!LockFor(__func__, (budget_ms))) {                  \
+      return on_give_up;                                    \
+    }                                                       \
   } while (0)
+
+#define TARVIK_EXTEND_UNLOCK() UnlockFor(__func__)
 
 extern "C" void tarvik_extend_qmi_ind_cb(qmi_client_type user_handle, unsigned int msg_id,
                                          void *ind_buf, unsigned int ind_buf_len,
@@ -351,27 +371,28 @@ extern "C" void tarvik_qmi_timer_cb(union sigval sv) {
   TARVIK_LOGE("TARVIK_QMI_REQ_TIMEOUT_WITHOUT_REINIT is defined, will not reinit tarvik qmi");
 }
 
-// Argument checks of the generic request: null buffers, then the 550-byte bounds.
-static int tarvik_extend_qmi_check_data_args(void *req_data, uint32_t req_len,
+// Argument checks of the generic request `func`: null buffers, then the 550-byte bounds.
+static int tarvik_extend_qmi_check_data_args(const char *func, void *req_data, uint32_t req_len,
                                              const void *resp_data, const uint32_t *resp_len) {
   if (req_data == nullptr || resp_data == nullptr || resp_len == nullptr) {
-    TARVIK_LOGE("%x,  put Invalid param",
-                static_cast<unsigned int>(reinterpret_cast<uintptr_t>(req_data)));
+    TARVIK_LOGE_FN(func, "%x,  put Invalid param",
+                   static_cast<unsigned int>(reinterpret_cast<uintptr_t>(req_data)));
     return TARVIK_EXTEND_QMI_EINVAL;
   }
   if (req_len > TARVIK_EXTEND_QMI_MAX_PAYLOAD || *resp_len > TARVIK_EXTEND_QMI_MAX_PAYLOAD) {
-    TARVIK_LOGE("put data_len %d > max %d", static_cast<int>(req_len),
-                static_cast<int>(TARVIK_EXTEND_QMI_MAX_PAYLOAD));
+    TARVIK_LOGE_FN(func, "put data_len %d > max %d", static_cast<int>(req_len),
+                   static_cast<int>(TARVIK_EXTEND_QMI_MAX_PAYLOAD));
     return TARVIK_EXTEND_QMI_EINVAL;
   }
   return TARVIK_EXTEND_QMI_OK;
 }
 
 // Exchanges message 0x02 with the checked arguments (lock held, client open) and copies the
-// response payload out: at most the capacity, nothing when the response has no payload.
-static int tarvik_extend_qmi_exchange_data(uint32_t id, const void *req_data, uint32_t req_len,
-                                           void *resp_data, uint32_t *resp_len, uint32_t msec,
-                                           bool watchdog) {
+// response payload out: at most the capacity, nothing when the response has no payload. Lines
+// carry the name of the exported request function `func`.
+static int tarvik_extend_qmi_exchange_data(const char *func, uint32_t id, const void *req_data,
+                                           uint32_t req_len, void *resp_data, uint32_t *resp_len,
+                                           uint32_t msec, bool watchdog) {
   memset(&g_req, 0, sizeof(g_req));
   memset(&g_resp, 0, sizeof(g_resp));
   g_req.id = id;
@@ -385,17 +406,18 @@ static int tarvik_extend_qmi_exchange_data(uint32_t id, const void *req_data, ui
   }
   const int sent = tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &g_req,
                                             sizeof(g_req), &g_resp, sizeof(g_resp), msec);
-  TARVIK_LOGD("tarvik_qmi_send_msg_sync, id = %d, length = %d, result = %d", static_cast<int>(id),
-              static_cast<int>(req_len), sent);
+  TARVIK_LOGD_FN(func, "tarvik_qmi_send_msg_sync, id = %d, length = %d, result = %d",
+                 static_cast<int>(id), static_cast<int>(req_len), sent);
   if (watchdog) {
     tarvik_timer_stop(kWatchdogTimerId);
   }
   if (sent != TARVIK_EXTEND_QMI_OK) {
-    TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
+    TARVIK_LOGE_FN(func, "tarvik_qmi_send_msg_sync failed");
     return sent;
   }
   if (g_resp.result != 0) {
-    TARVIK_LOGE("%d QMI service framework error. Check client", static_cast<int>(g_resp.result));
+    TARVIK_LOGE_FN(func, "%d QMI service framework error. Check client",
+                   static_cast<int>(g_resp.result));
     return TARVIK_EXTEND_QMI_EFAIL;
   }
   if (*resp_len >= g_resp.data_len) {
@@ -406,7 +428,7 @@ static int tarvik_extend_qmi_exchange_data(uint32_t id, const void *req_data, ui
   } else {
     *resp_len = 0;
   }
-  TARVIK_EXTEND_TRACE("resp_len:%d", static_cast<int>(*resp_len));
+  TARVIK_EXTEND_TRACE_FN(func, "resp_len:%d", static_cast<int>(*resp_len));
   return TARVIK_EXTEND_QMI_OK;
 }
 
@@ -421,9 +443,9 @@ int tarvik_extend_qmi_send_sync(uint32_t id, void *req_data, uint32_t req_len, v
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
-    status = tarvik_extend_qmi_check_data_args(req_data, req_len, resp_data, resp_len);
+    status = tarvik_extend_qmi_check_data_args(__func__, req_data, req_len, resp_data, resp_len);
     if (status == TARVIK_EXTEND_QMI_OK) {
-      status = tarvik_extend_qmi_exchange_data(id, req_data, req_len, resp_data, resp_len,
+      status = tarvik_extend_qmi_exchange_data(__func__, id, req_data, req_len, resp_data, resp_len,
                                                kDefaultTimeoutMs, true);
     }
   }
@@ -436,14 +458,14 @@ int tarvik_extend_qmi_send_sync_long_process(uint32_t id, void *req_data, uint32
                                              void *resp_data, uint32_t *resp_len, int msec) {
   TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(msec > 0 ? msec : 0), TARVIK_EXTEND_QMI_EFAIL);
   tarvik_extend_qmi_init_do();
-  int status = tarvik_extend_qmi_check_data_args(req_data, req_len, resp_data, resp_len);
+  int status = tarvik_extend_qmi_check_data_args(__func__, req_data, req_len, resp_data, resp_len);
   if (status == TARVIK_EXTEND_QMI_OK && client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   }
   if (status == TARVIK_EXTEND_QMI_OK) {
     // A negative time-out is refused by the send step like a zero one.
-    status = tarvik_extend_qmi_exchange_data(id, req_data, req_len, resp_data, resp_len,
+    status = tarvik_extend_qmi_exchange_data(__func__, id, req_data, req_len, resp_data, resp_len,
                                              msec > 0 ? static_cast<uint32_t>(msec) : 0, false);
   }
   TARVIK_EXTEND_TRACE("result: %d, id: %d", status, static_cast<int>(id));
@@ -453,48 +475,48 @@ int tarvik_extend_qmi_send_sync_long_process(uint32_t id, void *req_data, uint32
 
 }  // extern "C"
 
-// The pass-through senders differ only in the function name their lines carry, so they share
-// this body rather than a helper function.
-#define TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len)                            \
-  do {                                                                                             \
-    TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);        \
-    tarvik_extend_qmi_init_do();                                                                   \
-    int status_;                                                                                   \
-    if (client_handle == nullptr) {                                                                \
-      TARVIK_LOGE("client_handle is NULL");                                                        \
-      status_ = TARVIK_EXTEND_QMI_ENOCLIENT;                                                       \
-    } else {                                                                                       \
-      status_ = tarvik_qmi_send_msg_sync(static_cast<int>(msg_id), req, static_cast<int>(req_len), \
-                                         resp, static_cast<int>(resp_len), kDefaultTimeoutMs);     \
-      TARVIK_LOGD(                                                                                 \
-          "tarvik_qmi_send_msg_sync, msg_id = %d, length = %d, res_len = %d, "                     \
-          "result = %d",                                                                           \
-          static_cast<int>(msg_id), static_cast<int>(req_len), static_cast<int>(resp_len),         \
-          status_);                                                                                \
-      if (status_ != TARVIK_EXTEND_QMI_OK) {                                                       \
-        TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");                                            \
-      }                                                                                            \
-    }                                                                                              \
-    TARVIK_EXTEND_TRACE("result: %d, msg_id: %d", status_, static_cast<int>(msg_id));              \
-    TARVIK_EXTEND_UNLOCK();                                                                        \
-    return status_;                                                                                \
-  } while (0)
+// The pass-through senders differ only in the function name `func` their lines carry.
+static int tarvik_extend_qmi_passthrough(const char *func, int msg_id, void *req, int req_len,
+                                         void *resp, int resp_len) {
+  if (!LockFor(func, HoldBudgetMs(kDefaultTimeoutMs))) {
+    return TARVIK_EXTEND_QMI_EFAIL;
+  }
+  tarvik_extend_qmi_init_do();
+  int status;
+  if (client_handle == nullptr) {
+    TARVIK_LOGE_FN(func, "client_handle is NULL");
+    status = TARVIK_EXTEND_QMI_ENOCLIENT;
+  } else {
+    status = tarvik_qmi_send_msg_sync(msg_id, req, req_len, resp, resp_len, kDefaultTimeoutMs);
+    TARVIK_LOGD_FN(func,
+                   "tarvik_qmi_send_msg_sync, msg_id = %d, length = %d, res_len = %d, result = %d",
+                   msg_id, req_len, resp_len, status);
+    if (status != TARVIK_EXTEND_QMI_OK) {
+      TARVIK_LOGE_FN(func, "tarvik_qmi_send_msg_sync failed");
+    }
+  }
+  TARVIK_EXTEND_TRACE_FN(func, "result: %d, msg_id: %d", status, msg_id);
+  UnlockFor(func);
+  return status;
+}
 
 extern "C" {
 
 int tarvik_extend_qmi_self_study_send_sync(uint32_t msg_id, void *req, uint32_t req_len, void *resp,
                                            uint32_t resp_len) {
-  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+  return tarvik_extend_qmi_passthrough(__func__, static_cast<int>(msg_id), req,
+                                       static_cast<int>(req_len), resp, static_cast<int>(resp_len));
 }
 
 int tarvik_extend_qmi_wechat_send_sync(uint32_t msg_id, void *req, uint32_t req_len, void *resp,
                                        uint32_t resp_len) {
-  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+  return tarvik_extend_qmi_passthrough(__func__, static_cast<int>(msg_id), req,
+                                       static_cast<int>(req_len), resp, static_cast<int>(resp_len));
 }
 
 int tarvik_extend_qmi_base_model_send_sync(int msg_id, void *req, int req_len, void *resp,
                                            int resp_len) {
-  TARVIK_EXTEND_PASSTHROUGH(msg_id, req, req_len, resp, resp_len);
+  return tarvik_extend_qmi_passthrough(__func__, msg_id, req, req_len, resp, resp_len);
 }
 
 // ---------------------------------------------------------------------------------------------
