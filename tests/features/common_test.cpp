@@ -56,6 +56,8 @@ TEST_F(CommonTest, CommonRequestBounds) {
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(SentRequests(REQUEST_ID_COMMON).size(), row.sent ? 1u : 0u);
   }
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_common_qmi_req: v is null"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_send_common_qmi_msg: l is out of range"));
   // The typed message's header and payload land where the modem reads them.
   ClearSent();
   ASSERT_EQ(tarvik_send_common_qmi_msg(178, 4, "\x10\x27\x00\x00", rsp), 0u);

@@ -33,19 +33,20 @@ int SendCommon(tarvik_cmn_req_t *req, tarvik_cmn_rsp_t *rsp, uint32_t *rsp_len) 
 // The two senders' common path: refuses a missing response buffer, a payload of `limit` bytes
 // or more and a missing payload, then writes `cmd`, the header words (the typed message's type
 // and length) and the payload after them, and sends. The response is zeroed before anything.
-uint32_t SendChecked(uint32_t cmd, const uint32_t *header, uint32_t header_words, uint32_t len,
-                     uint32_t limit, const void *src, uint32_t *rsp) {
+// Refusals are logged under the exported sender `func`.
+uint32_t SendChecked(const char *func, uint32_t cmd, const uint32_t *header, uint32_t header_words,
+                     uint32_t len, uint32_t limit, const void *src, uint32_t *rsp) {
   if (rsp == nullptr) {
-    TARVIK_LOGD("rsp is NULL");
+    TARVIK_LOGD_FN(func, "rsp is NULL");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
   memset(rsp, 0, TARVIK_CMN_RSP_SIZE);
   if (len >= limit) {
-    TARVIK_LOGD("l is out of range");
+    TARVIK_LOGD_FN(func, "l is out of range");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
   if (len != 0 && src == nullptr) {
-    TARVIK_LOGD("v is null");
+    TARVIK_LOGD_FN(func, "v is null");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
   tarvik_cmn_req_t req;
@@ -119,7 +120,7 @@ TARVIK_EXPORT int tarvik_qmi_result_map(int result) {
 
 TARVIK_EXPORT uint32_t tarvik_common_qmi_req(uint32_t cmd, uint32_t len, const void *src,
                                              uint32_t *rsp) {
-  return SendChecked(cmd, nullptr, 0, len, TARVIK_CMN_LEN_LIMIT, src, rsp);
+  return SendChecked(__func__, cmd, nullptr, 0, len, TARVIK_CMN_LEN_LIMIT, src, rsp);
 }
 
 TARVIK_EXPORT uint32_t tarvik_send_common_qmi_msg(uint32_t t, uint32_t len, const void *v,
@@ -127,7 +128,7 @@ TARVIK_EXPORT uint32_t tarvik_send_common_qmi_msg(uint32_t t, uint32_t len, cons
   TARVIK_LOGD("t %d", t);
   TARVIK_LOGD("l %d", len);
   const uint32_t header[2] = {t, len};
-  return SendChecked(COMMON_CMD_MSG, header, 2, len, TARVIK_CMN_MSG_LEN_LIMIT, v, rsp);
+  return SendChecked(__func__, COMMON_CMD_MSG, header, 2, len, TARVIK_CMN_MSG_LEN_LIMIT, v, rsp);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_mode_set(uint8_t mode) {
