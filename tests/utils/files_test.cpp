@@ -65,7 +65,7 @@ TEST(CopyFile, OverTwoBuffersReadsInBufferSizedChunks) {
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 10240"), 1u);
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 100,"), 1u);
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 0,"), 1u);
-  EXPECT_EQ(SyslogCount("Write done with success."), 3u);
+  EXPECT_EQ(SyslogCount("tarvik_copy_file: Write done with success."), 3u);
 }
 
 TEST(CopyFile, LongerTargetIsTruncated) {

@@ -1280,32 +1280,35 @@ constexpr size_t kCopyBufSize = 10240;
 constexpr size_t kTreePathSize = 1024;
 
 /* Writes all `count` bytes of `buf`; false on an error, a short write that makes no progress or
- * a result larger than asked. */
-bool write_chunk(int fd, const char *buf, ssize_t count) {
+ * a result larger than asked. Lines carry the name `func` of the copy it serves. */
+bool write_chunk(const char *func, int fd, const char *buf, ssize_t count) {
   ssize_t written = write(fd, buf, static_cast<size_t>(count));
-  TARVIK_LOGD("Start to write tgt file: bytes_read = %d, bytes_write = %d, errno = %d, EINTR = %d",
-              static_cast<int>(count), static_cast<int>(written), errno, EINTR);
+  TARVIK_LOGD_FN(
+      func, "Start to write tgt file: bytes_read = %d, bytes_write = %d, errno = %d, EINTR = %d",
+      static_cast<int>(count), static_cast<int>(written), errno, EINTR);
   for (;;) {
     if (written < 0) {
-      TARVIK_LOGE("Error happen during writing tgt file");
+      TARVIK_LOGE_FN(func, "Error happen during writing tgt file");
       return false;
     }
     if (written == 0) {
-      TARVIK_LOGE("No progress during writing tgt file, bytes_left = %d", static_cast<int>(count));
+      TARVIK_LOGE_FN(func, "No progress during writing tgt file, bytes_left = %d",
+                     static_cast<int>(count));
       return false;
     }
     if (written > count) {
-      TARVIK_LOGE("Ohter errors happen during writing tgt file");
+      TARVIK_LOGE_FN(func, "Ohter errors happen during writing tgt file");
       return false;
     }
     count -= written;
     if (count == 0) {
-      TARVIK_LOGD("Write done with success.");
+      TARVIK_LOGD_FN(func, "Write done with success.");
       return true;
     }
     buf += written;
     written = write(fd, buf, static_cast<size_t>(count));
-    TARVIK_LOGD(
+    TARVIK_LOGD_FN(
+        func,
         "Continue to write tgt file: bytes_read = %d, bytes_write = %d, errno = %d, EINTR = %d",
         static_cast<int>(count), static_cast<int>(written), errno, EINTR);
   }
@@ -1346,7 +1349,7 @@ int tarvik_copy_file(const char *src, const char *tgt) {
       result = -5;
       break;
     }
-    if (!write_chunk(tgt_fd, buf.data(), count)) {
+    if (!write_chunk(__func__, tgt_fd, buf.data(), count)) {
       result = -5;
       break;
     }
