@@ -1,4 +1,4 @@
-// The tool's NV and file commands, each run a process of its own against the embedded modem:
+// The tool's feature commands, each run a process of its own against the embedded modem:
 // what one run writes, the next reads back from the state directory.
 #include <stdio.h>
 #include <sys/wait.h>
@@ -62,6 +62,12 @@ TEST(ToolTest, NvItemAndFilePersistBetweenRuns) {
   ASSERT_EQ(Tool(state, "mode set 7", &out), 0);
   ASSERT_EQ(Tool(state, "--json mode get", &out), 0);
   EXPECT_EQ(out, "{\"mode\":7}\n");
+
+  // Opaque requests print the modem's answer as hex.
+  ASSERT_EQ(Tool(state, "cdc 5 0a0b", &out), 0);
+  EXPECT_EQ(out, "cdc: 2 bytes\n0a0b\n");
+  ASSERT_EQ(Tool(state, "--json venue-mode 01", &out), 0);
+  EXPECT_EQ(out, "{\"command\":\"venue-mode\",\"status\":0,\"length\":1,\"data\":\"01\"}\n");
 }
 
 }  // namespace

@@ -21,8 +21,20 @@ int FeatureFailed(const Options &options, const char *what, long status);
 
 namespace {
 
-int PrintAnswer(const Options &options, const char *what, const uint8_t *data, uint32_t len) {
-  const std::string hex = ChannelHex(data, len);
+// Connects, lets `call` fill an answer buffer of `capacity` bytes and prints the answer as hex.
+template <typename Call>
+int Exchange(const Options &options, const char *what, uint32_t capacity, Call call) {
+  const int ready = FeatureConnect(options);
+  if (ready != 0) {
+    return ready;
+  }
+  std::vector<uint8_t> out(capacity);
+  uint32_t len = capacity;
+  const int status = call(out.data(), &len);
+  if (status != 0) {
+    return FeatureFailed(options, what, status);
+  }
+  const std::string hex = ChannelHex(out.data(), len);
   if (options.json) {
     printf("{\"command\":\"%s\",\"status\":0,\"length\":%u,\"data\":\"%s\"}\n", what, len,
            hex.c_str());
@@ -39,18 +51,10 @@ int RunCdc(const Options &options, const Args &args) {
       (args.size() == 2 && !FeatureParseHex(args[1], &data))) {
     return UsageError("cdc");
   }
-  const int ready = FeatureConnect(options);
-  if (ready != 0) {
-    return ready;
-  }
-  uint8_t out[TARVIK_CDC_DATA_MAX];
-  uint32_t len = sizeof(out);
-  const int status = tarvik_cdc_request(static_cast<uint32_t>(event), data.data(),
-                                        static_cast<uint32_t>(data.size()), out, &len);
-  if (status != 0) {
-    return FeatureFailed(options, "cdc", status);
-  }
-  return PrintAnswer(options, "cdc", out, len);
+  return Exchange(options, "cdc", TARVIK_CDC_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
+    return tarvik_cdc_request(static_cast<uint32_t>(event), data.data(),
+                              static_cast<uint32_t>(data.size()), out, len);
+  });
 }
 
 int RunVenueMode(const Options &options, const Args &args) {
@@ -58,18 +62,9 @@ int RunVenueMode(const Options &options, const Args &args) {
   if (args.size() != 1 || !FeatureParseHex(args[0], &data)) {
     return UsageError("venue-mode");
   }
-  const int ready = FeatureConnect(options);
-  if (ready != 0) {
-    return ready;
-  }
-  uint8_t out[TARVIK_CMN_RSP_DATA_MAX];
-  uint32_t len = sizeof(out);
-  const int status =
-      tarvik_set_venue_mode(data.data(), static_cast<uint32_t>(data.size()), out, &len);
-  if (status != 0) {
-    return FeatureFailed(options, "venue-mode", status);
-  }
-  return PrintAnswer(options, "venue-mode", out, len);
+  return Exchange(options, "venue-mode", TARVIK_CMN_RSP_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
+    return tarvik_set_venue_mode(data.data(), static_cast<uint32_t>(data.size()), out, len);
+  });
 }
 
 TARVIK_COMMAND("cdc", "EVENT_ID [HEX]", "a CDC request; prints the modem's answer as hex", RunCdc);
