@@ -30,13 +30,7 @@ TEST_F(CommonTest, ResultMapping) {
 TEST_F(CommonTest, CommonRequestBounds) {
   uint32_t rsp[TARVIK_CMN_RSP_SIZE / 4];
   std::vector<uint8_t> payload(600, 0xA5);
-  struct Row {
-    const char *name;
-    std::function<uint32_t()> call;
-    uint32_t expected;
-    bool sent;
-  };
-  const Row rows[] = {
+  ExpectCalls({
       {"bare command", [&] { return tarvik_common_qmi_req(5, 0, nullptr, rsp); }, 0, true},
       {"499 bytes", [&] { return tarvik_common_qmi_req(6, 499, payload.data(), rsp); }, 0, true},
       {"500 bytes", [&] { return tarvik_common_qmi_req(6, 500, payload.data(), rsp); },
@@ -49,13 +43,7 @@ TEST_F(CommonTest, CommonRequestBounds) {
        true},
       {"msg 492 bytes", [&] { return tarvik_send_common_qmi_msg(35, 492, payload.data(), rsp); },
        TARVIK_CMN_ERR_INVALID_ARG, false},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    ClearSent();
-    EXPECT_EQ(row.call(), row.expected);
-    EXPECT_EQ(SentRequests(REQUEST_ID_COMMON).size(), row.sent ? 1u : 0u);
-  }
+  });
   EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_common_qmi_req: v is null"));
   EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_send_common_qmi_msg: l is out of range"));
   // The typed message's header and payload land where the modem reads them.

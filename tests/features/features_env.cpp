@@ -52,6 +52,19 @@ std::vector<Sent> FeatureTest::SentRequests(int request_id) const {
   return out;
 }
 
+void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows,
+                              const std::function<void()> &reset) {
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    if (reset) {
+      reset();
+    }
+    ClearSent();
+    EXPECT_EQ(row.call(), row.expected);
+    EXPECT_EQ(SentRequests().size(), row.sent ? 1u : 0u);
+  }
+}
+
 void FeatureTest::ClearSent() {
   modem_->ClearReceived(modemsim::extend::kServiceId);
 }

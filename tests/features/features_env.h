@@ -53,6 +53,16 @@ class FeatureTest : public ::testing::Test {
   // does not finish (a lock left held) is abandoned with its thread.
   static bool FinishesWithin(std::function<void()> fn, int ms);
 
+  // A table of calls: what each returns and whether it sent one request. Each row starts from
+  // a cleared record, after `reset` (if given) has restored the buffers the rows share.
+  struct CallRow {
+    const char *name;
+    std::function<long long()> call;
+    long long expected;
+    bool sent;
+  };
+  void ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset = {});
+
   std::unique_ptr<modemsim::Modem> modem_;
   modemsim::features::FeatureModem *fm_ = nullptr;
 };

@@ -56,46 +56,26 @@ TEST_F(NvTest, ArgumentLimits) {
   uint8_t buf[8] = {1, 2, 3};
   uint32_t cap = sizeof(buf);
   uint32_t zero = 0;
-  struct Row {
-    const char *name;
-    std::function<int()> call;
-    int expected;
-    bool sent;
-  };
-  const Row rows[] = {
-      {"read sub 2 item 550",
-       [&] {
-         cap = 8;
-         return tarvik_nv_read(2, 550, buf, &cap);
-       },
-       5, true},
-      {"read sub 2 item 551", [&] { return tarvik_nv_read(2, 551, buf, &cap); }, -104, false},
-      {"read sub 3 item 550", [&] { return tarvik_nv_read(3, 550, buf, &cap); }, -104, false},
-      {"read item 7232",
-       [&] {
-         cap = 8;
-         return tarvik_nv_read(0, 7232, buf, &cap);
-       },
-       5, true},
-      {"read item 7233", [&] { return tarvik_nv_read(0, 7233, buf, &cap); }, -109, false},
-      {"read null buf", [&] { return tarvik_nv_read(0, 1, nullptr, &cap); }, -107, false},
-      {"read null len", [&] { return tarvik_nv_read(0, 1, buf, nullptr); }, -108, false},
-      {"read zero len", [&] { return tarvik_nv_read(0, 1, buf, &zero); }, -108, false},
-      {"write sub 2 item 550", [&] { return tarvik_nv_write_ex(2, 550, buf, 1); }, -104, false},
-      {"write item 7233", [&] { return tarvik_nv_write_ex(1, 7233, buf, 1); }, -109, false},
-      {"write null buf", [&] { return tarvik_nv_write_ex(0, 1, nullptr, 1); }, -107, false},
-      {"write 0 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 0); }, -108, false},
-      {"write 425 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 425); }, -108, false},
-      {"delete sub 2", [&] { return tarvik_nv_delete(2, 550); }, -104, false},
-      {"delete item 7233", [&] { return tarvik_nv_delete(0, 7233); }, -109, false},
-      {"delete item 7232 never written", [&] { return tarvik_nv_delete(0, 7232); }, 5, true},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    ClearSent();
-    EXPECT_EQ(row.call(), row.expected);
-    EXPECT_EQ(SentRequests().size(), row.sent ? 1u : 0u);
-  }
+  ExpectCalls(
+      {
+          {"read sub 2 item 550", [&] { return tarvik_nv_read(2, 550, buf, &cap); }, 5, true},
+          {"read sub 2 item 551", [&] { return tarvik_nv_read(2, 551, buf, &cap); }, -104, false},
+          {"read sub 3 item 550", [&] { return tarvik_nv_read(3, 550, buf, &cap); }, -104, false},
+          {"read item 7232", [&] { return tarvik_nv_read(0, 7232, buf, &cap); }, 5, true},
+          {"read item 7233", [&] { return tarvik_nv_read(0, 7233, buf, &cap); }, -109, false},
+          {"read null buf", [&] { return tarvik_nv_read(0, 1, nullptr, &cap); }, -107, false},
+          {"read null len", [&] { return tarvik_nv_read(0, 1, buf, nullptr); }, -108, false},
+          {"read zero len", [&] { return tarvik_nv_read(0, 1, buf, &zero); }, -108, false},
+          {"write sub 2 item 550", [&] { return tarvik_nv_write_ex(2, 550, buf, 1); }, -104, false},
+          {"write item 7233", [&] { return tarvik_nv_write_ex(1, 7233, buf, 1); }, -109, false},
+          {"write null buf", [&] { return tarvik_nv_write_ex(0, 1, nullptr, 1); }, -107, false},
+          {"write 0 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 0); }, -108, false},
+          {"write 425 bytes", [&] { return tarvik_nv_write_ex(0, 1, buf, 425); }, -108, false},
+          {"delete sub 2", [&] { return tarvik_nv_delete(2, 550); }, -104, false},
+          {"delete item 7233", [&] { return tarvik_nv_delete(0, 7233); }, -109, false},
+          {"delete item 7232 never written", [&] { return tarvik_nv_delete(0, 7232); }, 5, true},
+      },
+      [&] { cap = sizeof(buf); });
   // The one subscription-2 read goes out with subscription 2 and item 550.
   ClearSent();
   cap = 8;
