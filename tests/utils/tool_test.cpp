@@ -41,35 +41,37 @@ class ToolTest : public testing::Test {
   }
 };
 
-TEST_F(ToolTest, DeviceReadsTheSharedStore) {
+TEST_F(ToolTest, DeviceAndBuildReadTheSharedStore) {
   ASSERT_EQ(property_set("ro.product.device", "marble"), 0);
   ASSERT_EQ(property_set("gsm.sim.state", "ABSENT,LOADED"), 0);
   ASSERT_EQ(property_set("persist.radio.multisim.config", "ssss"), 0);
   ASSERT_EQ(property_set("ro.vendor.radio.manufacturer_id", "1"), 0);
-  int status = 0;
-  const std::string out = RunTool("--json device", &status);
-  EXPECT_EQ(status, 0);
-  for (const char *field :
-       {"\"device\":\"marble\"", "\"manufacturer_id\":1", "\"single_sim\":true",
-        "\"sim_present_sub0\":false", "\"sim_present_sub1\":true", "\"active_call_sub\":8"}) {
-    EXPECT_NE(out.find(field), std::string::npos) << field << " in " << out;
-  }
-  EXPECT_EQ(out.find("RIL["), std::string::npos);  // library traces stay out of the output
-}
-
-TEST_F(ToolTest, BuildShowsTypeAndChecks) {
   ASSERT_EQ(property_set("ro.vendor.radio.build_profile", "ravu"), 0);
   ASSERT_EQ(property_set("ro.build.version.incremental", "V1.0.23.0.DEV"), 0);
   ASSERT_EQ(property_set("ro.build.tags", "release-keys"), 0);
-  int status = 0;
-  const std::string out = RunTool("--json build", &status);
-  EXPECT_EQ(status, 0);
-  for (const char *field : {"\"build_type\":6", "\"build_type_name\":\"DEV\"", "\"dev\":true",
-                            "\"stable\":false", "\"test_build\":false", "\"ravu\":true"}) {
-    EXPECT_NE(out.find(field), std::string::npos) << field << " in " << out;
+  struct Row {
+    const char *args;
+    std::vector<const char *> fields;
+  };
+  const Row rows[] = {
+      {"--json device",
+       {"\"device\":\"marble\"", "\"manufacturer_id\":1", "\"single_sim\":true",
+        "\"sim_present_sub0\":false", "\"sim_present_sub1\":true", "\"active_call_sub\":8"}},
+      {"--json build",
+       {"\"build_type\":6", "\"build_type_name\":\"DEV\"", "\"dev\":true", "\"stable\":false",
+        "\"test_build\":false", "\"ravu\":true"}},
+      {"build", {"build type name        DEV\n"}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.args);
+    int status = 0;
+    const std::string out = RunTool(row.args, &status);
+    EXPECT_EQ(status, 0);
+    for (const char *field : row.fields) {
+      EXPECT_NE(out.find(field), std::string::npos) << field << " in " << out;
+    }
+    EXPECT_EQ(out.find("RIL["), std::string::npos);  // library traces stay out of the output
   }
-  const std::string text = RunTool("build", &status);
-  EXPECT_NE(text.find("build type name        DEV\n"), std::string::npos) << text;
 }
 
 TEST_F(ToolTest, StartServiceIsRecordedByInit) {
