@@ -338,6 +338,7 @@ TEST_F(EfsTest, LockIsReleasedOnEveryPath) {
 TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
   uint8_t buf[8] = {1};
   uint32_t zero = 0;
+  uint32_t eight = sizeof(buf);
   struct Row {
     const char *line;
     std::function<void()> call;
@@ -353,12 +354,16 @@ TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
       {"tarvik_nv_delete: nv_id is out range", [] { tarvik_nv_delete(0, 99999); }},
       {"tarvik_nv_write_ex: buf_len is invalid", [&] { tarvik_nv_write_ex(0, 1, buf, 0); }},
       {"tarvik_nv_read: sub invalid", [&] { tarvik_nv_read(3, 1, buf, &zero); }},
+      {"tarvik_efs_write: send_num(2)", [&] { tarvik_efs_write(0, "/a", 2, buf, 2); }},
+      {"tarvik_efs_read: data_len_all = 2", [&] { tarvik_efs_read(0, "/a", 2, buf, &eight); }},
+      {"tarvik_nv_write_ex: function exit", [&] { tarvik_nv_write_ex(0, 1, buf, 1); }},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.line);
     row.call();
     EXPECT_TRUE(tarvik_test::SyslogContains(row.line));
   }
+  EXPECT_FALSE(tarvik_test::SyslogContains("operator()"));
 }
 
 TEST_F(EfsTest, NvSyncReportsEitherFailure) {

@@ -1,8 +1,8 @@
 // NV items and modem files over REQUEST_ID_NVEFS and REQUEST_ID_NV_ITEM.
 //
-// Each validated operation runs from its lock to its unlock in one do/while(0) block so that
-// every refusal and every failure leaves through the same unlock. Steps shared by several
-// exported functions take the exported function's name and log under it.
+// Each validated operation runs as one body under its lock (see Locked), so that every refusal
+// and every failure leaves through the same unlock. Steps shared by several exported functions
+// take the exported function's name and log under it.
 #include "tarvik_extend_nvefs.h"
 
 #include <pthread.h>
@@ -126,6 +126,18 @@ void FillPath(tarvik_nvefs_req_t *req, uint32_t op, uint32_t sub, const void *pa
   memcpy(req->path, shown, Min(len, TARVIK_NVEFS_PATH_FIELD));
 }
 
+// Runs one operation of the exported function `func` under `lock`, between its entry and exit
+// lines; `body` gets the name to log under, and each of its returns passes the same unlock.
+template <typename Body>
+int Locked(const char *func, pthread_mutex_t *lock, Body body) {
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
+  pthread_mutex_lock(lock);
+  const int result = body(func);
+  pthread_mutex_unlock(lock);
+  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
+  return result;
+}
+
 // The verdict of a one-shot NVEFS exchange: a failed channel first, then the modem's refusal,
 // else success.
 int Verdict(const char *func, int mapped, const tarvik_nvefs_rsp_t &rsp, uint32_t sub,
@@ -218,32 +230,28 @@ extern "C" {
 // ---------------------------------------------------------------------------------------------
 
 TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uint32_t *buf_len) {
-  TARVIK_LOG_ENTRY();
-  pthread_mutex_lock(&g_nv_lock);
-  int result = 0;
-  do {
-    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_read, sub_id %d, nv_id: %d", sub_id, nv_id);
-    result = CheckNvTarget(__func__, sub_id, nv_id, true);
+  return Locked(__func__, &g_nv_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_id, "tarvik_nv_read, sub_id %d, nv_id: %d", sub_id, nv_id);
+    result = CheckNvTarget(fn, sub_id, nv_id, true);
     if (result != 0) {
-      break;
+      return result;
     }
-    result = CheckReadBuffer(__func__, sub_id, buf, buf_len);
+    result = CheckReadBuffer(fn, sub_id, buf, buf_len);
     if (result != 0) {
-      break;
+      return result;
     }
     const uint32_t capacity = *buf_len;
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result =
-        ExchangeNvItemOp(__func__, NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+    result = ExchangeNvItemOp(fn, NVEFS_OP_NV_READ, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
     if (result != 0) {
-      break;
+      return result;
     }
-    TARVIK_LOGD_SUB(sub_id, "rsp.data_len_all = %d", rsp.data_len_all);
+    NVEFS_LOGD(fn, sub_id, "rsp.data_len_all = %d", rsp.data_len_all);
     if (rsp.data_len_all == 0) {
-      TARVIK_LOGD_SUB(sub_id, "rsp.data_len_all is invalid");
-      result = TARVIK_FEAT_ERR_LEN_INVALID;
-      break;
+      NVEFS_LOGD(fn, sub_id, "rsp.data_len_all is invalid");
+      return TARVIK_FEAT_ERR_LEN_INVALID;
     }
     // A claim beyond the bytes that arrived is cut to them.
     const uint32_t item_len =
@@ -255,52 +263,41 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
       *buf_len = item_len;
       memcpy(buf, rsp.data, item_len);
     }
-  } while (0);
-  pthread_mutex_unlock(&g_nv_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+    return result;
+  });
 }
 
 TARVIK_EXPORT int tarvik_nv_write_ex(uint32_t sub_id, uint32_t nv_id, const void *buf,
                                      uint32_t buf_len) {
-  TARVIK_LOG_ENTRY();
-  pthread_mutex_lock(&g_nv_lock);
-  int result = 0;
-  do {
-    TARVIK_LOGD_SUB(sub_id, "tarvik_nv_write, sub_id %d, nv_id: %d, buf_len: %d", sub_id, nv_id,
-                    buf_len);
-    result = CheckNvTarget(__func__, sub_id, nv_id, false);
+  return Locked(__func__, &g_nv_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_id, "tarvik_nv_write, sub_id %d, nv_id: %d, buf_len: %d", sub_id, nv_id,
+               buf_len);
+    result = CheckNvTarget(fn, sub_id, nv_id, false);
     if (result != 0) {
-      break;
+      return result;
     }
-    result = CheckWriteBuffer(__func__, sub_id, buf, buf_len, TARVIK_NVEFS_DATA_MAX);
+    result = CheckWriteBuffer(fn, sub_id, buf, buf_len, TARVIK_NVEFS_DATA_MAX);
     if (result != 0) {
-      break;
+      return result;
     }
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result =
-        ExchangeNvItemOp(__func__, NVEFS_OP_NV_WRITE, sub_id, nv_id, buf, buf_len, &rsp, &rsp_len);
-  } while (0);
-  pthread_mutex_unlock(&g_nv_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+    return ExchangeNvItemOp(fn, NVEFS_OP_NV_WRITE, sub_id, nv_id, buf, buf_len, &rsp, &rsp_len);
+  });
 }
 
 TARVIK_EXPORT int tarvik_nv_delete(uint32_t sub_id, uint32_t nv_id) {
-  TARVIK_LOG_ENTRY();
-  pthread_mutex_lock(&g_nv_lock);
-  TARVIK_LOGD_SUB(sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
-  int result = CheckNvTarget(__func__, sub_id, nv_id, false);
-  if (result == 0) {
+  return Locked(__func__, &g_nv_lock, [&](const char *fn) {
+    NVEFS_LOGD(fn, sub_id, "tarvik_nv_delete, sub_id %d, nv_id: %d", sub_id, nv_id);
+    const int result = CheckNvTarget(fn, sub_id, nv_id, false);
+    if (result != 0) {
+      return result;
+    }
     tarvik_nvefs_rsp_t rsp;
     uint32_t rsp_len = 0;
-    result =
-        ExchangeNvItemOp(__func__, NVEFS_OP_NV_DELETE, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
-  }
-  pthread_mutex_unlock(&g_nv_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+    return ExchangeNvItemOp(fn, NVEFS_OP_NV_DELETE, sub_id, nv_id, nullptr, 0, &rsp, &rsp_len);
+  });
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -377,19 +374,17 @@ TARVIK_EXPORT uint32_t tarvik_extend_nv_goldencopy(void) {
 
 TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_t path_len,
                                   void *buf, uint32_t *buf_len) {
-  TARVIK_LOG_ENTRY();
-  TARVIK_LOGD_SUB(sub_id, "tarvik_efs_read, sub_id %d, path_len: %d", sub_id, path_len);
-  pthread_mutex_lock(&g_efs_lock);
-  int result = 0;
-  do {
-    result = CheckPath(__func__, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX,
-                       kPathTexts);
+  return Locked(__func__, &g_efs_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_id, "tarvik_efs_read, sub_id %d, path_len: %d", sub_id, path_len);
+    result =
+        CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX, kPathTexts);
     if (result != 0) {
-      break;
+      return result;
     }
-    result = CheckReadBuffer(__func__, sub_id, buf, buf_len);
+    result = CheckReadBuffer(fn, sub_id, buf, buf_len);
     if (result != 0) {
-      break;
+      return result;
     }
     const uint32_t capacity = *buf_len;
     // A read path may use all 100 bytes; its 100th byte goes out as a terminator.
@@ -397,7 +392,7 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
     memset(local, 0, sizeof(local));
     memcpy(local, efs_path, path_len);
     local[kReadPathTerminator] = '\0';
-    TARVIK_LOGD_SUB(sub_id, "path_value: %s", local);
+    NVEFS_LOGD(fn, sub_id, "path_value: %s", local);
     tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
     ZeroNvefs(&req, &rsp);
@@ -411,16 +406,14 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
       req.len_cur = offset;
       uint32_t rsp_len = 0;
       const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
+      NVEFS_LOGD(fn, sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
       if (mapped != 0) {
-        TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail, ABORT");
-        result = mapped;
-        break;
+        NVEFS_LOGD(fn, sub_id, "tarvik_extend_qmi_send_sync fail, ABORT");
+        return mapped;
       }
       if (rsp.result != 0) {
-        TARVIK_LOGD_SUB(sub_id, "qmi response fail");
-        result = rsp.result;
-        break;
+        NVEFS_LOGD(fn, sub_id, "qmi response fail");
+        return rsp.result;
       }
       const uint32_t all = rsp.data_len_all;
       // A chunk that claims more than arrived is cut; the next request asks from what we have.
@@ -428,22 +421,20 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
           Min(rsp.data_len_send,
               ReceivedData(rsp_len, offsetof(tarvik_nvefs_rsp_t, data), TARVIK_NVEFS_DATA_MAX));
       const uint64_t recv = static_cast<uint64_t>(offset) + send;
-      TARVIK_LOGD_SUB(sub_id,
-                      "data_len_all = %d, data_len_send = %d, data_len_recv = %d, read_count = "
-                      "%d, data_len_cur = %d",
-                      all, send, static_cast<uint32_t>(recv), count + 1, req.len_cur);
+      NVEFS_LOGD(fn, sub_id,
+                 "data_len_all = %d, data_len_send = %d, data_len_recv = %d, read_count = "
+                 "%d, data_len_cur = %d",
+                 all, send, static_cast<uint32_t>(recv), count + 1, req.len_cur);
       if (send == 0) {
-        TARVIK_LOGD_SUB(sub_id, "abort, data_len_send <= 0");
-        result = TARVIK_FEAT_ERR_LEN_INVALID;
-        break;
+        NVEFS_LOGD(fn, sub_id, "abort, data_len_send <= 0");
+        return TARVIK_FEAT_ERR_LEN_INVALID;
       }
       if (capacity > recv) {
         *buf_len = static_cast<uint32_t>(recv);
         memcpy(out + offset, rsp.data, send);
         offset = static_cast<uint32_t>(recv);
         if (all <= recv || recv > kEfsReadStopAbove || count + 1 >= TARVIK_EFS_MAX_REQUESTS) {
-          result = 0;
-          break;
+          return 0;
         }
         continue;
       }
@@ -452,42 +443,35 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
       *buf_len = capacity;
       if (capacity > offset) {
         memcpy(out + offset, rsp.data, capacity - offset);
-        TARVIK_LOGD_SUB(sub_id, "abort, buf_len <= data_len_recv");
+        NVEFS_LOGD(fn, sub_id, "abort, buf_len <= data_len_recv");
       } else {
-        TARVIK_LOGD_SUB(sub_id, "errro, abort, buf_len <= req.data_len_cur");
+        NVEFS_LOGD(fn, sub_id, "errro, abort, buf_len <= req.data_len_cur");
       }
-      result = 0;
-      break;
+      return 0;
     }
-  } while (0);
-  pthread_mutex_unlock(&g_efs_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+  });
 }
 
 TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32_t path_len,
                                    const void *buf, uint32_t buf_len) {
-  TARVIK_LOG_ENTRY();
-  TARVIK_LOGD_SUB(sub_id, "tarvik_efs_write, sub_id %d, path_len: %d, buf_len: %d", sub_id,
-                  path_len, buf_len);
-  pthread_mutex_lock(&g_efs_lock);
-  int result = 0;
-  do {
-    result =
-        CheckPath(__func__, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
+  return Locked(__func__, &g_efs_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_id, "tarvik_efs_write, sub_id %d, path_len: %d, buf_len: %d", sub_id,
+               path_len, buf_len);
+    result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
-      break;
+      return result;
     }
-    result = CheckWriteBuffer(__func__, sub_id, buf, buf_len, TARVIK_EFS_FILE_MAX);
+    result = CheckWriteBuffer(fn, sub_id, buf, buf_len, TARVIK_EFS_FILE_MAX);
     if (result != 0) {
-      break;
+      return result;
     }
     tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
     ZeroNvefs(&req, &rsp);
     char shown[TARVIK_NVEFS_PATH_FIELD];
     FillPath(&req, NVEFS_OP_EFS_WRITE, sub_id, efs_path, path_len, shown);
-    TARVIK_LOGD_SUB(sub_id, "path_value: %s", shown);
+    NVEFS_LOGD(fn, sub_id, "path_value: %s", shown);
     req.item = TARVIK_EFS_FIRST_INS_ID;
     req.len_all = buf_len;
     const uint8_t *in = static_cast<const uint8_t *>(buf);
@@ -496,107 +480,91 @@ TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32
       req.len_cur = offset;
       const uint32_t left = buf_len - offset;
       const uint32_t chunk = Min(left, TARVIK_EFS_CHUNK);
-      TARVIK_LOGD_SUB(sub_id, "left_num(%d)", left);
-      TARVIK_LOGD_SUB(sub_id, "send_num(%d)", chunk);
+      NVEFS_LOGD(fn, sub_id, "left_num(%d)", left);
+      NVEFS_LOGD(fn, sub_id, "send_num(%d)", chunk);
       req.len_send = chunk;
       memcpy(req.data, in + offset, chunk);
       memset(req.data + chunk, 0, sizeof(req.data) - chunk);
       uint32_t rsp_len = 0;
       const int mapped = ExchangeNvefs(&req, &rsp, &rsp_len);
-      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
+      NVEFS_LOGD(fn, sub_id, "result = %d, rsp.result = %d", mapped, rsp.result);
       if (mapped != 0) {
-        TARVIK_LOGD_SUB(sub_id, "tarvik_extend_qmi_send_sync fail");
-        result = mapped;
-        break;
+        NVEFS_LOGD(fn, sub_id, "tarvik_extend_qmi_send_sync fail");
+        return mapped;
       }
-      TARVIK_LOGD_SUB(sub_id, "result = %d, rsp.result = %d, ins_id = %d", mapped, rsp.result,
-                      rsp.ins_id);
+      NVEFS_LOGD(fn, sub_id, "result = %d, rsp.result = %d, ins_id = %d", mapped, rsp.result,
+                 rsp.ins_id);
       if (rsp.result < 0) {
-        TARVIK_LOGD_SUB(sub_id, "qmi response fail");
-        result = rsp.result;
-        break;
+        NVEFS_LOGD(fn, sub_id, "qmi response fail");
+        return rsp.result;
       }
       offset += chunk;
       req.item = rsp.ins_id;
-      TARVIK_LOGD_SUB(sub_id,
-                      "data_len_all = %d, data_len_send = %d, data_len_recv = %d, send_count = "
-                      "%d, data_len_cur = %d",
-                      buf_len, chunk, offset, count + 1, req.len_cur);
+      NVEFS_LOGD(fn, sub_id,
+                 "data_len_all = %d, data_len_send = %d, data_len_recv = %d, send_count = "
+                 "%d, data_len_cur = %d",
+                 buf_len, chunk, offset, count + 1, req.len_cur);
       if (offset >= buf_len || count + 1 >= TARVIK_EFS_MAX_REQUESTS) {
-        result = 0;
-        break;
+        return 0;
       }
     }
-  } while (0);
-  pthread_mutex_unlock(&g_efs_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+  });
 }
 
 namespace {
 // Delete and existence share everything but the operation and their names in the log.
 int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_len,
               const char *func) {
-  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
-  NVEFS_LOGD(func, sub_id, "%s, sub_id %d, path_len: %d", func, sub_id, path_len);
-  pthread_mutex_lock(&g_efs_lock);
-  int result = 0;
-  do {
-    result = CheckPath(func, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
+  return Locked(func, &g_efs_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_id, "%s, sub_id %d, path_len: %d", fn, sub_id, path_len);
+    result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
-      break;
+      return result;
     }
     tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
     ZeroNvefs(&req, &rsp);
     char shown[TARVIK_NVEFS_PATH_FIELD];
     FillPath(&req, op, sub_id, efs_path, path_len, shown);
-    NVEFS_LOGD(func, sub_id, "path_value: %s", shown);
+    NVEFS_LOGD(fn, sub_id, "path_value: %s", shown);
     uint32_t rsp_len = 0;
-    result = Verdict(func, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_id,
-                     "tarvik_extend_qmi_send_sync fail");
-  } while (0);
-  pthread_mutex_unlock(&g_efs_lock);
-  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
-  return result;
+    return Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_id,
+                   "tarvik_extend_qmi_send_sync fail");
+  });
 }
 
 // Compare and copy: two (subscription, path) pairs.
 int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_src,
               uint32_t sub_tgt, const uint8_t *path_tgt, uint32_t len_tgt, const char *func) {
-  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
-  NVEFS_LOGD(func, sub_src,
-             "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d", func,
-             sub_src, len_src, sub_tgt, len_tgt);
-  pthread_mutex_lock(&g_efs_lock);
-  int result = 0;
-  do {
-    result = CheckPath(func, sub_src, sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts);
+  return Locked(func, &g_efs_lock, [&](const char *fn) {
+    int result = 0;
+    NVEFS_LOGD(fn, sub_src,
+               "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d", fn,
+               sub_src, len_src, sub_tgt, len_tgt);
+    result = CheckPath(fn, sub_src, sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts);
     if (result == 0) {
-      result = CheckPath(func, sub_src, sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts);
+      result = CheckPath(fn, sub_src, sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts);
     }
     if (result != 0) {
-      break;
+      return result;
     }
     tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
     ZeroNvefs(&req, &rsp);
     char shown[TARVIK_NVEFS_PATH_FIELD];
     FillPath(&req, op, sub_src, path_src, len_src, shown);
-    NVEFS_LOGD(func, sub_src, "path_value_src: %s", shown);
+    NVEFS_LOGD(fn, sub_src, "path_value_src: %s", shown);
     memset(shown, 0, sizeof(shown));
     memcpy(shown, path_tgt, len_tgt);
-    NVEFS_LOGD(func, sub_src, "path_value_tgt: %s", shown);
+    NVEFS_LOGD(fn, sub_src, "path_value_tgt: %s", shown);
     req.len_all = len_tgt;
     req.len_send = sub_tgt;
     memcpy(req.data, shown, len_tgt);
     uint32_t rsp_len = 0;
-    result = Verdict(func, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_src,
-                     "tarvik_extend_qmi_send_sync fail");
-  } while (0);
-  pthread_mutex_unlock(&g_efs_lock);
-  NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
-  return result;
+    return Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_src,
+                   "tarvik_extend_qmi_send_sync fail");
+  });
 }
 }  // namespace
 
@@ -623,42 +591,35 @@ TARVIK_EXPORT int tarvik_efs_copy(uint32_t sub_id_src, const void *efs_path_src,
 }
 
 TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out) {
-  TARVIK_LOG_ENTRY();
-  pthread_mutex_lock(&g_efs_lock);
-  int result = 0;
-  do {
+  return Locked(__func__, &g_efs_lock, [&](const char *fn) {
+    int result = 0;
     if (efs_path == nullptr) {
-      TARVIK_LOGD("efs_path is null");
-      result = TARVIK_FEAT_ERR_PATH_NULL;
-      break;
+      NVEFS_LOGD(fn, TARVIK_SUB_NONE, "efs_path is null");
+      return TARVIK_FEAT_ERR_PATH_NULL;
     }
     const size_t len = strnlen(efs_path, TARVIK_EFS_PATH_MAX);
     if (len == 0) {
-      TARVIK_LOGD("len invalid");
-      result = TARVIK_FEAT_ERR_PATH_LEN;
-      break;
+      NVEFS_LOGD(fn, TARVIK_SUB_NONE, "len invalid");
+      return TARVIK_FEAT_ERR_PATH_LEN;
     }
     if (stat_out == nullptr) {
-      TARVIK_LOGD("buf is null");
-      result = TARVIK_FEAT_ERR_BUF_NULL;
-      break;
+      NVEFS_LOGD(fn, TARVIK_SUB_NONE, "buf is null");
+      return TARVIK_FEAT_ERR_BUF_NULL;
     }
     tarvik_nvefs_req_t req;
     tarvik_nvefs_rsp_t rsp;
     ZeroNvefs(&req, &rsp);
     req.op = NVEFS_OP_EFS_STAT;
     memcpy(req.path, efs_path, len);
-    TARVIK_LOGD("path_value: %s", req.path);
+    NVEFS_LOGD(fn, TARVIK_SUB_NONE, "path_value: %s", req.path);
     uint32_t rsp_len = 0;
-    result = Verdict(__func__, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, TARVIK_SUB_NONE,
+    result = Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, TARVIK_SUB_NONE,
                      "tarvik_extend_qmi_send_sync fail, ABORT");
     if (result == 0) {
       memcpy(stat_out, rsp.data, TARVIK_EFS_STAT_SIZE);
     }
-  } while (0);
-  pthread_mutex_unlock(&g_efs_lock);
-  TARVIK_LOG_EXIT();
-  return result;
+    return result;
+  });
 }
 
 TARVIK_EXPORT uint32_t tarvik_nvefs_sync(void) {
