@@ -57,6 +57,8 @@ TEST_F(BaseModelTest, ReasonIsTheConcatenationOfTheLists) {
   ASSERT_EQ(len, 6u);
   const uint32_t expected[] = {100, 200, 7, 0xF0, 0x0F, 1};
   EXPECT_EQ(0, memcmp(out, expected, sizeof(expected)));
+  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.arfcn[0] = 100"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.pci[0] = 7"));
 }
 
 // A count the list cannot hold ends the call; the lists before it stay written and counted.

@@ -41,6 +41,21 @@ uint32_t CheckOutput(const char *func, const uint32_t *data_rsp, const uint32_t 
   return 0;
 }
 
+// A get function's steps up to the answer: the output checks, then request `msg_id` (a zeroed
+// `Req`); returns a refusal or the answer's result, 0 when *rsp holds a good answer.
+template <typename Req, typename Rsp>
+uint32_t Get(const char *func, const uint32_t *data_rsp, const uint32_t *p_rsp_len, uint32_t need,
+             uint32_t msg_id, Rsp *rsp) {
+  const uint32_t refused = CheckOutput(func, data_rsp, p_rsp_len, need);
+  if (refused != 0) {
+    return refused;
+  }
+  Req req;
+  memset(&req, 0, sizeof(req));
+  Exchange(func, msg_id, &req, rsp);
+  return rsp->result;
+}
+
 // Appends one list of the reason answer; false (and the caller returns 4) when its count is
 // beyond what the list can hold.
 bool AppendList(uint32_t count, const uint32_t (&values)[TARVIK_BASE_MODEL_LIST_MAX],
@@ -100,52 +115,45 @@ TARVIK_EXPORT uint32_t tarvik_base_model_set_modem_event_ind_switch(uint32_t eve
 }
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_reason(uint32_t *data_rsp, uint32_t *p_rsp_len) {
-  const uint32_t refused =
-      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_REASON_CAPACITY);
-  if (refused != 0) {
-    return refused;
-  }
-  tarvik_extend_qmi_base_model_get_reason_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_reason_resp_msg_v01 rsp;
-  memset(&req, 0, sizeof(req));
-  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, &req, &rsp);
-  if (rsp.result != 0) {
-    return rsp.result;
+  const uint32_t status = Get<tarvik_extend_qmi_base_model_get_reason_req_msg_v01>(
+      __func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_REASON_CAPACITY,
+      TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, &rsp);
+  if (status != 0) {
+    return status;
   }
+  // The lists in answer order; the first entry of the first two is logged.
+  struct List {
+    uint32_t count;
+    const uint32_t (&values)[TARVIK_BASE_MODEL_LIST_MAX];
+    const char *name;
+    bool shown;
+  };
+  const List lists[] = {
+      {rsp.arfcn_len, rsp.arfcn, "arfcn", true},
+      {rsp.pci_len, rsp.pci, "pci", true},
+      {rsp.reason_bitmask_len, rsp.reason_bitmask, "reason_bitmask", false},
+      {rsp.reason_bitmask_ext_len, rsp.reason_bitmask_ext, "reason_bitmask_ext", false}};
   *p_rsp_len = 0;
-  if (!AppendList(rsp.arfcn_len, rsp.arfcn, data_rsp, p_rsp_len)) {
-    TARVIK_LOGD("rsp.arfcn_len is too large");
-    return kTooSmall;
-  }
-  TARVIK_LOGD("rsp.arfcn[0] = %d", rsp.arfcn[0]);
-  if (!AppendList(rsp.pci_len, rsp.pci, data_rsp, p_rsp_len)) {
-    TARVIK_LOGD("rsp.pci_len is too large");
-    return kTooSmall;
-  }
-  TARVIK_LOGD("rsp.pci[0] = %d", rsp.pci[0]);
-  if (!AppendList(rsp.reason_bitmask_len, rsp.reason_bitmask, data_rsp, p_rsp_len)) {
-    TARVIK_LOGD("rsp.reason_bitmask_len is too large");
-    return kTooSmall;
-  }
-  if (!AppendList(rsp.reason_bitmask_ext_len, rsp.reason_bitmask_ext, data_rsp, p_rsp_len)) {
-    TARVIK_LOGD("rsp.reason_bitmask_ext_len is too large");
-    return kTooSmall;
+  for (const List &list : lists) {
+    if (!AppendList(list.count, list.values, data_rsp, p_rsp_len)) {
+      TARVIK_LOGD("rsp.%s_len is too large", list.name);
+      return kTooSmall;
+    }
+    if (list.shown) {
+      TARVIK_LOGD("rsp.%s[0] = %d", list.name, list.values[0]);
+    }
   }
   return 0;
 }
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uint32_t *p_rsp_len) {
-  const uint32_t refused =
-      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_SCENE_CAPACITY);
-  if (refused != 0) {
-    return refused;
-  }
-  tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_scene_msg_v01 rsp;
-  memset(&req, 0, sizeof(req));
-  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &req, &rsp);
-  if (rsp.result != 0) {
-    return rsp.result;
+  const uint32_t status = Get<tarvik_extend_qmi_empty_req_msg_v01>(
+      __func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_SCENE_CAPACITY,
+      TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &rsp);
+  if (status != 0) {
+    return status;
   }
   data_rsp[0] = rsp.scene_bitmask;
   data_rsp[1] = rsp.scene_bitmask_ext;
@@ -157,17 +165,12 @@ TARVIK_EXPORT uint32_t tarvik_base_model_get_modem_scene(uint32_t *data_rsp, uin
 
 TARVIK_EXPORT uint32_t tarvik_base_model_get_dds_assistant_info(uint32_t *data_rsp,
                                                                 uint32_t *p_rsp_len) {
-  const uint32_t refused =
-      CheckOutput(__func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_DDS_CAPACITY);
-  if (refused != 0) {
-    return refused;
-  }
-  tarvik_extend_qmi_empty_req_msg_v01 req;
   tarvik_extend_qmi_base_model_get_dds_info_resp_msg_v01 rsp;
-  memset(&req, 0, sizeof(req));
-  Exchange(__func__, TARVIK_EXTEND_QMI_BASE_MODEL_GET_DDS_INFO_MSG_V01, &req, &rsp);
-  if (rsp.result != 0) {
-    return rsp.result;
+  const uint32_t status = Get<tarvik_extend_qmi_empty_req_msg_v01>(
+      __func__, data_rsp, p_rsp_len, TARVIK_BASE_MODEL_DDS_CAPACITY,
+      TARVIK_EXTEND_QMI_BASE_MODEL_GET_DDS_INFO_MSG_V01, &rsp);
+  if (status != 0) {
+    return status;
   }
   static_assert(sizeof(rsp.info) == TARVIK_BASE_MODEL_DDS_WORDS * sizeof(uint32_t),
                 "DDS assistant record");
