@@ -302,25 +302,20 @@ void tarvik_extend_qmi_init_force(void) {
 // final, any other failure reconnects (forgetting the event handlers) and retries once.
 static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *resp, int resp_len,
                                     uint32_t msec) {
-  if (req == nullptr) {
-    TARVIK_LOGE("req_msg is NULL");
-    return TARVIK_EXTEND_QMI_EINVAL;
-  }
-  if (req_len < 1) {
-    TARVIK_LOGE("req_len can not <= 0");
-    return TARVIK_EXTEND_QMI_EINVAL;
-  }
-  if (resp == nullptr) {
-    TARVIK_LOGE("rsp_msg is NULL");
-    return TARVIK_EXTEND_QMI_EINVAL;
-  }
-  if (resp_len < 1) {
-    TARVIK_LOGE("rsp_len can not <= 0");
-    return TARVIK_EXTEND_QMI_EINVAL;
-  }
-  if (msec == 0) {
-    TARVIK_LOGE("msec can not <= 0");
-    return TARVIK_EXTEND_QMI_EINVAL;
+  // The argument checks in order; the first that fails is logged.
+  const struct {
+    bool bad;
+    const char *text;
+  } checks[] = {{req == nullptr, "req_msg is NULL"},
+                {req_len < 1, "req_len can not <= 0"},
+                {resp == nullptr, "rsp_msg is NULL"},
+                {resp_len < 1, "rsp_len can not <= 0"},
+                {msec == 0, "msec can not <= 0"}};
+  for (const auto &check : checks) {
+    if (check.bad) {
+      TARVIK_LOGE("%s", check.text);
+      return TARVIK_EXTEND_QMI_EINVAL;
+    }
   }
   if (client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
@@ -387,6 +382,33 @@ static int tarvik_extend_qmi_check_data_args(const char *func, void *req_data, u
   return TARVIK_EXTEND_QMI_OK;
 }
 
+// The service's verdict on an exchanged request of the exported function `func`: a failed send
+// keeps its status, a non-zero result field is -3.
+static int tarvik_extend_qmi_verdict(const char *func, int sent, uint32_t result) {
+  if (sent != TARVIK_EXTEND_QMI_OK) {
+    TARVIK_LOGE_FN(func, "tarvik_qmi_send_msg_sync failed");
+    return sent;
+  }
+  if (result != 0) {
+    TARVIK_LOGE_FN(func, "%d QMI service framework error. Check client", static_cast<int>(result));
+    return TARVIK_EXTEND_QMI_EFAIL;
+  }
+  return TARVIK_EXTEND_QMI_OK;
+}
+
+// Sends the event switch (message 0x03) for `event` with `len` data bytes; returns the send's
+// status, the answer in g_reg_resp.
+static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, uint32_t len) {
+  memset(&g_reg_req, 0, sizeof(g_reg_req));
+  memset(&g_reg_resp, 0, sizeof(g_reg_resp));
+  g_reg_req.id = event;
+  g_reg_req.data_len = len;
+  g_reg_req.data_valid = 1;
+  memcpy(g_reg_req.data, data, len);
+  return tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
+                                  &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+}
+
 // Exchanges message 0x02 with the checked arguments (lock held, client open) and copies the
 // response payload out: at most the capacity, nothing when the response has no payload. Lines
 // carry the name of the exported request function `func`.
@@ -411,14 +433,9 @@ static int tarvik_extend_qmi_exchange_data(const char *func, uint32_t id, const 
   if (watchdog) {
     tarvik_timer_stop(kWatchdogTimerId);
   }
-  if (sent != TARVIK_EXTEND_QMI_OK) {
-    TARVIK_LOGE_FN(func, "tarvik_qmi_send_msg_sync failed");
-    return sent;
-  }
-  if (g_resp.result != 0) {
-    TARVIK_LOGE_FN(func, "%d QMI service framework error. Check client",
-                   static_cast<int>(g_resp.result));
-    return TARVIK_EXTEND_QMI_EFAIL;
+  const int verdict = tarvik_extend_qmi_verdict(func, sent, g_resp.result);
+  if (verdict != TARVIK_EXTEND_QMI_OK) {
+    return verdict;
   }
   if (*resp_len >= g_resp.data_len) {
     *resp_len = g_resp.data_len;
@@ -540,26 +557,11 @@ int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handle
       TARVIK_LOGE("client_handle is NULL");
       status = TARVIK_EXTEND_QMI_ENOCLIENT;
     } else {
-      memset(&g_reg_req, 0, sizeof(g_reg_req));
-      memset(&g_reg_resp, 0, sizeof(g_reg_resp));
-      g_reg_req.id = static_cast<uint32_t>(event);
-      g_reg_req.data_len = 2;
-      g_reg_req.data_valid = 1;
-      g_reg_req.data[0] = 1;
-      g_reg_req.data[1] = ind_flag != 0 ? 1 : 0;
-      const int sent =
-          tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
-                                   &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+      const uint8_t on[] = {1, static_cast<uint8_t>(ind_flag != 0 ? 1 : 0)};
+      const int sent = tarvik_extend_qmi_event_switch(static_cast<uint32_t>(event), on, 2);
       TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, ind_flag = %d, result = %d", event,
                   static_cast<int>(ind_flag), sent);
-      if (sent != TARVIK_EXTEND_QMI_OK) {
-        TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
-        status = sent;
-      } else if (g_reg_resp.result != 0) {
-        TARVIK_LOGE("%d QMI service framework error. Check client",
-                    static_cast<int>(g_reg_resp.result));
-        status = TARVIK_EXTEND_QMI_EFAIL;
-      }
+      status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
     }
   }
   TARVIK_EXTEND_TRACE("result: %d, event: %d, ind_flag: %d", status, event,
@@ -582,24 +584,11 @@ int tarvik_extend_qmi_deregister(uint32_t event) {
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
-    memset(&g_reg_req, 0, sizeof(g_reg_req));
-    memset(&g_reg_resp, 0, sizeof(g_reg_resp));
-    g_reg_req.id = event;
-    g_reg_req.data_len = 1;
-    g_reg_req.data_valid = 1;
-    g_reg_req.data[0] = 0;
-    const int sent =
-        tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
-                                 &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+    const uint8_t off[] = {0};
+    const int sent = tarvik_extend_qmi_event_switch(event, off, 1);
     TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, result = %d", static_cast<int>(event), sent);
-    if (sent != TARVIK_EXTEND_QMI_OK) {
-      TARVIK_LOGE("tarvik_qmi_send_msg_sync failed");
-      status = sent;
-    } else if (g_reg_resp.result != 0) {
-      TARVIK_LOGE("%d QMI service framework error. Check client",
-                  static_cast<int>(g_reg_resp.result));
-      status = TARVIK_EXTEND_QMI_EFAIL;
-    } else {
+    status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
+    if (status == TARVIK_EXTEND_QMI_OK) {
       g_event_handlers[event].store(nullptr, std::memory_order_release);
     }
   }
