@@ -30,6 +30,15 @@ std::vector<uint8_t> Pattern(size_t n, uint8_t seed) {
 
 using RequestsTest = ChannelTest;
 
+// The next `count` generic requests meet `kind` (a transport error carries `error`).
+void FailGeneric(modemsim::Modem &modem, Fault::Kind kind, int count, int error = 0) {
+  Fault fault;
+  fault.kind = kind;
+  fault.error = error;
+  fault.count = count;
+  modem.SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, fault);
+}
+
 TEST_F(RequestsTest, PayloadBoundsAre550ForRequestAndCapacity) {
   Answer(kId, 0, {9});
   struct Row {
@@ -134,10 +143,7 @@ TEST_F(RequestsTest, TimeOutCostsOneAttemptAndNoReconnect) {
   ASSERT_EQ(clients.size(), 1u);
   ASSERT_EQ(tarvik_extend_qmi_register(2, IndRecorder::Record, 0), 0);
 
-  Fault fault;
-  fault.kind = Fault::kNoAnswer;
-  fault.count = 1;
-  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, fault);
+  FailGeneric(*modem_, Fault::kNoAnswer, 1);
   const auto start = Clock::now();
   len = sizeof(resp);
   EXPECT_EQ(tarvik_extend_qmi_send_sync_long_process(kId, &req, 1, resp, &len, 300), -3);
@@ -158,11 +164,7 @@ TEST_F(RequestsTest, OtherFailureReconnectsRetriesOnceWithFullTimeOutAndForgetsH
   const auto before = Clients();
   ASSERT_EQ(before.size(), 1u);
 
-  Fault broken;
-  broken.kind = Fault::kTransportError;
-  broken.error = QMI_CLIENT_TRANSPORT_ERR;
-  broken.count = 1;
-  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, broken);
+  FailGeneric(*modem_, Fault::kTransportError, 1, QMI_CLIENT_TRANSPORT_ERR);
   const size_t sends_before = SendTimeouts().size();
   uint8_t req = 1, resp[8];
   uint32_t len = sizeof(resp);
@@ -189,11 +191,7 @@ TEST_F(RequestsTest, OtherFailureReconnectsRetriesOnceWithFullTimeOutAndForgetsH
 
 TEST_F(RequestsTest, FailedRetryReturnsMinusThree) {
   Answer(kId, 0, {5});
-  Fault broken;
-  broken.kind = Fault::kTransportError;
-  broken.error = QMI_CLIENT_TRANSPORT_ERR;
-  broken.count = 2;
-  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, broken);
+  FailGeneric(*modem_, Fault::kTransportError, 2, QMI_CLIENT_TRANSPORT_ERR);
   uint8_t req = 1, resp[8];
   uint32_t len = sizeof(resp);
   EXPECT_EQ(tarvik_extend_qmi_send_sync(kId, &req, 1, resp, &len), -3);
@@ -418,10 +416,7 @@ TEST_F(RequestsTest, CallerGivesUpBehindARequestThatOutlivesItsBudget) {
 // A caller behind a slow but legitimate request waits for it rather than giving up.
 TEST_F(RequestsTest, CallerWaitsBehindASlowRequestWithinItsBudget) {
   Answer(kId, 0, {6});
-  Fault fault;
-  fault.kind = Fault::kNoAnswer;
-  fault.count = 1;
-  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, fault);
+  FailGeneric(*modem_, Fault::kNoAnswer, 1);
   auto slow = std::async(std::launch::async, [] {
     uint8_t req = 1, resp[8];
     uint32_t len = sizeof(resp);
