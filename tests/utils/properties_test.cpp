@@ -63,14 +63,16 @@ TEST(PropertyValue, MissingArgumentsGiveTheirCodes) {
     const char *log;
   };
   const Row rows[] = {
-      {"get name", tarvik_get_property_value(nullptr, value, "d"), -1, "property_name is null"},
+      {"get name", tarvik_get_property_value(nullptr, value, "d"), -1,
+       "tarvik_get_property_value: property_name is null"},
       {"get value", tarvik_get_property_value("persist.test.a", nullptr, "d"), -2,
-       "property_value is null"},
+       "tarvik_get_property_value: property_value is null"},
       {"get default", tarvik_get_property_value("persist.test.a", value, nullptr), -3,
-       "default_property_value is null"},
-      {"set name", tarvik_set_property_value(nullptr, "v"), -1, "property_name is null"},
+       "tarvik_get_property_value: default_property_value is null"},
+      {"set name", tarvik_set_property_value(nullptr, "v"), -1,
+       "tarvik_set_property_value: property_name is null"},
       {"set value", tarvik_set_property_value("persist.test.a", nullptr), -2,
-       "property_value is null"},
+       "tarvik_set_property_value: property_value is null"},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);

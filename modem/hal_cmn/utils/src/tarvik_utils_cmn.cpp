@@ -278,6 +278,19 @@ int set_int_property(const char *name, int32_t value) {
   return tarvik_set_property_value(name, text);
 }
 
+/* The name and value checks of the exported property call `func`: -1 and -2, or 0. */
+int check_name_value(const char *func, const char *name, const char *value) {
+  if (name == nullptr) {
+    TARVIK_LOGE_FN(func, "property_name is null");
+    return -1;
+  }
+  if (value == nullptr) {
+    TARVIK_LOGE_FN(func, "property_value is null");
+    return -2;
+  }
+  return 0;
+}
+
 /* Reads `name` with the decimal default `default_value` and converts it with atoi. */
 int32_t get_int_property(const char *name, int32_t default_value) {
   char def[kPropBufSize];
@@ -312,13 +325,9 @@ void tarvik_print_property_value(const char *name) {
 }
 
 int tarvik_get_property_value(const char *name, char *value, const char *default_value) {
-  if (name == nullptr) {
-    TARVIK_LOGE("property_name is null");
-    return -1;
-  }
-  if (value == nullptr) {
-    TARVIK_LOGE("property_value is null");
-    return -2;
+  const int refused = check_name_value(__func__, name, value);
+  if (refused != 0) {
+    return refused;
   }
   if (default_value == nullptr) {
     TARVIK_LOGE("default_property_value is null");
@@ -338,13 +347,9 @@ int tarvik_get_property_value(const char *name, char *value, const char *default
 }
 
 int tarvik_set_property_value(const char *name, const char *value) {
-  if (name == nullptr) {
-    TARVIK_LOGE("property_name is null");
-    return -1;
-  }
-  if (value == nullptr) {
-    TARVIK_LOGE("property_value is null");
-    return -2;
+  const int refused = check_name_value(__func__, name, value);
+  if (refused != 0) {
+    return refused;
   }
   const size_t len = strlen(value);
   if (len > TARVIK_PROPERTY_VALUE_LEN_MAX) {
