@@ -60,27 +60,36 @@ int ExchangeNvefs(tarvik_nvefs_req_t *req, tarvik_nvefs_rsp_t *rsp, uint32_t *rs
       tarvik_extend_qmi_send_sync(REQUEST_ID_NVEFS, req, TARVIK_NVEFS_REQ_SIZE, rsp, rsp_len));
 }
 
-// One raw NV item exchange, optionally through the long-process channel.
-int ExchangeNvItem(tarvik_nv_item_req_t *req, tarvik_nv_item_rsp_t *rsp, uint32_t *rsp_len,
-                   int long_msec) {
+// One raw NV item exchange of `op` with its arguments and `len` bytes of `payload`, through the
+// long-process channel when `long_msec` is positive. Returns the channel status; the answer and
+// the length copied land in *rsp and *rsp_len.
+int ExchangeNvItem(uint32_t op, uint32_t arg1, uint32_t arg2, const uint8_t *payload, uint32_t len,
+                   int long_msec, tarvik_nv_item_rsp_t *rsp, uint32_t *rsp_len) {
+  tarvik_nv_item_req_t req;
+  memset(&req, 0, sizeof(req));
+  req.op = op;
+  req.arg1 = arg1;
+  req.arg2 = arg2;
+  req.len = len;
+  if (len > 0) {
+    memcpy(req.payload, payload, len);
+  }
   memset(rsp, 0, sizeof(*rsp));
   *rsp_len = TARVIK_NV_ITEM_RSP_SIZE;
   if (long_msec > 0) {
     return tarvik_extend_qmi_send_sync_long_process(
-        REQUEST_ID_NV_ITEM, req, TARVIK_NV_ITEM_REQ_SIZE, rsp, rsp_len, long_msec);
+        REQUEST_ID_NV_ITEM, &req, TARVIK_NV_ITEM_REQ_SIZE, rsp, rsp_len, long_msec);
   }
-  return tarvik_extend_qmi_send_sync(REQUEST_ID_NV_ITEM, req, TARVIK_NV_ITEM_REQ_SIZE, rsp,
+  return tarvik_extend_qmi_send_sync(REQUEST_ID_NV_ITEM, &req, TARVIK_NV_ITEM_REQ_SIZE, rsp,
                                      rsp_len);
 }
 
-uint32_t RawNvItemOp(uint32_t op, uint32_t arg1, int long_msec) {
-  tarvik_nv_item_req_t req;
+// A raw exchange whose caller wants only the channel failure, else the modem's result.
+uint32_t RawNvItemOp(uint32_t op, uint32_t arg1, uint32_t arg2, const uint8_t *payload,
+                     uint32_t len, int long_msec) {
   tarvik_nv_item_rsp_t rsp;
-  memset(&req, 0, sizeof(req));
-  req.op = op;
-  req.arg1 = arg1;
   uint32_t rsp_len = 0;
-  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, long_msec);
+  const int status = ExchangeNvItem(op, arg1, arg2, payload, len, long_msec, &rsp, &rsp_len);
   return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
 }
 
@@ -309,14 +318,9 @@ TARVIK_EXPORT uint32_t tarvik_extend_nv_read_item(uint32_t arg1, uint32_t arg2, 
   if (buf == nullptr || buf_len == nullptr) {
     return TARVIK_NV_ITEM_ERR_NO_FIT;
   }
-  tarvik_nv_item_req_t req;
   tarvik_nv_item_rsp_t rsp;
-  memset(&req, 0, sizeof(req));
-  req.op = NV_ITEM_OP_READ;
-  req.arg1 = arg1;
-  req.arg2 = arg2;
   uint32_t rsp_len = 0;
-  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, 0);
+  const int status = ExchangeNvItem(NV_ITEM_OP_READ, arg1, arg2, nullptr, 0, 0, &rsp, &rsp_len);
   if (status != 0 || rsp.result != 0) {
     *buf_len = 0;
     return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
@@ -337,35 +341,23 @@ TARVIK_EXPORT uint32_t tarvik_extend_nv_write_item(uint32_t arg1, uint32_t arg2,
       (len > 0 && data == nullptr)) {
     return TARVIK_NV_ITEM_ERR_NO_FIT;
   }
-  tarvik_nv_item_req_t req;
-  tarvik_nv_item_rsp_t rsp;
-  memset(&req, 0, sizeof(req));
-  req.op = NV_ITEM_OP_WRITE;
-  req.arg1 = arg1;
-  req.arg2 = arg2;
-  req.len = static_cast<uint32_t>(len);
-  if (len > 0) {
-    memcpy(req.payload, data, static_cast<size_t>(len));
-  }
-  uint32_t rsp_len = 0;
-  const int status = ExchangeNvItem(&req, &rsp, &rsp_len, 0);
-  return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
+  return RawNvItemOp(NV_ITEM_OP_WRITE, arg1, arg2, data, static_cast<uint32_t>(len), 0);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_nv_delete(uint32_t arg1) {
-  return RawNvItemOp(NV_ITEM_OP_DELETE, arg1, 0);
+  return RawNvItemOp(NV_ITEM_OP_DELETE, arg1, 0, nullptr, 0, 0);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_nv_backup(uint32_t arg1) {
-  return RawNvItemOp(NV_ITEM_OP_BACKUP, arg1, kBackupTimeoutMs);
+  return RawNvItemOp(NV_ITEM_OP_BACKUP, arg1, 0, nullptr, 0, kBackupTimeoutMs);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_nv_restore(uint32_t arg1) {
-  return RawNvItemOp(NV_ITEM_OP_RESTORE, arg1, kRestoreTimeoutMs);
+  return RawNvItemOp(NV_ITEM_OP_RESTORE, arg1, 0, nullptr, 0, kRestoreTimeoutMs);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_nv_goldencopy(void) {
-  return RawNvItemOp(NV_ITEM_OP_GOLDENCOPY, 0, kGoldenCopyTimeoutMs);
+  return RawNvItemOp(NV_ITEM_OP_GOLDENCOPY, 0, 0, nullptr, 0, kGoldenCopyTimeoutMs);
 }
 
 // ---------------------------------------------------------------------------------------------
