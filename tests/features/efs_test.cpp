@@ -357,6 +357,10 @@ TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
       {"tarvik_efs_write: send_num(2)", [&] { tarvik_efs_write(0, "/a", 2, buf, 2); }},
       {"tarvik_efs_read: data_len_all = 2", [&] { tarvik_efs_read(0, "/a", 2, buf, &eight); }},
       {"tarvik_nv_write_ex: function exit", [&] { tarvik_nv_write_ex(0, 1, buf, 1); }},
+      {"tarvik_efs_is_exsit: path_value: /a", [] { tarvik_efs_is_exsit(0, "/a", 2); }},
+      {"tarvik_efs_copy: path_value_src: /a",
+       [&] { tarvik_efs_copy(0, "/a", 2, 1, reinterpret_cast<const uint8_t *>("/b"), 2); }},
+      {"tarvik_efs_copy: path_value_tgt: /b", [] {}},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.line);

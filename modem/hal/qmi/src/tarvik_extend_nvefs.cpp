@@ -504,6 +504,29 @@ TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32
 }
 
 namespace {
+// The exchange of a checked one-shot file operation on `path` (logged as `label`); compare and
+// copy also carry the target (`tgt` not null) in the data field, its subscription in len_send.
+int SendPathOp(const char *fn, uint32_t op, uint32_t sub, const void *path, uint32_t len,
+               const char *label, uint32_t tgt_sub, const uint8_t *tgt, uint32_t tgt_len) {
+  tarvik_nvefs_req_t req;
+  tarvik_nvefs_rsp_t rsp;
+  ZeroNvefs(&req, &rsp);
+  char shown[TARVIK_NVEFS_PATH_FIELD];
+  FillPath(&req, op, sub, path, len, shown);
+  NVEFS_LOGD(fn, sub, "%s: %s", label, shown);
+  if (tgt != nullptr) {
+    memset(shown, 0, sizeof(shown));
+    memcpy(shown, tgt, tgt_len);
+    NVEFS_LOGD(fn, sub, "path_value_tgt: %s", shown);
+    req.len_all = tgt_len;
+    req.len_send = tgt_sub;
+    memcpy(req.data, shown, tgt_len);
+  }
+  uint32_t rsp_len = 0;
+  return Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub,
+                 "tarvik_extend_qmi_send_sync fail");
+}
+
 // Delete and existence share everything but the operation and their names in the log.
 int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_len,
               const char *func) {
@@ -514,15 +537,7 @@ int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_
     if (result != 0) {
       return result;
     }
-    tarvik_nvefs_req_t req;
-    tarvik_nvefs_rsp_t rsp;
-    ZeroNvefs(&req, &rsp);
-    char shown[TARVIK_NVEFS_PATH_FIELD];
-    FillPath(&req, op, sub_id, efs_path, path_len, shown);
-    NVEFS_LOGD(fn, sub_id, "path_value: %s", shown);
-    uint32_t rsp_len = 0;
-    return Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_id,
-                   "tarvik_extend_qmi_send_sync fail");
+    return SendPathOp(fn, op, sub_id, efs_path, path_len, "path_value", 0, nullptr, 0);
   });
 }
 
@@ -541,21 +556,8 @@ int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_
     if (result != 0) {
       return result;
     }
-    tarvik_nvefs_req_t req;
-    tarvik_nvefs_rsp_t rsp;
-    ZeroNvefs(&req, &rsp);
-    char shown[TARVIK_NVEFS_PATH_FIELD];
-    FillPath(&req, op, sub_src, path_src, len_src, shown);
-    NVEFS_LOGD(fn, sub_src, "path_value_src: %s", shown);
-    memset(shown, 0, sizeof(shown));
-    memcpy(shown, path_tgt, len_tgt);
-    NVEFS_LOGD(fn, sub_src, "path_value_tgt: %s", shown);
-    req.len_all = len_tgt;
-    req.len_send = sub_tgt;
-    memcpy(req.data, shown, len_tgt);
-    uint32_t rsp_len = 0;
-    return Verdict(fn, ExchangeNvefs(&req, &rsp, &rsp_len), rsp, sub_src,
-                   "tarvik_extend_qmi_send_sync fail");
+    return SendPathOp(fn, op, sub_src, path_src, len_src, "path_value_src", sub_tgt, path_tgt,
+                      len_tgt);
   });
 }
 }  // namespace
