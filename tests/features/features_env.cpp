@@ -52,8 +52,8 @@ std::vector<Sent> FeatureTest::SentRequests(int request_id) const {
   return out;
 }
 
-void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows,
-                              const std::function<void()> &reset) {
+void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset,
+                              const std::function<void()> &probe) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     if (reset) {
@@ -62,6 +62,9 @@ void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows,
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(SentRequests().size(), row.sent ? 1u : 0u);
+    if (probe) {
+      EXPECT_TRUE(FinishesWithin(probe, 5000)) << "lock left held";
+    }
   }
 }
 

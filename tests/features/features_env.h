@@ -54,14 +54,16 @@ class FeatureTest : public ::testing::Test {
   static bool FinishesWithin(std::function<void()> fn, int ms);
 
   // A table of calls: what each returns and whether it sent one request. Each row starts from
-  // a cleared record, after `reset` (if given) has restored the buffers the rows share.
+  // a cleared record, after `reset` (if given) has restored the buffers the rows share; after
+  // each row, `probe` (if given) must finish, so no row may leave a lock held.
   struct CallRow {
     const char *name;
     std::function<long long()> call;
     long long expected;
     bool sent;
   };
-  void ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset = {});
+  void ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset = {},
+                   const std::function<void()> &probe = {});
 
   std::unique_ptr<modemsim::Modem> modem_;
   modemsim::features::FeatureModem *fm_ = nullptr;
