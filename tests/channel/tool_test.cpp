@@ -9,27 +9,7 @@
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun Tool(const std::string &args) {
-  const std::string cmd = tarvik_test::BinDir() + "/tarvik-qmi " + args + " 2>/dev/null";
-  ToolRun run{-1, ""};
-  FILE *pipe = popen(cmd.c_str(), "r");
-  if (pipe == nullptr) {
-    return run;
-  }
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) {
-    run.out.append(buf, n);
-  }
-  const int rc = pclose(pipe);
-  run.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-  return run;
-}
+using tarvik_test::RunTool;
 
 TEST(ChannelTool, SendPrintsTheModemsAnswer) {
   struct Row {
@@ -51,18 +31,18 @@ TEST(ChannelTool, SendPrintsTheModemsAnswer) {
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.args);
-    const ToolRun run = Tool(row.args);
+    const tarvik_test::ToolRun run = RunTool(row.args);
     EXPECT_EQ(run.status, row.status);
     EXPECT_EQ(run.out, row.out);
   }
 }
 
 TEST(ChannelTool, WatchPrintsInjectedEventsOfRegisteredEventsOnly) {
-  const ToolRun run = Tool("--json watch --for 1 --inject 3:0a0b --inject 4:01 3");
+  const tarvik_test::ToolRun run = RunTool("--json watch --for 1 --inject 3:0a0b --inject 4:01 3");
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, "{\"kind\":\"event\",\"id\":3,\"length\":2,\"data\":\"0a0b\"}\n");
-  EXPECT_EQ(Tool("watch 7").status, 2);
-  EXPECT_EQ(Tool("watch --for 1").status, 2);
+  EXPECT_EQ(RunTool("watch 7").status, 2);
+  EXPECT_EQ(RunTool("watch --for 1").status, 2);
 }
 
 }  // namespace

@@ -5,28 +5,18 @@
 
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "gtest/gtest.h"
 #include "test_env.h"
 
 namespace {
 
-// Runs the tool with `args`; returns its exit status and puts its standard output in *out.
+// Runs the tool against the modem state in `state`; returns its exit status, its output in *out.
 int Tool(const std::string &state, const std::string &args, std::string *out) {
-  const std::string cmd =
-      tarvik_test::BinDir() + "/tarvik-qmi --state " + state + " " + args + " 2>/dev/null";
-  FILE *p = popen(cmd.c_str(), "r");
-  if (p == nullptr) {
-    return -1;
-  }
-  out->clear();
-  char buf[512];
-  size_t n = 0;
-  while ((n = fread(buf, 1, sizeof(buf), p)) > 0) {
-    out->append(buf, n);
-  }
-  const int status = pclose(p);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  tarvik_test::ToolRun run = tarvik_test::RunTool("--state " + state + " " + args);
+  *out = std::move(run.out);
+  return run.status;
 }
 
 TEST(ToolTest, NvItemAndFilePersistBetweenRuns) {

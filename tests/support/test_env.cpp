@@ -1,6 +1,8 @@
 #include "test_env.h"
 
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <stdexcept>
@@ -49,6 +51,23 @@ const std::string &ScratchDir() {
 std::string BinDir() {
   const char *dir = getenv("TARVIK_BIN_DIR");
   return dir != nullptr ? dir : "";
+}
+
+ToolRun RunTool(const std::string &args) {
+  const std::string command = BinDir() + "/tarvik-qmi " + args + " 2>/dev/null";
+  ToolRun run{-1, ""};
+  FILE *pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    return run;
+  }
+  char buf[512];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) {
+    run.out.append(buf, n);
+  }
+  const int raw = pclose(pipe);
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return run;
 }
 
 }  // namespace tarvik_test

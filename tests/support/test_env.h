@@ -16,4 +16,13 @@ const std::string &ScratchDir();
 // Directory of the built programs (tarvik-qmi, tarvik-modemd), from TARVIK_BIN_DIR.
 std::string BinDir();
 
+struct ToolRun {
+  int status;       // exit status, -1 when the tool could not run or did not exit
+  std::string out;  // standard output
+};
+
+// Runs `tarvik-qmi ARGS` through the shell, as a service engineer would, with its standard
+// error dropped. The process inherits this test's property store.
+ToolRun RunTool(const std::string &args);
+
 }  // namespace tarvik_test

@@ -15,21 +15,9 @@ namespace {
 
 // Runs the tool with `args`; returns its standard output and stores its exit status.
 std::string RunTool(const std::string &args, int *status) {
-  const std::string command = tarvik_test::BinDir() + "/tarvik-qmi " + args + " 2>/dev/null";
-  FILE *pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    *status = -1;
-    return "";
-  }
-  std::string out;
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) {
-    out.append(buf, n);
-  }
-  const int raw = pclose(pipe);
-  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return out;
+  tarvik_test::ToolRun run = tarvik_test::RunTool(args);
+  *status = run.status;
+  return run.out;
 }
 
 class ToolTest : public testing::Test {
