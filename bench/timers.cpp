@@ -34,10 +34,10 @@ void BM_RawPosixTimer(benchmark::State &state) {
     sev.sigev_value.sival_int = 1;
     sev.sigev_notify_function = Never;
     timer_t timer;
-    struct itimerspec spec = {};
-    spec.it_value.tv_sec = 3600;
+    struct itimerspec expiry = {};
+    expiry.it_value.tv_sec = 3600;
     if (timer_create(CLOCK_REALTIME, &sev, &timer) != 0 ||
-        timer_settime(timer, 0, &spec, nullptr) != 0) {
+        timer_settime(timer, 0, &expiry, nullptr) != 0) {
       state.SkipWithError("timer_create or timer_settime failed");
       break;
     }

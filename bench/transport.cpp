@@ -109,16 +109,16 @@ struct Rig {
   Rig(bool socket, bool on_worker) {
     echo::AddTo(modem);
     modem.SetAnswerOnWorker(on_worker);
-    std::string spec = "inproc";
+    std::string choice = "inproc";
     if (socket) {
       const std::string path = "/tmp/tarvik-bench-transport-" + std::to_string(getpid());
       server = std::make_unique<modemsim::SocketServer>(modem);
       if (!server->Start(path)) return;
-      spec = "unix:" + path;
+      choice = "unix:" + path;
     } else {
       modem.ServeInProcess();
     }
-    if (qmi_client_host_select_transport(spec.c_str()) != QMI_NO_ERR) return;
+    if (qmi_client_host_select_transport(choice.c_str()) != QMI_NO_ERR) return;
     qmi_client_init_instance(echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr,
                              nullptr, 2000, &client);
   }

@@ -22,7 +22,7 @@ void PrintHelp(FILE *out) {
       "usage: tarvik-qmi [--json] [--modem unix:PATH] [--state DIR] <command> [args...]\n\n"
       "global options:\n"
       "  --json           machine-readable output\n"
-      "  --modem SPEC     modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
+      "  --modem TARGET   modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
       "                   embedded simulated modem)\n"
       "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n\n"
       "commands:\n");

@@ -30,11 +30,11 @@ extern "C" {
 
 /*
  * Selects the transport. Clients of the previous transport see their services go down (error
- * callbacks, QMI_SERVICE_ERR). Returns QMI_NO_ERR; QMI_CLIENT_PARAM_ERR for a spec that is
+ * callbacks, QMI_SERVICE_ERR). Returns QMI_NO_ERR; QMI_CLIENT_PARAM_ERR for a transport that is
  * neither "inproc" nor "unix:PATH"; QMI_CLIENT_TRANSPORT_ERR when the socket cannot be reached
  * (the transport then keeps trying to connect in the background).
  */
-qmi_client_error_type qmi_client_host_select_transport(const char *spec);
+qmi_client_error_type qmi_client_host_select_transport(const char *choice);
 
 /* Responses that matched no waiting request (late after a time-out, unknown transaction,
  * malformed header) and were dropped, since the process started. */

@@ -87,12 +87,12 @@ int tarvik_sys_timer_create(tarvik_timer_callback_t callback, unsigned long time
     TARVIK_LOGE("fail to timer_create, timer_id = %u, timeout_s = %lu", timer_id, timeout_s);
     return kTimerSysFailed;
   }
-  struct itimerspec spec = {};
+  struct itimerspec expiry = {};
   // Seconds beyond what time_t holds are refused by timer_settime like any invalid time.
-  spec.it_value.tv_sec =
+  expiry.it_value.tv_sec =
       timeout_s > static_cast<unsigned long>(INT64_MAX) ? -1 : static_cast<time_t>(timeout_s);
-  spec.it_value.tv_nsec = timeout_s == 0 ? 1 : 0;  // an all-zero expiry would disarm
-  if (timer_settime(timer, 0, &spec, nullptr) != 0) {
+  expiry.it_value.tv_nsec = timeout_s == 0 ? 1 : 0;  // an all-zero expiry would disarm
+  if (timer_settime(timer, 0, &expiry, nullptr) != 0) {
     TARVIK_LOGE("fail to timer_settime, sys_timerid = 0x%x, timeout_s = %lu", SysTimerLogId(timer),
                 timeout_s);
     timer_delete(timer);  // not kept: nothing could ever stop it

@@ -96,9 +96,9 @@ class Core final : public qmi_host::ClientSink {
     return *core;
   }
 
-  int Select(const std::string &spec) {
+  int Select(const std::string &choice) {
     std::lock_guard<std::mutex> select_lock(select_mu_);
-    return SelectLocked(spec);
+    return SelectLocked(choice);
   }
 
   qmi_cci::Transport *EnsureTransport() {
@@ -463,9 +463,9 @@ class Core final : public qmi_host::ClientSink {
   }
 
  private:
-  int SelectLocked(const std::string &spec) {
-    const bool inproc = spec == "inproc";
-    if (!inproc && (spec.compare(0, 5, "unix:") != 0 || spec.size() <= 5)) {
+  int SelectLocked(const std::string &choice) {
+    const bool inproc = choice == "inproc";
+    if (!inproc && (choice.compare(0, 5, "unix:") != 0 || choice.size() <= 5)) {
       return QMI_CLIENT_PARAM_ERR;
     }
     if (transport_ != nullptr) transport_->Shutdown();
@@ -481,7 +481,7 @@ class Core final : public qmi_host::ClientSink {
     int rc = QMI_NO_ERR;
     std::unique_ptr<qmi_cci::Transport> next =
         inproc ? qmi_cci::MakeInprocTransport(this)
-               : qmi_cci::MakeSocketTransport(this, spec.substr(5), &rc);
+               : qmi_cci::MakeSocketTransport(this, choice.substr(5), &rc);
     {
       std::lock_guard<std::mutex> lock(mu_);  // Init compares against it under mu_
       transport_ = next.get();
@@ -588,9 +588,9 @@ class Core final : public qmi_host::ClientSink {
 
 extern "C" {
 
-qmi_client_error_type qmi_client_host_select_transport(const char *spec) {
-  if (spec == nullptr) return QMI_CLIENT_PARAM_ERR;
-  return Core::Get().Select(spec);
+qmi_client_error_type qmi_client_host_select_transport(const char *choice) {
+  if (choice == nullptr) return QMI_CLIENT_PARAM_ERR;
+  return Core::Get().Select(choice);
 }
 
 uint64_t qmi_client_host_dropped_responses(void) {
