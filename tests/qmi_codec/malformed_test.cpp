@@ -183,6 +183,46 @@ TEST(CodecEncodeRefused, OutputBufferTooSmall) {
   }
 }
 
+// A table of plain values only (the generic record) takes the decoder's shortest path: it must
+// keep every check of the general one.
+TEST(CodecDecodeMalformed, PlainOnlyTableKeepsEveryCheck) {
+  const std::string id = "01 04 00 02 00 00 00 ";
+  const std::string len = "02 04 00 03 00 00 00 ";
+  struct Row {
+    const char *name;
+    std::string hex;
+    int32_t expected;
+  };
+  const Row rows[] = {
+      {"empty area", "", QMI_IDL_LIB_MISSING_TLV},
+      {"second mandatory TLV missing", id, QMI_IDL_LIB_MISSING_TLV},
+      {"u32 TLV of 3 bytes", "01 03 00 02 00 00 " + len, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"array TLV one byte short", id + len + "10 01 00 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"header cut short", id + len + "10 26", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"TLV longer than the buffer", id + len + "10 26 02 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"repeat in table order", id + id + len, QMI_IDL_LIB_TLV_DUPLICATED},
+      {"repeat after the order broke", len + id + len, QMI_IDL_LIB_TLV_DUPLICATED},
+      {"unknown mandatory TLV", "05 00 00 " + id + len, QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
+      {"out of order, unknown optional skipped", len + "20 01 00 ff " + id, QMI_IDL_LIB_NO_ERR},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::vector<uint8_t> wire = FromHex(row.hex);
+    Generic g;
+    memset(&g, 0xAB, sizeof g);
+    ASSERT_EQ(row.expected, qmi_idl_decode_elems(kGenericEi, wire.data(),
+                                                 static_cast<uint32_t>(wire.size()), &g, sizeof g));
+    if (row.expected != QMI_IDL_LIB_NO_ERR) {
+      EXPECT_TRUE(AllZero(&g, sizeof g));
+      continue;
+    }
+    EXPECT_EQ(2u, g.id);
+    EXPECT_EQ(3u, g.data_len);
+    EXPECT_EQ(0, g.data_valid);
+    EXPECT_TRUE(AllZero(g.data, sizeof g.data)) << "absent optional TLV left unzeroed";
+  }
+}
+
 // Tables the walkers refuse instead of following: the codec must not trust a table further
 // than it can check it.
 extern const qmi_elem_info kCyclicEi[];

@@ -168,12 +168,13 @@ __attribute__((noinline)) int32_t DecodeGroup(const qmi_elem_info *first, const 
 
 // Adds the ids of the TLV headers in src[0, end) to `seen`; those headers were checked already.
 __attribute__((noinline)) void SeenBefore(const uint8_t *src, uint32_t end, TlvSet &seen) {
-  for (uint32_t pos = 0; pos < end; pos += kTlvHeaderLen + LoadLe(src + pos + 1, 2))
+  for (uint32_t pos = 0; pos < end; pos += kTlvHeaderLen + LoadLe16(src + pos + 1))
     seen.Add(src[pos]);
 }
 
-// Decodes one TLV of a planned table from its value bytes; kCheckRecord as for the loop below.
-template <bool kCheckRecord>
+// Decodes one TLV of a planned table from its value bytes; kCheckRecord and kAllPlain as for
+// the loop below.
+template <bool kCheckRecord, bool kAllPlain>
 inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, const TlvOp &op,
                                                            const uint8_t *value, uint32_t len,
                                                            Dst rec, LazyZero &zero) {
@@ -182,7 +183,7 @@ inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, con
     zero.Cover(op.flag_off, 1);
     rec.base[op.flag_off] = 1;
   }
-  if (op.plain != 0) {
+  if (kAllPlain || op.plain != 0) {
     if (kCheckRecord && !InRecord(op.off, op.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     if (len != op.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     zero.Cover(op.off, op.plain);
@@ -196,8 +197,9 @@ inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, con
 // The TLVs of the area in the order they come. With kCheckRecord (a record smaller than the
 // plan's rec_need) every flag and plain value is bounds checked on its own; otherwise they are
 // all inside the record already.
+// With kAllPlain (a table of plain values only) no TLV needs the entry walk.
 // On success the bytes no TLV wrote are zeroed; on failure the caller zeroes the record.
-template <bool kCheckRecord>
+template <bool kCheckRecord, bool kAllPlain>
 inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, const uint8_t *src,
                                                             uint32_t src_len, Dst rec) {
   LazyZero zero{rec.base, rec.size, 0};
@@ -211,7 +213,7 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
   for (uint32_t pos = 0; pos < src_len;) {
     if (src_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     const uint8_t id = src[pos];
-    const uint32_t len = LoadLe(src + pos + 1, 2);
+    const uint32_t len = LoadLe16(src + pos + 1);
     pos += kTlvHeaderLen;
     if (len > src_len - pos) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     const uint32_t k = plan.op_of[id];
@@ -228,7 +230,7 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
     if (k != kNoOp) {
       const TlvOp &op = plan.ops[k];
       required += op.optional ? 0 : 1;
-      const int32_t rc = DecodeOneTlv<kCheckRecord>(plan, op, src + pos, len, rec, zero);
+      const int32_t rc = DecodeOneTlv<kCheckRecord, kAllPlain>(plan, op, src + pos, len, rec, zero);
       if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     } else if (id < 0x10) {
       return QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
@@ -241,11 +243,21 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
   return QMI_IDL_LIB_NO_ERR;
 }
 
+// The walks for tables with entry groups or for short records, kept out of the common path so
+// that it stays small.
+template <bool kCheckRecord>
+__attribute__((noinline)) int32_t DecodeMixed(const Plan &plan, const uint8_t *src,
+                                              uint32_t src_len, Dst rec) {
+  return DecodePlanned<kCheckRecord, false>(plan, src, src_len, rec);
+}
+
 inline __attribute__((always_inline)) int32_t DecodeWith(const Plan &plan, const uint8_t *src,
                                                          uint32_t src_len, Dst rec) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
-  if (rec.size >= plan.rec_need) return DecodePlanned<false>(plan, src, src_len, rec);
-  return DecodePlanned<true>(plan, src, src_len, rec);
+  if (rec.size < plan.rec_need) return DecodeMixed<true>(plan, src, src_len, rec);
+  // Only a table of plain values has a finite wire_max.
+  if (plan.wire_max != UINT64_MAX) return DecodePlanned<false, true>(plan, src, src_len, rec);
+  return DecodeMixed<false>(plan, src, src_len, rec);
 }
 
 }  // namespace

@@ -138,7 +138,9 @@ inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, co
       if (kChecked && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (rec[op->flag_off] == 0) continue;
     }
-    if (op->plain != 0) {
+    // Only a table of plain values has a finite wire_max, so without kChecked every TLV is
+    // plain and the loop carries no call to EncodeGroup.
+    if (!kChecked || op->plain != 0) {
       if (kChecked && !InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (kChecked && dst_len - pos < kTlvHeaderLen + op->plain)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;

@@ -104,6 +104,14 @@ inline void CopyScalars(uint8_t *dst, const uint8_t *src, size_t bytes, uint32_t
     for (uint32_t b = 0; b < width; ++b) dst[k + b] = src[k + width - 1 - b];
 }
 
+// A TLV header's length field.
+inline uint32_t LoadLe16(const uint8_t *p) {
+  if (!kLittleEndian) return LoadLe(p, 2);
+  uint16_t v;
+  memcpy(&v, p, sizeof v);
+  return v;
+}
+
 inline uint32_t LoadU32(const uint8_t *p) {
   uint32_t v;
   memcpy(&v, p, sizeof v);
