@@ -206,7 +206,9 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
   // While the TLVs come in table order, each one is a TLV of the table after the previous one
   // (index `next` or later), so none can be a repeat and no set of ids is kept. The first TLV
   // out of order (or unknown) switches to the set, filled from the headers already read.
-  bool in_order = true;
+  // While in order, TLV indexes [next, order_end) may come; once the order broke, order_end and
+  // next are 0, so no index passes the test below.
+  uint32_t order_end = plan.n_ops;
   uint32_t next = 0;
   TlvSet seen;
   uint32_t required = 0;  // TLVs without a presence flag decoded so far (each at most once)
@@ -217,11 +219,12 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
     pos += kTlvHeaderLen;
     if (len > src_len - pos) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     const uint32_t k = plan.op_of[id];
-    if (in_order && k - next < plan.n_ops - next) {  // kNoOp and k < next both fail
+    if (k - next < order_end - next) {  // kNoOp and k < next both fail
       next = k + 1;
     } else {
-      if (in_order) {
-        in_order = false;
+      if (order_end != 0) {  // the first TLV out of order (a table without TLVs has none in order)
+        order_end = 0;
+        next = 0;
         SeenBefore(src, pos - kTlvHeaderLen, seen);
       }
       if (seen.Has(id)) return QMI_IDL_LIB_TLV_DUPLICATED;
