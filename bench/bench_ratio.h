@@ -62,4 +62,17 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::map<Key, Times> median_, single_;
 };
 
+// main() of a benchmark program: runs the benchmarks named on the command line with a
+// RatioReporter, then lets `print_ratios(reporter)` print the program's ratio lines.
+template <typename PrintRatios>
+int RunWithRatios(int argc, char **argv, PrintRatios print_ratios) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  print_ratios(reporter);
+  benchmark::Shutdown();
+  return 0;
+}
+
 }  // namespace tarvik_bench

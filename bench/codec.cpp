@@ -95,11 +95,7 @@ BENCHMARK(BM_Decode);
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  tarvik_bench::RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatio("BM_EncodeDecode", "BM_MemcpyEncoded", 3.0);
-  benchmark::Shutdown();
-  return 0;
+  return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
+    reporter.PrintRatio("BM_EncodeDecode", "BM_MemcpyEncoded", 3.0);
+  });
 }

@@ -51,11 +51,7 @@ BENCHMARK(BM_RawPosixTimer);
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  tarvik_bench::RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatio("BM_TarvikTimerStartStop", "BM_RawPosixTimer", 1.3);
-  benchmark::Shutdown();
-  return 0;
+  return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
+    reporter.PrintRatio("BM_TarvikTimerStartStop", "BM_RawPosixTimer", 1.3);
+  });
 }

@@ -168,13 +168,9 @@ BENCHMARK(BM_InprocRoundTripHandOff)->UseRealTime();
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  tarvik_bench::RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatio("BM_InprocRoundTrip", "BM_RawCondvarHandOff", 1.5);
-  reporter.PrintRatio("BM_InprocRoundTripHandOff", "BM_RawCondvarHandOff", 1.5);
-  reporter.PrintRatio("BM_SocketRoundTrip", "BM_RawSeqpacketPingPong", 1.5);
-  benchmark::Shutdown();
-  return 0;
+  return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
+    reporter.PrintRatio("BM_InprocRoundTrip", "BM_RawCondvarHandOff", 1.5);
+    reporter.PrintRatio("BM_InprocRoundTripHandOff", "BM_RawCondvarHandOff", 1.5);
+    reporter.PrintRatio("BM_SocketRoundTrip", "BM_RawSeqpacketPingPong", 1.5);
+  });
 }
