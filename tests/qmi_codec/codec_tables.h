@@ -185,6 +185,28 @@ constexpr qmi_elem_info kSmallEi[] = {
     QMI_EI_END,
 };
 
+// Plain values only, but in a table order that is not the record's and with optional TLVs
+// between the mandatory ones: a peer may leave out any optional TLV, and the decoder must then
+// zero its flag and value wherever they lie in the record.
+struct PlainMix {
+  uint64_t stamp;
+  uint32_t code;
+  uint8_t stamp_valid;
+  uint8_t level_valid;
+  int16_t level;
+  uint16_t pair[2];
+  uint8_t tail;
+};
+static_assert(sizeof(PlainMix) == 24, "plain mix layout (3 bytes of padding at the end)");
+constexpr qmi_elem_info kPlainMixEi[] = {
+    QMI_TLV(U, 0x01, PlainMix, code),
+    QMI_TLV_OPT(S, 0x10, PlainMix, level_valid, level),
+    QMI_TLV_OPT(U, 0x11, PlainMix, stamp_valid, stamp),
+    QMI_TLV(U, 0x02, PlainMix, pair),
+    QMI_TLV(U, 0x03, PlainMix, tail),
+    QMI_EI_END,
+};
+
 // The decoder's fuzz input is a selector byte choosing one of these tables, then a TLV area.
 struct FuzzTable {
   const qmi_elem_info *ei;
@@ -192,10 +214,8 @@ struct FuzzTable {
 };
 inline FuzzTable FuzzTableFor(uint8_t selector) {
   static const FuzzTable kTables[] = {
-      {kAllKindsEi, sizeof(AllKinds)},
-      {kSmallEi, sizeof(Small)},
-      {kAggIndEi, sizeof(AggInd)},
-      {kGenericEi, sizeof(Generic)},
+      {kAllKindsEi, sizeof(AllKinds)}, {kSmallEi, sizeof(Small)},       {kAggIndEi, sizeof(AggInd)},
+      {kGenericEi, sizeof(Generic)},   {kPlainMixEi, sizeof(PlainMix)},
   };
   return kTables[selector % (sizeof kTables / sizeof kTables[0])];
 }

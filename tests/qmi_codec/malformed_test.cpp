@@ -223,6 +223,51 @@ TEST(CodecDecodeMalformed, PlainOnlyTableKeepsEveryCheck) {
   }
 }
 
+// The same for a plain table whose optional TLVs sit between mandatory ones: leaving out an
+// optional TLV is fine, leaving out a mandatory one or repeating any is not, even in table order.
+TEST(CodecDecodeMalformed, PlainTableWithOptionalGapsKeepsEveryCheck) {
+  const std::string code = "01 04 00 04 03 02 01 ";
+  const std::string level = "10 02 00 fd ff ";
+  const std::string pair = "02 04 00 06 05 08 07 ";
+  const std::string tail = "03 01 00 09 ";
+  struct Row {
+    const char *name;
+    std::string hex;
+    int32_t expected;
+  };
+  const Row rows[] = {
+      {"both optional TLVs absent", code + pair + tail, QMI_IDL_LIB_NO_ERR},
+      {"unknown optional TLV between", code + "12 01 00 00 " + pair + tail, QMI_IDL_LIB_NO_ERR},
+      {"mandatory TLV after the optional ones missing", code + level + tail,
+       QMI_IDL_LIB_MISSING_TLV},
+      {"last mandatory TLV missing", code + level + pair, QMI_IDL_LIB_MISSING_TLV},
+      {"optional TLV repeated in table order", code + level + level + pair + tail,
+       QMI_IDL_LIB_TLV_DUPLICATED},
+      {"optional TLV of the wrong length", code + "10 01 00 fd " + pair + tail,
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"last TLV cut short", code + pair + "03 02 00 09", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::vector<uint8_t> wire = FromHex(row.hex);
+    PlainMix mix;
+    memset(&mix, 0xAB, sizeof mix);
+    ASSERT_EQ(row.expected,
+              qmi_idl_decode_elems(kPlainMixEi, wire.data(), static_cast<uint32_t>(wire.size()),
+                                   &mix, sizeof mix));
+    if (row.expected != QMI_IDL_LIB_NO_ERR) {
+      EXPECT_TRUE(AllZero(&mix, sizeof mix));
+      continue;
+    }
+    auto want = Zeroed<PlainMix>();
+    want.code = 0x01020304;
+    want.pair[0] = 0x0506;
+    want.pair[1] = 0x0708;
+    want.tail = 9;
+    EXPECT_EQ(0, memcmp(&want, &mix, sizeof mix)) << "absent optional TLVs left unzeroed";
+  }
+}
+
 // Tables the walkers refuse instead of following: the codec must not trust a table further
 // than it can check it.
 extern const qmi_elem_info kCyclicEi[];

@@ -52,6 +52,14 @@ TEST(CodecSeedCorpus, SeedsDecodeAsExpected) {
       {"generic_with_data", 3, Encoded(kGenericEi, generic), QMI_IDL_LIB_NO_ERR},
       {"generic_short_data", 3, FromHex("01 04 00 02 00 00 00 02 04 00 00 00 00 00 10 01 00 00"),
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"plain_mix_in_order", 4,
+       FromHex("01 04 00 04 03 02 01 10 02 00 fd ff 11 08 00 88 77 66 55 44 33 22 11"
+               " 02 04 00 06 05 08 07 03 01 00 09"),
+       QMI_IDL_LIB_NO_ERR},
+      {"plain_mix_reordered", 4,
+       FromHex("03 01 00 09 11 08 00 88 77 66 55 44 33 22 11 01 04 00 04 03 02 01"
+               " 02 04 00 06 05 08 07"),
+       QMI_IDL_LIB_NO_ERR},
   };
   const char *out_dir = getenv("TARVIK_QMI_SEED_DIR");
   for (const Seed &seed : seeds) {

@@ -172,9 +172,8 @@ __attribute__((noinline)) void SeenBefore(const uint8_t *src, uint32_t end, TlvS
     seen.Add(src[pos]);
 }
 
-// Decodes one TLV of a planned table from its value bytes; kCheckRecord and kAllPlain as for
-// the loop below.
-template <bool kCheckRecord, bool kAllPlain>
+// Decodes one TLV of a planned table from its value bytes; kCheckRecord as for the loop below.
+template <bool kCheckRecord>
 inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, const TlvOp &op,
                                                            const uint8_t *value, uint32_t len,
                                                            Dst rec, LazyZero &zero) {
@@ -183,7 +182,7 @@ inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, con
     zero.Cover(op.flag_off, 1);
     rec.base[op.flag_off] = 1;
   }
-  if (kAllPlain || op.plain != 0) {
+  if (op.plain != 0) {
     if (kCheckRecord && !InRecord(op.off, op.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     if (len != op.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
     zero.Cover(op.off, op.plain);
@@ -197,11 +196,10 @@ inline __attribute__((always_inline)) int32_t DecodeOneTlv(const Plan &plan, con
 // The TLVs of the area in the order they come. With kCheckRecord (a record smaller than the
 // plan's rec_need) every flag and plain value is bounds checked on its own; otherwise they are
 // all inside the record already.
-// With kAllPlain (a table of plain values only) no TLV needs the entry walk.
 // On success the bytes no TLV wrote are zeroed; on failure the caller zeroes the record.
-template <bool kCheckRecord, bool kAllPlain>
-inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, const uint8_t *src,
-                                                            uint32_t src_len, Dst rec) {
+template <bool kCheckRecord>
+__attribute__((noinline)) int32_t DecodePlanned(const Plan &plan, const uint8_t *src,
+                                                uint32_t src_len, Dst rec) {
   LazyZero zero{rec.base, rec.size, 0};
   // While the TLVs come in table order, each one is a TLV of the table after the previous one
   // (index `next` or later), so none can be a repeat and no set of ids is kept. The first TLV
@@ -233,7 +231,7 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
     if (k != kNoOp) {
       const TlvOp &op = plan.ops[k];
       required += op.optional ? 0 : 1;
-      const int32_t rc = DecodeOneTlv<kCheckRecord, kAllPlain>(plan, op, src + pos, len, rec, zero);
+      const int32_t rc = DecodeOneTlv<kCheckRecord>(plan, op, src + pos, len, rec, zero);
       if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     } else if (id < 0x10) {
       return QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
@@ -246,21 +244,57 @@ inline __attribute__((always_inline)) int32_t DecodePlanned(const Plan &plan, co
   return QMI_IDL_LIB_NO_ERR;
 }
 
-// The walks for tables with entry groups or for short records, kept out of the common path so
-// that it stays small.
-template <bool kCheckRecord>
-__attribute__((noinline)) int32_t DecodeMixed(const Plan &plan, const uint8_t *src,
-                                              uint32_t src_len, Dst rec) {
-  return DecodePlanned<kCheckRecord, false>(plan, src, src_len, rec);
+// A plain table's TLVs in table order, optional ones possibly absent, into a record that holds
+// every flag and value: how a well-behaved peer sends. True when the whole area was that and is
+// decoded. Anything else (a malformed or unknown TLV, a repeat, another order, a missing
+// mandatory TLV) returns false, possibly with part of the record written: the general walk then
+// decodes from the start and decides the outcome.
+inline __attribute__((always_inline)) bool DecodePlainInOrder(const Plan &plan, const uint8_t *src,
+                                                              uint32_t src_len, Dst rec) {
+  LazyZero zero{rec.base, rec.size, 0};
+  const TlvOp *op = plan.ops;
+  const TlvOp *const last = plan.ops + plan.n_ops;
+  for (uint32_t pos = 0; pos < src_len;) {
+    if (src_len - pos < kTlvHeaderLen) return false;
+    const uint8_t id = src[pos];
+    const uint32_t len = LoadLe16(src + pos + 1);
+    pos += kTlvHeaderLen;
+    while (op != last && op->id != id) {
+      if (!op->optional) return false;
+      ++op;
+    }
+    if (op == last || len != op->plain || len > src_len - pos) return false;
+    if (op->optional) {
+      zero.Cover(op->flag_off, 1);
+      rec.base[op->flag_off] = 1;
+    }
+    zero.Cover(op->off, op->plain);
+    CopyScalars(rec.base + op->off, src + pos, op->plain, op->width);
+    pos += len;
+    ++op;
+  }
+  for (; op != last; ++op)
+    if (!op->optional) return false;
+  zero.Rest();
+  return true;
 }
 
-inline __attribute__((always_inline)) int32_t DecodeWith(const Plan &plan, const uint8_t *src,
-                                                         uint32_t src_len, Dst rec) {
+int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst rec) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
-  if (rec.size < plan.rec_need) return DecodeMixed<true>(plan, src, src_len, rec);
-  // Only a table of plain values has a finite wire_max.
-  if (plan.wire_max != UINT64_MAX) return DecodePlanned<false, true>(plan, src, src_len, rec);
-  return DecodeMixed<false>(plan, src, src_len, rec);
+  if (rec.size < plan.rec_need) return DecodePlanned<true>(plan, src, src_len, rec);
+  return DecodePlanned<false>(plan, src, src_len, rec);
+}
+
+// Every area but a plain table's in table order: kept out of line so that the common path stays
+// a short function. A refused message leaves no half-decoded fields behind.
+__attribute__((noinline)) int32_t DecodeOther(const qmi_elem_info *ei, const Plan *plan,
+                                              const uint8_t *src, uint32_t src_len, Dst rec) {
+  const int32_t rc = plan != nullptr ? DecodeWith(*plan, src, src_len, rec)
+                                     : RunWithNewPlan(ei, [=](const Plan &fresh) {
+                                         return DecodeWith(fresh, src, src_len, rec);
+                                       });
+  if (rc != QMI_IDL_LIB_NO_ERR && rec.size != 0) memset(rec.base, 0, rec.size);
+  return rc;
 }
 
 }  // namespace
@@ -269,13 +303,10 @@ int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len
                    uint32_t rec_size) {
   const Dst dst{rec, rec_size};
   const Plan *plan = CachedPlan(ei);
-  const int32_t rc = plan != nullptr ? DecodeWith(*plan, src, src_len, dst)
-                                     : RunWithNewPlan(ei, [=](const Plan &fresh) {
-                                         return DecodeWith(fresh, src, src_len, dst);
-                                       });
-  // A refused message leaves no half-decoded fields behind.
-  if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
-  return rc;
+  if (plan != nullptr && plan->plain && rec_size >= plan->rec_need &&
+      DecodePlainInOrder(*plan, src, src_len, dst))
+    return QMI_IDL_LIB_NO_ERR;
+  return DecodeOther(ei, plan, src, src_len, dst);
 }
 
 }  // namespace qmi_idl

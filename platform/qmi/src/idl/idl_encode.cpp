@@ -124,38 +124,25 @@ __attribute__((noinline)) int32_t EncodeGroup(const qmi_elem_info *first, const 
   return *value_len <= kMaxTlvLen ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
 }
 
-// The TLVs of a planned table, in table order. Without kChecked the record holds every flag and
-// plain value and the output holds the table's largest encoding, so the checks of those bounds
-// are known to pass; groups of entries check their own bounds either way.
-template <bool kChecked>
-inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, const uint8_t *rec,
-                                                            uint32_t rec_size, uint8_t *dst,
-                                                            uint32_t dst_len,
-                                                            uint32_t *encoded_len) {
+// The TLVs of a planned table, in table order, every bound checked per TLV.
+int32_t EncodeChecked(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                      uint32_t dst_len, uint32_t *encoded_len) {
   uint32_t pos = 0;
   for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
     if (op->optional) {
-      if (kChecked && !InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (!InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (rec[op->flag_off] == 0) continue;
     }
-    // Only a table of plain values has a finite wire_max, so without kChecked every TLV is
-    // plain and the loop carries no call to EncodeGroup.
-    if (!kChecked || op->plain != 0) {
-      if (kChecked && !InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (kChecked && dst_len - pos < kTlvHeaderLen + op->plain)
-        return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      uint8_t *out = dst + pos;
-      if (kLittleEndian) {
-        memcpy(out, &op->header, 4);  // its fourth byte is the value's first, written next
-      } else {
-        out[0] = op->id;
-        StoreLe(out + 1, op->plain, 2);
-      }
-      CopyScalars(out + kTlvHeaderLen, rec + op->off, op->plain, op->width);
+    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    if (op->plain != 0) {
+      if (!InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      if (dst_len - pos - kTlvHeaderLen < op->plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      dst[pos] = op->id;
+      StoreLe(dst + pos + 1, op->plain, 2);
+      CopyScalars(dst + pos + kTlvHeaderLen, rec + op->off, op->plain, op->width);
       pos += kTlvHeaderLen + op->plain;
       continue;
     }
-    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     uint32_t value_len = 0;
     const int32_t rc = EncodeGroup(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size}, dst,
                                    dst_len, pos + kTlvHeaderLen, &value_len);
@@ -168,13 +155,49 @@ inline __attribute__((always_inline)) int32_t EncodePlanned(const Plan &plan, co
   return QMI_IDL_LIB_NO_ERR;
 }
 
-inline __attribute__((always_inline)) int32_t EncodeWith(const Plan &plan, const uint8_t *rec,
-                                                         uint32_t rec_size, uint8_t *dst,
-                                                         uint32_t dst_len, uint32_t *encoded_len) {
+// A table of plain values, a record holding every flag and value and an output with room for
+// the table's largest encoding: nothing can fail, so the loop has no exits and no calls but the
+// copies. Returns the encoded length.
+inline __attribute__((always_inline)) uint32_t EncodePlain(const Plan &plan, const uint8_t *rec,
+                                                           uint8_t *dst) {
+  uint8_t *out = dst;
+  for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
+    if (op->optional && rec[op->flag_off] == 0) continue;
+    if (kLittleEndian) {
+      memcpy(out, &op->header, 4);  // its fourth byte is the value's first, written next
+    } else {
+      out[0] = op->id;
+      StoreLe(out + 1, op->plain, 2);
+    }
+    CopyScalars(out + kTlvHeaderLen, rec + op->off, op->plain, op->width);
+    out += kTlvHeaderLen + op->plain;
+  }
+  return static_cast<uint32_t>(out - dst);
+}
+
+bool PlainFits(const Plan &plan, uint32_t rec_size, uint32_t dst_len) {
+  return plan.plain && rec_size >= plan.rec_need && dst_len >= plan.wire_max;
+}
+
+int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                   uint32_t dst_len, uint32_t *encoded_len) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
-  if (rec_size >= plan.rec_need && dst_len >= plan.wire_max)
-    return EncodePlanned<false>(plan, rec, rec_size, dst, dst_len, encoded_len);
-  return EncodePlanned<true>(plan, rec, rec_size, dst, dst_len, encoded_len);
+  if (PlainFits(plan, rec_size, dst_len)) {
+    *encoded_len = EncodePlain(plan, rec, dst);
+    return QMI_IDL_LIB_NO_ERR;
+  }
+  return EncodeChecked(plan, rec, rec_size, dst, dst_len, encoded_len);
+}
+
+// Everything but a planned plain table that fits: kept out of line so that the common path
+// stays a short function.
+__attribute__((noinline)) int32_t EncodeOther(const qmi_elem_info *ei, const Plan *plan,
+                                              const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                                              uint32_t dst_len, uint32_t *encoded_len) {
+  if (plan != nullptr) return EncodeWith(*plan, rec, rec_size, dst, dst_len, encoded_len);
+  return RunWithNewPlan(ei, [=](const Plan &fresh) {
+    return EncodeWith(fresh, rec, rec_size, dst, dst_len, encoded_len);
+  });
 }
 
 }  // namespace
@@ -182,10 +205,11 @@ inline __attribute__((always_inline)) int32_t EncodeWith(const Plan &plan, const
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
                    uint32_t dst_len, uint32_t *encoded_len) {
   const Plan *plan = CachedPlan(ei);
-  if (plan != nullptr) return EncodeWith(*plan, rec, rec_size, dst, dst_len, encoded_len);
-  return RunWithNewPlan(ei, [=](const Plan &fresh) {
-    return EncodeWith(fresh, rec, rec_size, dst, dst_len, encoded_len);
-  });
+  if (plan != nullptr && PlainFits(*plan, rec_size, dst_len)) {
+    *encoded_len = EncodePlain(*plan, rec, dst);
+    return QMI_IDL_LIB_NO_ERR;
+  }
+  return EncodeOther(ei, plan, rec, rec_size, dst, dst_len, encoded_len);
 }
 
 }  // namespace qmi_idl

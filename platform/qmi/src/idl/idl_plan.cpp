@@ -24,6 +24,7 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
   plan.n_required = 0;
   plan.rec_need = 0;
   plan.wire_max = 0;
+  plan.plain = false;
   for (uint16_t &k : plan.op_of) k = kNoOp;
   plan.ops = ops;
   for (const qmi_elem_info *e = ei; e != nullptr && e->data_type != QMI_EOTI;) {
@@ -52,6 +53,7 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
       plan.wire_max = op.plain != 0 ? plan.wire_max + kTlvHeaderLen + op.plain : UINT64_MAX;
     e = g.end;
   }
+  plan.plain = plan.wire_max != UINT64_MAX;
 }
 
 // Offers `plan` to the cache; returns the plan kept for its table, or null when the cache is

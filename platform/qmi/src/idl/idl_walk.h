@@ -156,6 +156,8 @@ struct Plan {
   // Largest TLV area of a table of plain values only (UINT64_MAX for any other table): an output
   // at least this large needs no bounds check per TLV.
   uint64_t wire_max;
+  // A walkable table of plain values only: the walkers' short paths apply.
+  bool plain;
   uint16_t op_of[256];  // TLV id -> index in ops, or kNoOp
   const TlvOp *ops;
 };
