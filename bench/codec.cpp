@@ -22,7 +22,6 @@ using codec_tables::Generic;
 using codec_tables::kGenericEi;
 
 constexpr uint32_t kWireLen = qmi_ei_max_len(kGenericEi);
-constexpr uint8_t kZeros[sizeof(Generic)] = {};
 static_assert(offsetof(Generic, data) + sizeof Generic::data == sizeof(Generic) - 1,
               "one padding byte after data");
 
@@ -114,7 +113,7 @@ int32_t HandDecodeTlvs(const uint8_t *w, uint32_t len, Generic *g) {
   if ((seen & 3) != 3) return QMI_IDL_LIB_MISSING_TLV;
   if ((seen & 4) == 0) {
     g->data_valid = 0;
-    CopyOpaque(g->data, kZeros, sizeof g->data);
+    memset(g->data, 0, sizeof g->data);
   }
   reinterpret_cast<uint8_t *>(g)[sizeof *g - 1] = 0;  // the padding byte after data
   return QMI_IDL_LIB_NO_ERR;
