@@ -148,22 +148,26 @@ TEST(PidByName, FindsChildByNameAndLeavesPidOnMiss) {
   ASSERT_EQ(read(ready[0], &byte, 1), 1);
   close(ready[0]);
 
+  // The exported signature takes a mutable name.
+  std::string wanted = name;
   int pid = -7;
-  tarvik_get_pid_by_name(&pid, name.c_str());
+  tarvik_get_pid_by_name(&pid, wanted.data());
   EXPECT_EQ(pid, child) << SyslogDump();
   EXPECT_TRUE(SyslogContains("pid: " + std::to_string(child), LOG_DEBUG));
 
   int missing = -7;
-  tarvik_get_pid_by_name(&missing, (name + "-none").c_str());
+  std::string longer = name + "-none";
+  tarvik_get_pid_by_name(&missing, longer.data());
   EXPECT_EQ(missing, -7);
   // A prefix of a name is not the name.
-  tarvik_get_pid_by_name(&missing, name.substr(0, name.size() - 1).c_str());
+  std::string prefix = name.substr(0, name.size() - 1);
+  tarvik_get_pid_by_name(&missing, prefix.data());
   EXPECT_EQ(missing, -7);
 
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
 
-  tarvik_get_pid_by_name(nullptr, "x");
+  tarvik_get_pid_by_name(nullptr, wanted.data());
   EXPECT_TRUE(SyslogContains("pid fail", LOG_ERR));
   tarvik_get_pid_by_name(&missing, nullptr);
   EXPECT_TRUE(SyslogContains("task_name fail", LOG_ERR));

@@ -497,8 +497,9 @@ TARVIK_EXPORT const char *tarvik_utils_get_pid_name(void);
 TARVIK_EXPORT const char *tarvik_get_current_pid_name_ex();
 
 /* Scans /proc for a process whose status name equals `task_name` and writes its pid through
- * `pid`; leaves *pid untouched when there is none. NULL arguments are logged and ignored. */
-TARVIK_EXPORT void tarvik_get_pid_by_name(int *pid, const char *task_name);
+ * `pid`; leaves *pid untouched when there is none. NULL arguments are logged and ignored.
+ * `task_name` is only read; it is a plain `char *` because callers link against that symbol. */
+TARVIK_EXPORT void tarvik_get_pid_by_name(int *pid, char *task_name);
 #endif
 
 #endif /* TARVIK_UTILS_CMN_H */

@@ -1606,7 +1606,7 @@ const char *tarvik_utils_get_pid_name(void) {
   return g_pid_info.p_name;
 }
 
-void tarvik_get_pid_by_name(int *pid, const char *task_name) {
+void tarvik_get_pid_by_name(int *pid, char *task_name) {
   if (pid == nullptr) {
     TARVIK_LOGE("pid fail");
     return;
