@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "channel_env.h"
+#include "qmi_client.h"
 #include "syslog_capture.h"
 
 namespace channel_test {
@@ -73,6 +74,30 @@ TEST_F(IndicationsTest, RefusedRegistrationKeepsTheHandlerUntilDeregistered) {
             1);
   ASSERT_TRUE(IndRecorder::WaitFor(1));
   EXPECT_EQ(IndRecorder::Got()[0].id, 4);
+}
+
+TEST_F(IndicationsTest, RegistrationRetriedOverANewClientKeepsItsHandlerOnly) {
+  ASSERT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), 0);
+  modemsim::Fault fault;
+  fault.kind = modemsim::Fault::kTransportError;
+  fault.error = QMI_CLIENT_TRANSPORT_ERR;
+  fault.count = 1;
+  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_EVENT_MSG_V01, fault);
+  ASSERT_EQ(tarvik_extend_qmi_register(3, IndRecorder::Record, 1), 0);
+  const auto regs = Received(TARVIK_EXTEND_QMI_EVENT_MSG_V01);
+  ASSERT_EQ(regs.size(), 3u);
+  EXPECT_NE(regs[2].client, regs[1].client) << "retried over a new client";
+  EXPECT_EQ(regs[2].tlvs, regs[1].tlvs);
+  const uint32_t client = OnlyClient(Clients());
+  EXPECT_TRUE(modemsim::extend::GetEventSwitch(*modem_, client, 3).on);
+
+  const uint8_t data[3] = {7, 8, 9};
+  ASSERT_EQ(modemsim::extend::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
+  ASSERT_TRUE(IndRecorder::WaitFor(1)) << "the event's handler was dropped";
+  EXPECT_EQ(IndRecorder::Got()[0].id, 3);
+  EXPECT_EQ(IndRecorder::Got()[0].data, std::vector<uint8_t>(data, data + 3));
+  // The reconnect still cleared the other slot.
+  EXPECT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), 0);
 }
 
 TEST_F(IndicationsTest, DeregisterSwitchesOffAndFreesTheSlot) {

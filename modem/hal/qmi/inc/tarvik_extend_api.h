@@ -91,7 +91,8 @@ TARVIK_EXPORT int tarvik_extend_qmi_base_model_send_sync(int msg_id, void *req, 
  * (`ind_flag` nonzero sets the second switch). The handler stays installed even when the modem
  * refuses, so registering the event again gives TARVIK_EXTEND_QMI_EREGISTERED until it is
  * deregistered. Handlers are forgotten whenever the channel is closed and reopened; the modem-side
- * registrations are not renewed then.
+ * registrations are not renewed then. The reconnect of this call's own retried send is the
+ * exception for `handler`: it stays, so a successful register always leaves it installed.
  */
 TARVIK_EXPORT int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handler,
                                              uint32_t ind_flag);

@@ -255,15 +255,18 @@ static void tarvik_extend_qmi_init_do() {
   TARVIK_EXTEND_TRACE("end, inited = %d", inited);
 }
 
-// The close step; the caller holds the channel lock.
-static void tarvik_extend_qmi_deinit_do() {
+// The close step; the caller holds the channel lock. Clears every event slot but `kept_slot`,
+// the one a registration in progress has just filled (-1: none).
+static void tarvik_extend_qmi_deinit_do(int kept_slot = -1) {
   if (!inited) {
     TARVIK_EXTEND_TRACE("no init, do nothing");
     return;
   }
   TARVIK_EXTEND_TRACE("start, inited = %d", inited);
-  for (auto &slot : g_event_handlers) {
-    slot.store(nullptr, std::memory_order_release);
+  for (int slot = 0; slot < kEventSlots; ++slot) {
+    if (slot != kept_slot) {
+      g_event_handlers[slot].store(nullptr, std::memory_order_release);
+    }
   }
   const qmi_client_error_type client_err = qmi_client_release(client_handle);
   TARVIK_EXTEND_TRACE("qmi_client_release client_handle, err = %d", client_err);
@@ -299,9 +302,10 @@ void tarvik_extend_qmi_init_force(void) {
 // ---------------------------------------------------------------------------------------------
 
 // The common send step; the caller holds the channel lock. At most two sends: a time-out is
-// final, any other failure reconnects (forgetting the event handlers) and retries once.
+// final, any other failure reconnects (forgetting the event handlers but `kept_slot`) and
+// retries once.
 static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *resp, int resp_len,
-                                    uint32_t msec) {
+                                    uint32_t msec, int kept_slot = -1) {
   // The argument checks in order; the first that fails is logged.
   const struct {
     bool bad;
@@ -342,7 +346,7 @@ static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *re
   // a copy of the request taken before it.
   const auto *req_bytes = static_cast<const uint8_t *>(req);
   std::vector<uint8_t> retry_req(req_bytes, req_bytes + req_len);
-  tarvik_extend_qmi_deinit_do();
+  tarvik_extend_qmi_deinit_do(kept_slot);
   tarvik_extend_qmi_init_do();
   if (client_handle == nullptr) {
     TARVIK_LOGE("reinit client_handle is NULL");
@@ -397,8 +401,9 @@ static int tarvik_extend_qmi_verdict(const char *func, int sent, uint32_t result
 }
 
 // Sends the event switch (message 0x03) for `event` with `len` data bytes; returns the send's
-// status, the answer in g_reg_resp.
-static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, uint32_t len) {
+// status, the answer in g_reg_resp. A reconnect on the way keeps the slot `kept_slot`.
+static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, uint32_t len,
+                                          int kept_slot) {
   memset(&g_reg_req, 0, sizeof(g_reg_req));
   memset(&g_reg_resp, 0, sizeof(g_reg_resp));
   g_reg_req.id = event;
@@ -406,7 +411,7 @@ static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, u
   g_reg_req.data_valid = 1;
   memcpy(g_reg_req.data, data, len);
   return tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
-                                  &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs);
+                                  &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs, kept_slot);
 }
 
 // Exchanges message 0x02 with the checked arguments (lock held, client open) and copies the
@@ -551,14 +556,15 @@ int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handle
   } else if (g_event_handlers[event].load(std::memory_order_acquire) != nullptr) {
     status = TARVIK_EXTEND_QMI_EREGISTERED;
   } else {
-    // Installed before asking the modem, and kept whatever the modem says.
+    // Installed before asking the modem, and kept whatever the modem says: also through the
+    // reconnect of a retried send, whose close clears only the other slots.
     g_event_handlers[event].store(handler, std::memory_order_release);
     if (client_handle == nullptr) {
       TARVIK_LOGE("client_handle is NULL");
       status = TARVIK_EXTEND_QMI_ENOCLIENT;
     } else {
       const uint8_t on[] = {1, static_cast<uint8_t>(ind_flag != 0 ? 1 : 0)};
-      const int sent = tarvik_extend_qmi_event_switch(static_cast<uint32_t>(event), on, 2);
+      const int sent = tarvik_extend_qmi_event_switch(static_cast<uint32_t>(event), on, 2, event);
       TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, ind_flag = %d, result = %d", event,
                   static_cast<int>(ind_flag), sent);
       status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
@@ -585,7 +591,7 @@ int tarvik_extend_qmi_deregister(uint32_t event) {
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
     const uint8_t off[] = {0};
-    const int sent = tarvik_extend_qmi_event_switch(event, off, 1);
+    const int sent = tarvik_extend_qmi_event_switch(event, off, 1, -1);
     TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, result = %d", static_cast<int>(event), sent);
     status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
     if (status == TARVIK_EXTEND_QMI_OK) {
