@@ -227,15 +227,34 @@ TEST_F(CommonTest, CdcRefusalsAndFailures) {
     SetResult(answer, offsetof(tarvik_cdc_rsp_t, result), -77);
   });
   EXPECT_EQ(tarvik_cdc_request(1, "x", 1, out, &len), -77);
-  // A claimed length beyond the answer is cut to what arrived.
-  Tamper(REQUEST_ID_CDC, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const uint32_t lie = 600;
-    memcpy(answer->data() + offsetof(tarvik_cdc_rsp_t, data_len), &lie, 4);
-  });
-  uint8_t wide[600];
-  len = sizeof(wide);
-  EXPECT_EQ(tarvik_cdc_request(1, "xyz", 3, wide, &len), 0);
-  EXPECT_EQ(len, 3u);
+  // A claimed length beyond the answer is cut to what arrived; with nothing after the header
+  // the answer is empty whatever it claims.
+  struct Lie {
+    const char *name;
+    uint32_t claim;
+    bool carried;
+    int status;
+    uint32_t len;
+  };
+  const Lie lies[] = {{"claims 600, carries 3", 600, true, 0, 3},
+                      {"claims 5, carries nothing", 5, false, -106, 600}};
+  for (const Lie &lie : lies) {
+    SCOPED_TRACE(lie.name);
+    Tamper(REQUEST_ID_CDC, [lie](const uint8_t *, std::vector<uint8_t> *answer) {
+      if (!lie.carried) {
+        answer->resize(offsetof(tarvik_cdc_rsp_t, data));
+      }
+      memcpy(answer->data() + offsetof(tarvik_cdc_rsp_t, data_len), &lie.claim, 4);
+    });
+    ClearSent();
+    uint8_t wide[600];
+    len = sizeof(wide);
+    EXPECT_EQ(tarvik_cdc_request(1, "xyz", 3, wide, &len), lie.status);
+    EXPECT_EQ(len, lie.len);
+    EXPECT_EQ(0, memcmp(wide, "xyz", lie.status == 0 ? 3 : 0));
+    ASSERT_EQ(SentRequests(REQUEST_ID_CDC).size(), 1u);
+    EXPECT_EQ(SentRequests(REQUEST_ID_CDC)[0].As<tarvik_cdc_req_t>().event_id, 1u);
+  }
 }
 
 TEST_F(CommonTest, VenueMode) {

@@ -1,7 +1,10 @@
 // Modem files: chunked reads and writes, the write instance, and the one-shot operations.
 #include <string.h>
 
+#include <chrono>
+#include <future>
 #include <string>
+#include <thread>
 
 #include "extend/extend_service.h"
 #include "features_env.h"
@@ -232,6 +235,9 @@ TEST_F(EfsTest, PathAndSubscriptionLimits) {
           {"copy null target", [&] { return tarvik_efs_copy(0, p99.data(), 99, 1, nullptr, 9); },
            -105, false},
           {"stat null path", [&] { return tarvik_efs_stat(nullptr, buf); }, -105, false},
+          {"stat path 100", [&] { return tarvik_efs_stat(p100.c_str(), buf); }, -106, false},
+          {"stat path 99", [&] { return tarvik_efs_stat(p99.c_str(), buf); }, -2, true},
+          {"stat path 0", [&] { return tarvik_efs_stat("", buf); }, -106, false},
           {"stat null out", [&] { return tarvik_efs_stat("/a", nullptr); }, -107, false},
           {"write 0 bytes", [&] { return tarvik_efs_write(0, "/a", 2, buf, 0); }, -108, false},
           {"stat missing", [&] { return tarvik_efs_stat("/missing", buf); }, -2, true},
@@ -349,6 +355,43 @@ TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
     EXPECT_TRUE(tarvik_test::SyslogContains(row.line));
   }
   EXPECT_FALSE(tarvik_test::SyslogContains("operator()"));
+}
+
+// A file operation that waits for the EFS lock has already logged what it asked for.
+TEST_F(EfsTest, ArgumentsAreLoggedBeforeWaitingForTheLock) {
+  ASSERT_EQ(Write(kPath, Pattern(10)), 0);
+  ClearSent();
+  modemsim::Fault slow;
+  slow.kind = modemsim::Fault::kDelay;
+  slow.delay_ms = 2000;
+  slow.count = 1;
+  modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, slow);
+  const auto logged_soon = [](const std::string &line) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    while (!tarvik_test::SyslogContains(line) && std::chrono::steady_clock::now() < until) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return tarvik_test::SyslogContains(line);
+  };
+  auto holder = std::async(std::launch::async, [] {
+    uint8_t buf[16];
+    uint32_t len = sizeof(buf);
+    return tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf, &len);
+  });
+  // The read logs its path under the EFS lock and keeps the lock until the late answer.
+  ASSERT_TRUE(logged_soon("tarvik_efs_read: path_value: " + kPath));
+  auto waiter = std::async(std::launch::async, [] { return tarvik_efs_delete(1, "/queued", 7); });
+  EXPECT_TRUE(logged_soon("tarvik_efs_delete: tarvik_efs_delete, sub_id 1, path_len: 7"));
+  EXPECT_EQ(holder.wait_for(std::chrono::seconds(0)), std::future_status::timeout)
+      << "the line came only after the lock was free";
+  EXPECT_EQ(holder.get(), 0);
+  EXPECT_EQ(waiter.get(), modemsim::features::kEfsNoEntry);
+  const auto sent = Chunks(SentRequests(REQUEST_ID_NVEFS));
+  ASSERT_EQ(sent.size(), 2u);
+  EXPECT_EQ(sent[0].op, NVEFS_OP_EFS_READ);
+  EXPECT_EQ(sent[1].op, NVEFS_OP_EFS_DELETE) << "the delete went out after the read";
+  EXPECT_EQ(sent[1].sub, 1);
+  EXPECT_EQ(std::string(sent[1].path), "/queued");
 }
 
 TEST_F(EfsTest, NvSyncReportsEitherFailure) {

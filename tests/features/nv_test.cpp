@@ -1,6 +1,8 @@
 // NV items on the validated and the raw path, driven through the simulated modem.
 #include <string.h>
 
+#include <algorithm>
+
 #include "extend/extend_service.h"
 #include "features_env.h"
 #include "qmi_client.h"
@@ -122,30 +124,45 @@ TEST_F(NvTest, ModemRefusalCodesPassThroughUnchanged) {
   EXPECT_TRUE(tarvik_test::SyslogContains("qmi response fail"));
 }
 
-TEST_F(NvTest, EmptyItemIsRefused) {
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    answer->assign(offsetof(tarvik_nvefs_rsp_t, data), 0);  // success, no data
-  });
-  uint8_t buf[8];
-  uint32_t len = sizeof(buf);
-  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), -108);
-  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.data_len_all is invalid"));
-}
-
-// A modem that claims more data than its answer carries: only what arrived is copied.
-TEST_F(NvTest, ClaimedLengthBeyondTheAnswerIsCut) {
+// Answers whose claimed item length and the data they carry disagree: only what arrived is
+// copied, and an answer without item data is empty whatever it claims.
+TEST_F(NvTest, ClaimedLengthMeetsTheDataCarried) {
   const uint8_t v[4] = {1, 2, 3, 4};
   ASSERT_EQ(tarvik_nv_write_ex(0, 3, v, 4), 0);
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const uint32_t lie = 5000;
-    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_all), &lie, 4);
-  });
-  std::vector<uint8_t> buf(424, 0xEE);
-  uint32_t len = 424;
-  ASSERT_EQ(tarvik_nv_read(0, 3, buf.data(), &len), 0);
-  EXPECT_EQ(len, 4u);
-  EXPECT_EQ(0, memcmp(buf.data(), v, 4));
-  EXPECT_EQ(buf[4], 0xEE);
+  struct Row {
+    const char *name;
+    uint32_t claim;
+    bool carried;  // false: the answer ends after its header
+    int status;
+    uint32_t len;
+  };
+  const Row rows[] = {
+      {"claims 0, carries nothing", 0, false, -108, 424},
+      {"claims 4, carries nothing", 4, false, -108, 424},
+      {"claims 5000, carries 4", 5000, true, 0, 4},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    Tamper(REQUEST_ID_NVEFS, [row](const uint8_t *, std::vector<uint8_t> *answer) {
+      if (!row.carried) {
+        answer->resize(offsetof(tarvik_nvefs_rsp_t, data));
+      }
+      memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_all), &row.claim, 4);
+    });
+    ClearSent();
+    std::vector<uint8_t> buf(424, 0xEE);
+    uint32_t len = 424;
+    EXPECT_EQ(tarvik_nv_read(0, 3, buf.data(), &len), row.status);
+    EXPECT_EQ(len, row.len);
+    const size_t copied = row.status == 0 ? row.len : 0;
+    EXPECT_EQ(0, memcmp(buf.data(), v, copied));
+    EXPECT_EQ(buf[copied], 0xEE);
+    const auto sent = SentRequests(REQUEST_ID_NVEFS);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().op, NVEFS_OP_NV_READ);
+    EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().item, 3);
+  }
+  EXPECT_EQ(tarvik_test::SyslogCount("rsp.data_len_all is invalid"), 2u);
 }
 
 // Channel failures come back as the feature codes; a time-out is not retried.
@@ -170,29 +187,54 @@ TEST_F(NvTest, TransportFailuresAreMapped) {
 // Raw path
 // ---------------------------------------------------------------------------------------------
 
-TEST_F(NvTest, RawReadIntoShortBufferCutsAndSaysSo) {
+// A read that leaves part of the item behind says so, measured against the item's length as
+// the modem gives it; what is copied never goes past 412 bytes or past what the answer carries.
+TEST_F(NvTest, RawReadCutsAndSaysSo) {
   const auto item = Pattern(20);
   ASSERT_EQ(tarvik_extend_nv_write_item(453, 1, item.data(), 20), 0u);
-  const auto sent = SentRequests(REQUEST_ID_NV_ITEM);
-  ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(sent[0].data.size(), TARVIK_NV_ITEM_REQ_SIZE);
-  const auto req = sent[0].As<tarvik_nv_item_req_t>();
+  const auto written = SentRequests(REQUEST_ID_NV_ITEM);
+  ASSERT_EQ(written.size(), 1u);
+  EXPECT_EQ(written[0].data.size(), TARVIK_NV_ITEM_REQ_SIZE);
+  const auto req = written[0].As<tarvik_nv_item_req_t>();
   EXPECT_EQ(req.op, NV_ITEM_OP_WRITE);
   EXPECT_EQ(req.arg1, 453u);
   EXPECT_EQ(req.arg2, 1u);
   EXPECT_EQ(req.len, 20u);
 
-  uint8_t buf[10];
-  int len = sizeof(buf);
-  EXPECT_EQ(tarvik_extend_nv_read_item(453, 1, buf, &len), TARVIK_NV_ITEM_ERR_NO_FIT);
-  EXPECT_EQ(len, 10);
-  EXPECT_EQ(0, memcmp(buf, item.data(), 10));
-
-  uint8_t whole[64];
-  len = sizeof(whole);
-  EXPECT_EQ(tarvik_extend_nv_read_item(453, 1, whole, &len), 0u);
-  EXPECT_EQ(len, 20);
-  EXPECT_EQ(0, memcmp(whole, item.data(), 20));
+  struct Row {
+    const char *name;
+    uint32_t claim;    // 0: the modem's own answer
+    uint32_t carried;  // data bytes the rewritten answer keeps
+    int capacity;
+    uint32_t status;
+    int len;
+  };
+  const Row rows[] = {
+      {"capacity below the item", 0, 0, 10, TARVIK_NV_ITEM_ERR_NO_FIT, 10},
+      {"capacity above the item", 0, 0, 64, 0, 20},
+      {"claim above 412, capacity between", 500, 412, 450, TARVIK_NV_ITEM_ERR_NO_FIT, 412},
+      {"claim beyond the answer", 30, 20, 64, 0, 20},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    Tamper(REQUEST_ID_NV_ITEM, [row](const uint8_t *, std::vector<uint8_t> *answer) {
+      if (row.claim != 0) {
+        answer->resize(offsetof(tarvik_nv_item_rsp_t, data) + row.carried);
+        memcpy(answer->data() + offsetof(tarvik_nv_item_rsp_t, data_len), &row.claim, 4);
+      }
+    });
+    ClearSent();
+    std::vector<uint8_t> buf(600, 0xEE);
+    int len = row.capacity;
+    EXPECT_EQ(tarvik_extend_nv_read_item(453, 1, buf.data(), &len), row.status);
+    EXPECT_EQ(len, row.len);
+    EXPECT_EQ(0, memcmp(buf.data(), item.data(), std::min(row.len, 20)));
+    EXPECT_EQ(buf[row.len], 0xEE);
+    const auto sent = SentRequests(REQUEST_ID_NV_ITEM);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_READ);
+    EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().arg1, 453u);
+  }
 }
 
 TEST_F(NvTest, RawPayloadLimits) {

@@ -35,8 +35,9 @@ typedef struct {
  * when `req_len` is 0). *p_rsp_len is the capacity of `data_rsp` on entry and the number of bytes
  * written on success; an answer longer than the capacity is cut, and one that claims more than
  * the response holds is cut to what it holds. Results: 0; -106 (`p_rsp_len` null, zero capacity
- * or an empty answer); -107 (`data_req` null with a non-zero `req_len`); -108 (`data_rsp` null);
- * -101, -102, -103 (channel failures); or the modem's non-zero result.
+ * or an empty answer: no data claimed, or none carried past the header); -107 (`data_req` null with
+ * a non-zero `req_len`); -108 (`data_rsp` null); -101, -102, -103 (channel failures); or the
+ * modem's non-zero result.
  */
 TARVIK_EXPORT int tarvik_cdc_request(uint32_t event_id, const void *data_req, uint32_t req_len,
                                      void *data_rsp, uint32_t *p_rsp_len);

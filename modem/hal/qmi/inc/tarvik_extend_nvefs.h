@@ -82,7 +82,8 @@ typedef struct {
 /*
  * Validated NV path. Subscriptions 0 and 1, items 0 to 7232; subscription 2 may only read item
  * 550. `buf_len` is the capacity on entry; on success it holds the item's length when the item
- * is shorter than the buffer and is left unchanged when the item filled the buffer.
+ * is shorter than the buffer and is left unchanged when the item filled the buffer. An answer
+ * without item data (none claimed, or none carried past its header) gives -108.
  */
 TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uint32_t *buf_len);
 /* 1 to 424 bytes. */
@@ -93,8 +94,9 @@ TARVIK_EXPORT int tarvik_nv_delete(uint32_t sub_id, uint32_t nv_id);
 /*
  * Raw NV path for service tools: the arguments go to the modem unchanged. Return the channel's
  * status when non-zero, else the modem's result. A payload or buffer that does not fit (above
- * 412 bytes, negative, or missing) gives TARVIK_NV_ITEM_ERR_NO_FIT; a read whose item is longer
- * than *buf_len copies what fits and also returns it.
+ * 412 bytes, negative, or missing) gives TARVIK_NV_ITEM_ERR_NO_FIT; a read whose item (its length
+ * as the modem gives it) is longer than *buf_len copies what fits, at most 412 bytes and no more
+ * than the answer carries, and also returns it.
  */
 TARVIK_EXPORT uint32_t tarvik_extend_nv_read_item(uint32_t arg1, uint32_t arg2, void *buf,
                                                   int *buf_len);
@@ -127,8 +129,8 @@ TARVIK_EXPORT int tarvik_efs_compare(uint32_t sub_id_src, const void *efs_path_s
 TARVIK_EXPORT int tarvik_efs_copy(uint32_t sub_id_src, const void *efs_path_src,
                                   uint32_t path_len_src, uint32_t sub_id_tgt,
                                   const uint8_t *efs_path_tgt, uint32_t path_len_tgt);
-/* Stores the modem's 16-byte status record of a terminated path (at most 99 characters are
- * sent) into `stat_out`; a null `stat_out` returns -107 without sending. */
+/* Stores the modem's 16-byte status record of a terminated path of 1 to 99 characters into
+ * `stat_out`; an empty or longer path returns -106 and a null `stat_out` -107, without sending. */
 TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out);
 /* The modem's result as it gives it (0: the file exists). */
 TARVIK_EXPORT int tarvik_efs_is_exsit(uint32_t sub_id, const void *efs_path, uint32_t path_len);

@@ -79,14 +79,15 @@ extern "C" TARVIK_EXPORT int tarvik_cdc_request(uint32_t event_id, const void *d
       break;
     }
     TARVIK_LOGD("rsp.data_len = %d", rsp.data_len);
-    if (rsp.data_len == 0) {
+    // Copy no more than arrived: the claim is cut to the bytes after the header, and a claim
+    // with nothing after the header is an empty answer like a claim of 0.
+    const uint32_t held = rsp_all_len > kCdcRspHeader ? rsp_all_len - kCdcRspHeader : 0;
+    if (rsp.data_len == 0 || held == 0) {
       TARVIK_LOGD("rsp.data_len is invalid");
       result = kErrRspLen;
       break;
     }
-    // Copy no more than arrived: the claim is cut to the bytes after the header.
     uint32_t n = rsp.data_len;
-    const uint32_t held = rsp_all_len > kCdcRspHeader ? rsp_all_len - kCdcRspHeader : 0;
     if (n > held) {
       n = held;
     }

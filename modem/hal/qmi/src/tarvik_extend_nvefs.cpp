@@ -137,14 +137,24 @@ void FillPath(tarvik_nvefs_req_t *req, uint32_t op, uint32_t sub, const void *pa
 
 // Runs one operation of the exported function `func` under `lock`, between its entry and exit
 // lines; `body` gets the name to log under, and each of its returns passes the same unlock.
-template <typename Body>
-int Locked(const char *func, pthread_mutex_t *lock, Body body) {
+// `intro` (a file operation's arguments line) is written before the lock is taken, so that a
+// caller blocked behind another operation has left a trace of what it asked for.
+template <typename Intro, typename Body>
+int Locked(const char *func, pthread_mutex_t *lock, Intro intro, Body body) {
   NVEFS_LOGD(func, TARVIK_SUB_NONE, "function entry ------------->");
+  intro(func);
   pthread_mutex_lock(lock);
   const int result = body(func);
   pthread_mutex_unlock(lock);
   NVEFS_LOGD(func, TARVIK_SUB_NONE, "function exit <-------------");
   return result;
+}
+
+// An NV operation logs its arguments under the lock.
+template <typename Body>
+int Locked(const char *func, pthread_mutex_t *lock, Body body) {
+  const auto no_intro = [](const char *) {};
+  return Locked(func, lock, no_intro, body);
 }
 
 // The verdict of a one-shot NVEFS exchange: a failed channel first, then the modem's refusal,
@@ -258,14 +268,15 @@ TARVIK_EXPORT int tarvik_nv_read(uint32_t sub_id, uint32_t nv_id, void *buf, uin
       return result;
     }
     NVEFS_LOGD(fn, sub_id, "rsp.data_len_all = %d", rsp.data_len_all);
-    if (rsp.data_len_all == 0) {
-      NVEFS_LOGD(fn, sub_id, "rsp.data_len_all is invalid");
-      return TARVIK_FEAT_ERR_LEN_INVALID;
-    }
-    // A claim beyond the bytes that arrived is cut to them.
+    // A claim beyond the bytes that arrived is cut to them; a claim with nothing after the
+    // header is an empty answer like a claim of 0.
     const uint32_t item_len =
         Min(rsp.data_len_all,
             ReceivedData(rsp_len, offsetof(tarvik_nvefs_rsp_t, data), TARVIK_NVEFS_DATA_MAX));
+    if (item_len == 0) {
+      NVEFS_LOGD(fn, sub_id, "rsp.data_len_all is invalid");
+      return TARVIK_FEAT_ERR_LEN_INVALID;
+    }
     if (capacity <= item_len) {
       memcpy(buf, rsp.data, capacity);
     } else {
@@ -332,7 +343,9 @@ TARVIK_EXPORT uint32_t tarvik_extend_nv_read_item(uint32_t arg1, uint32_t arg2, 
   const uint32_t n = Min(capacity, data_len);
   *buf_len = static_cast<int>(n);
   memcpy(buf, rsp.data, n);
-  return capacity < data_len ? TARVIK_NV_ITEM_ERR_NO_FIT : 0;
+  // Measured against the item's length as the modem gives it, not against what the record
+  // could hold: a capacity above 412 but below a longer item still got a cut item.
+  return capacity < rsp.data_len ? TARVIK_NV_ITEM_ERR_NO_FIT : 0;
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_nv_write_item(uint32_t arg1, uint32_t arg2,
@@ -366,10 +379,11 @@ TARVIK_EXPORT uint32_t tarvik_extend_nv_goldencopy(void) {
 
 TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_t path_len,
                                   void *buf, uint32_t *buf_len) {
-  return Locked(__func__, &g_efs_lock, [&](const char *fn) {
-    int result = 0;
+  const auto intro = [&](const char *fn) {
     NVEFS_LOGD(fn, sub_id, "tarvik_efs_read, sub_id %d, path_len: %d", sub_id, path_len);
-    result =
+  };
+  return Locked(__func__, &g_efs_lock, intro, [&](const char *fn) {
+    int result =
         CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_READ_PATH_MAX, kPathTexts);
     if (result != 0) {
       return result;
@@ -446,11 +460,12 @@ TARVIK_EXPORT int tarvik_efs_read(uint32_t sub_id, const char *efs_path, uint32_
 
 TARVIK_EXPORT int tarvik_efs_write(uint32_t sub_id, const char *efs_path, uint32_t path_len,
                                    const void *buf, uint32_t buf_len) {
-  return Locked(__func__, &g_efs_lock, [&](const char *fn) {
-    int result = 0;
+  const auto intro = [&](const char *fn) {
     NVEFS_LOGD(fn, sub_id, "tarvik_efs_write, sub_id %d, path_len: %d, buf_len: %d", sub_id,
                path_len, buf_len);
-    result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
+  };
+  return Locked(__func__, &g_efs_lock, intro, [&](const char *fn) {
+    int result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
       return result;
     }
@@ -530,10 +545,11 @@ int SendPathOp(const char *fn, uint32_t op, uint32_t sub, const void *path, uint
 // Delete and existence share everything but the operation and their names in the log.
 int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_len,
               const char *func) {
-  return Locked(func, &g_efs_lock, [&](const char *fn) {
-    int result = 0;
+  const auto intro = [&](const char *fn) {
     NVEFS_LOGD(fn, sub_id, "%s, sub_id %d, path_len: %d", fn, sub_id, path_len);
-    result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
+  };
+  return Locked(func, &g_efs_lock, intro, [&](const char *fn) {
+    int result = CheckPath(fn, sub_id, sub_id, efs_path, path_len, TARVIK_EFS_PATH_MAX, kPathTexts);
     if (result != 0) {
       return result;
     }
@@ -544,12 +560,13 @@ int EfsPathOp(uint32_t op, uint32_t sub_id, const void *efs_path, uint32_t path_
 // Compare and copy: two (subscription, path) pairs.
 int EfsPairOp(uint32_t op, uint32_t sub_src, const void *path_src, uint32_t len_src,
               uint32_t sub_tgt, const uint8_t *path_tgt, uint32_t len_tgt, const char *func) {
-  return Locked(func, &g_efs_lock, [&](const char *fn) {
-    int result = 0;
+  const auto intro = [&](const char *fn) {
     NVEFS_LOGD(fn, sub_src,
                "%s, sub_id_src: %d, path_len_src: %d, sub_id_tgt: %d, path_len_tgt: %d", fn,
                sub_src, len_src, sub_tgt, len_tgt);
-    result = CheckPath(fn, sub_src, sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts);
+  };
+  return Locked(func, &g_efs_lock, intro, [&](const char *fn) {
+    int result = CheckPath(fn, sub_src, sub_src, path_src, len_src, TARVIK_EFS_PATH_MAX, kSrcTexts);
     if (result == 0) {
       result = CheckPath(fn, sub_src, sub_tgt, path_tgt, len_tgt, TARVIK_EFS_PATH_MAX, kTgtTexts);
     }
@@ -591,8 +608,9 @@ TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out) {
       NVEFS_LOGD(fn, TARVIK_SUB_NONE, "efs_path is null");
       return TARVIK_FEAT_ERR_PATH_NULL;
     }
-    const size_t len = strnlen(efs_path, TARVIK_EFS_PATH_MAX);
-    if (len == 0) {
+    // One character more than allowed tells a path that is too long from one that fits.
+    const size_t len = strnlen(efs_path, TARVIK_EFS_PATH_MAX + 1);
+    if (len == 0 || len > TARVIK_EFS_PATH_MAX) {
       NVEFS_LOGD(fn, TARVIK_SUB_NONE, "len invalid");
       return TARVIK_FEAT_ERR_PATH_LEN;
     }
