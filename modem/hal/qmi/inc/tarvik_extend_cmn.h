@@ -163,6 +163,22 @@ TARVIK_EXPORT void tarvik_qmi_client_unsol_ind_cb(qmi_client_type handle, unsign
                                                   void *ind_buf, unsigned int ind_buf_len,
                                                   void *ind_cb_data);
 
+/* ---- UIM client ----
+ * The flags are single bytes written from the QMI client library's callback thread (and, for
+ * PURGE_STATE, by the radio layer's indication handling) while a request polls them: access
+ * them with relaxed atomic operations (__atomic_load_n / __atomic_store_n). */
+
+/* 1 after the UIM (or NAS) service went away; cleared by the next successful UIM client
+ * creation. */
+TARVIK_EXPORT extern uint8_t SSR_Detected;
+/* Transport failures of UIM requests since the UIM client was created. */
+TARVIK_EXPORT extern uint8_t failed_cnt;
+/* Outcome of the GUTI purge: 0 no answer yet, 1 purged, 2 failed. */
+TARVIK_EXPORT extern uint8_t PURGE_STATE;
+
+/* Error callback of the UIM and NAS clients: logs, and sets SSR_Detected on QMI_SERVICE_ERR. */
+TARVIK_EXPORT void error_cb(qmi_client_type handle, qmi_client_error_type error, void *cb_data);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

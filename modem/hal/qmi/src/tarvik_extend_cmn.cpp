@@ -1,4 +1,6 @@
-// Common request layer of the extend service and the one-shot features built on it.
+// The extend service's common request layer and the modem features built on it (restart and
+// crash control, capability queries, MCFG, device name and status), and the library's clients of
+// the standard UIM, NAS and RF SAR services. One section per family; log lines carry this file.
 #include "tarvik_extend_cmn.h"
 
 #include <stdio.h>
@@ -6,6 +8,10 @@
 
 #include "tarvik_extend_api.h"
 #include "tarvik_utils_cmn.h"
+
+/* ---------------------------------------------------------------------------------------------
+ * Common request layer and result mapping
+ * ------------------------------------------------------------------------------------------- */
 
 static_assert(sizeof(tarvik_cmn_req_t) == TARVIK_CMN_REQ_SIZE, "common request layout");
 static_assert(sizeof(tarvik_cmn_rsp_t) == TARVIK_CMN_RSP_SIZE, "common response layout");
@@ -258,3 +264,50 @@ TARVIK_EXPORT void tarvik_qmi_client_unsol_ind_cb(qmi_client_type, unsigned int 
 }
 
 }  // extern "C"
+
+/* ---------------------------------------------------------------------------------------------
+ * Modem restart and crash control
+ * ------------------------------------------------------------------------------------------- */
+
+/* ---------------------------------------------------------------------------------------------
+ * Modem capability and identity queries
+ * ------------------------------------------------------------------------------------------- */
+
+/* ---------------------------------------------------------------------------------------------
+ * Modem configuration (MCFG) controls
+ * ------------------------------------------------------------------------------------------- */
+
+/* ---------------------------------------------------------------------------------------------
+ * Device name and status notifications
+ * ------------------------------------------------------------------------------------------- */
+
+/* ---------------------------------------------------------------------------------------------
+ * UIM client
+ * One client of the UIM service, created on first use and thrown away after a service error or
+ * the third transport failure. Its error callback is also registered on the NAS client, so that
+ * a NAS service error marks the restart too.
+ * ------------------------------------------------------------------------------------------- */
+
+extern "C" {
+
+TARVIK_EXPORT uint8_t SSR_Detected = 0;
+TARVIK_EXPORT uint8_t failed_cnt = 0;
+TARVIK_EXPORT uint8_t PURGE_STATE = 0;
+
+TARVIK_EXPORT void error_cb(qmi_client_type, qmi_client_error_type error, void *) {
+  TARVIK_LOGD("QMI error callback %d", error);
+  if (error == QMI_SERVICE_ERR) {
+    TARVIK_LOGD("SSR Detected, set SSR_Detected 1");
+    __atomic_store_n(&SSR_Detected, 1, __ATOMIC_RELAXED);
+  }
+}
+
+}  // extern "C"
+
+/* ---------------------------------------------------------------------------------------------
+ * NAS client and 5G network controls
+ * ------------------------------------------------------------------------------------------- */
+
+/* ---------------------------------------------------------------------------------------------
+ * RF SAR client
+ * ------------------------------------------------------------------------------------------- */
