@@ -1,7 +1,8 @@
 // Timers: firing, ids (caller's and automatic), stopping from outside and from the callback,
 // clearing the list, and starts from several threads. Waits are generous condition-variable
 // waits for things that must happen; system timers are counted in /proc/self/timers rather than
-// by waiting for something not to happen.
+// by waiting for something not to happen. FiringTimers are the cases whose timers fire (label
+// posix_timer, see tests/CMakeLists.txt).
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -66,7 +67,7 @@ int SystemTimers() {
   return n;
 }
 
-TEST(Timers, ZeroTimeoutFiresAtOnceAndStaysListedUntilStopped) {
+TEST(FiringTimers, ZeroTimeoutFiresAtOnceAndStaysListedUntilStopped) {
   ASSERT_TRUE(tarvik_timer_start(7, Record, 0));
   ASSERT_TRUE(WaitFired(7));
   EXPECT_EQ(SystemTimers(), 1);
@@ -100,7 +101,7 @@ TEST(Timers, StartWithCallerIdRefusesNullCallbackAndRunningId) {
   EXPECT_EQ(SystemTimers(), 0);
 }
 
-TEST(Timers, AutomaticIdsStartAt501AndAFailedStartUsesItsId) {
+TEST(FiringTimers, AutomaticIdsStartAt501AndAFailedStartUsesItsId) {
   EXPECT_EQ(tarvik_timer_start(Record, 3600), 501u);
   EXPECT_EQ(tarvik_timer_start(Record, 3600), 502u);
   tarvik_test::FailNextTimerCreates(1);
@@ -125,7 +126,7 @@ TEST(Timers, StopOfUnknownIdReportsIt) {
   EXPECT_TRUE(SyslogContains("Not find the timer_callback, timer_id = 77", 3));
 }
 
-TEST(Timers, CallbackMayStopItsOwnTimer) {
+TEST(FiringTimers, CallbackMayStopItsOwnTimer) {
   ASSERT_TRUE(tarvik_timer_start(9, StopSelf, 0));
   ASSERT_EQ(tarvik_timer_start(StopSelf, 0), 501u);
   ASSERT_TRUE(WaitFired(9));
@@ -163,7 +164,7 @@ TEST(Timers, StopUnlinksFromAnyPlaceInTheList) {
   }
 }
 
-TEST(Timers, ClearForgetsDisarmsAndDeletesEveryTimer) {
+TEST(FiringTimers, ClearForgetsDisarmsAndDeletesEveryTimer) {
   ASSERT_TRUE(tarvik_timer_start(1, Record, 3600));
   ASSERT_TRUE(tarvik_timer_start(2, Record, 3600));
   ASSERT_EQ(tarvik_timer_start(Record, 3600), 501u);

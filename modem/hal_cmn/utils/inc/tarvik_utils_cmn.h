@@ -35,7 +35,9 @@ extern "C" {
 
 /* Bits of the levels that go to the system log / standard output. Both start at 0xFFFF and are
  * narrowed once, on the first flag test, by "persist.vendor.radio.adb_log_qz" /
- * "persist.vendor.radio.adb_log_shell". Unlocked. */
+ * "persist.vendor.radio.adb_log_shell". Unlocked: the library reads and writes them with relaxed
+ * atomic accesses (__atomic_load_n / __atomic_store_n); callers that touch them from several
+ * threads should do the same. */
 TARVIK_EXPORT extern uint32_t g_tarvik_logcat_print_mask;
 TARVIK_EXPORT extern uint32_t g_tarvik_shell_print_mask;
 

@@ -17,6 +17,7 @@
 #include <wctype.h>
 
 #include <algorithm>
+#include <atomic>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,9 +33,16 @@ tarvik_pid_info_t g_pid_info;
 
 namespace {
 
-bool g_logcat_mask_loaded = false;
-bool g_shell_mask_loaded = false;
+/* The masks and their loaded flags take no lock (callers log from any thread); every access is
+ * a relaxed atomic one so that concurrent loggers race benignly, not undefinedly. The exported
+ * masks stay plain uint32_t objects for their C readers. */
+std::atomic<bool> g_logcat_mask_loaded{false};
+std::atomic<bool> g_shell_mask_loaded{false};
 bool g_cmdline_name_loaded = false;
+
+uint32_t mask_get(const uint32_t *mask) {
+  return __atomic_load_n(mask, __ATOMIC_RELAXED);
+}
 
 void syslog_at(int priority, const char *fmt, va_list ap) {
   const int saved_errno = errno;
@@ -46,24 +54,26 @@ void syslog_at(int priority, const char *fmt, va_list ap) {
  * fixed texts of the mask setters below. */
 void change_mask(uint32_t *mask, uint32_t value, const char *old_fmt, uint32_t arg,
                  const char *new_fmt) {
-  tarvik_utils_syslog_dbg(old_fmt, *mask, arg);
-  *mask = value;
-  tarvik_utils_syslog_dbg(new_fmt, *mask);
+  tarvik_utils_syslog_dbg(old_fmt, mask_get(mask), arg);
+  __atomic_store_n(mask, value, __ATOMIC_RELAXED);
+  tarvik_utils_syslog_dbg(new_fmt, mask_get(mask));
 }
 
 /* First-use load of a print mask: the property can only take bits away from the mask. */
-void load_mask_once(bool *loaded, uint32_t *mask, const char *property, const char *merge_fmt,
-                    const char *new_fmt, const char *started_fmt, const char *stopped_fmt) {
-  if (*loaded) {
+void load_mask_once(std::atomic<bool> *loaded, uint32_t *mask, const char *property,
+                    const char *merge_fmt, const char *new_fmt, const char *started_fmt,
+                    const char *stopped_fmt) {
+  if (loaded->load(std::memory_order_relaxed)) {
     return;
   }
-  *loaded = true;
+  loaded->store(true, std::memory_order_relaxed);
   char value[256];
   memset(value, 0, sizeof(value));
   property_get(property, value, "65535");
   const uint32_t merge = static_cast<uint32_t>(atoi(value));
-  change_mask(mask, *mask & merge, merge_fmt, merge, new_fmt);
-  tarvik_utils_syslog_dbg(*mask != 0 ? started_fmt : stopped_fmt, *mask);
+  change_mask(mask, mask_get(mask) & merge, merge_fmt, merge, new_fmt);
+  const uint32_t now = mask_get(mask);
+  tarvik_utils_syslog_dbg(now != 0 ? started_fmt : stopped_fmt, now);
 }
 
 #define LOGCAT_NEW "new tarvik_hal_set_logcat_print_mask 0x%x"
@@ -77,21 +87,21 @@ bool tarvik_hal_get_logcat_print_flag(uint32_t mask) {
                  "merge, old tarvik_hal_set_logcat_print_mask 0x%x, merge_mask 0x%x", LOGCAT_NEW,
                  "logcat print is started, g_tarvik_logcat_print_mask 0x%x",
                  "logcat print is stoped, g_tarvik_logcat_print_mask 0x%x");
-  return (mask & ~g_tarvik_logcat_print_mask) == 0;
+  return (mask & ~mask_get(&g_tarvik_logcat_print_mask)) == 0;
 }
 
 void tarvik_hal_merge_logcat_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_logcat_print_mask, g_tarvik_logcat_print_mask & m,
+  change_mask(&g_tarvik_logcat_print_mask, mask_get(&g_tarvik_logcat_print_mask) & m,
               "merge, old tarvik_hal_set_logcat_print_mask 0x%x, merge_mask 0x%x", m, LOGCAT_NEW);
 }
 
 void tarvik_hal_add_logcat_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_logcat_print_mask, g_tarvik_logcat_print_mask | m,
+  change_mask(&g_tarvik_logcat_print_mask, mask_get(&g_tarvik_logcat_print_mask) | m,
               "add, old tarvik_hal_set_logcat_print_mask 0x%x, add_mask 0x%x", m, LOGCAT_NEW);
 }
 
 void tarvik_hal_remove_logcat_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_logcat_print_mask, g_tarvik_logcat_print_mask & ~m,
+  change_mask(&g_tarvik_logcat_print_mask, mask_get(&g_tarvik_logcat_print_mask) & ~m,
               "remove, old g_tarvik_logcat_print_mask 0x%x, rm_mask 0x%x", m,
               "new g_tarvik_logcat_print_mask 0x%x");
 }
@@ -102,8 +112,9 @@ void tarvik_hal_set_logcat_print_mask(uint32_t m) {
 }
 
 void tarvik_utils_close_logcat_print(void) {
-  tarvik_utils_syslog_dbg("close, g_tarvik_logcat_print_mask 0x%x", g_tarvik_logcat_print_mask);
-  g_tarvik_logcat_print_mask = 0;
+  tarvik_utils_syslog_dbg("close, g_tarvik_logcat_print_mask 0x%x",
+                          mask_get(&g_tarvik_logcat_print_mask));
+  __atomic_store_n(&g_tarvik_logcat_print_mask, 0u, __ATOMIC_RELAXED);
 }
 
 bool tarvik_hal_get_shell_print_flag(uint32_t mask) {
@@ -112,21 +123,21 @@ bool tarvik_hal_get_shell_print_flag(uint32_t mask) {
                  "merge, old g_tarvik_shell_print_mask 0x%x, merge_mask 0x%x", SHELL_NEW,
                  "shell print is started, g_tarvik_shell_print_mask 0x%x",
                  "shell print is stoped, g_tarvik_shell_print_mask 0x%x");
-  return (mask & ~g_tarvik_shell_print_mask) == 0;
+  return (mask & ~mask_get(&g_tarvik_shell_print_mask)) == 0;
 }
 
 void tarvik_hal_merge_shell_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_shell_print_mask, g_tarvik_shell_print_mask & m,
+  change_mask(&g_tarvik_shell_print_mask, mask_get(&g_tarvik_shell_print_mask) & m,
               "merge, old g_tarvik_shell_print_mask 0x%x, merge_mask 0x%x", m, SHELL_NEW);
 }
 
 void tarvik_hal_add_shell_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_shell_print_mask, g_tarvik_shell_print_mask | m,
+  change_mask(&g_tarvik_shell_print_mask, mask_get(&g_tarvik_shell_print_mask) | m,
               "add, old g_tarvik_shell_print_mask 0x%x, add_mask 0x%x", m, SHELL_NEW);
 }
 
 void tarvik_hal_remove_shell_print_mask(uint32_t m) {
-  change_mask(&g_tarvik_shell_print_mask, g_tarvik_shell_print_mask & ~m,
+  change_mask(&g_tarvik_shell_print_mask, mask_get(&g_tarvik_shell_print_mask) & ~m,
               "remove, old g_tarvik_shell_print_mask 0x%x, rm_mask 0x%x", m, SHELL_NEW);
 }
 
@@ -136,8 +147,9 @@ void tarvik_hal_set_shell_print_mask(uint32_t m) {
 }
 
 void tarvik_hal_close_shell_print(void) {
-  tarvik_utils_syslog_dbg("close, g_tarvik_shell_print_mask 0x%x", g_tarvik_shell_print_mask);
-  g_tarvik_shell_print_mask = 0;
+  tarvik_utils_syslog_dbg("close, g_tarvik_shell_print_mask 0x%x",
+                          mask_get(&g_tarvik_shell_print_mask));
+  __atomic_store_n(&g_tarvik_shell_print_mask, 0u, __ATOMIC_RELAXED);
 }
 
 void tarvik_hal_close_print(void) {
