@@ -13,8 +13,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "../tests/qmi_codec/codec_tables.h"
 #include "bench_ratio.h"
+#include "codec_tables.h"
 
 namespace {
 
