@@ -75,23 +75,19 @@ inline void StoreLe(uint8_t *p, uint32_t v, uint32_t width) {
 // integers get fixed-size copies the compiler turns into one load and store.
 inline void CopyScalars(uint8_t *dst, const uint8_t *src, size_t bytes, uint32_t width) {
   if (kLittleEndian || width == 1) {
-    switch (bytes) {
-      case 1:
-        *dst = *src;
-        return;
-      case 2:
-        memcpy(dst, src, 2);
-        return;
-      case 4:
-        memcpy(dst, src, 4);
-        return;
-      case 8:
-        memcpy(dst, src, 8);
-        return;
-      default:
-        memcpy(dst, src, bytes);
-        return;
+    // Tests rather than a switch: a jump table's indirect branch mispredicts between TLVs.
+    if (bytes == 4) {
+      memcpy(dst, src, 4);
+    } else if (bytes == 1) {
+      *dst = *src;
+    } else if (bytes == 2) {
+      memcpy(dst, src, 2);
+    } else if (bytes == 8) {
+      memcpy(dst, src, 8);
+    } else {
+      memcpy(dst, src, bytes);
     }
+    return;
   }
   for (size_t k = 0; k < bytes; k += width)
     for (uint32_t b = 0; b < width; ++b) dst[k + b] = src[k + width - 1 - b];
