@@ -166,11 +166,11 @@ int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst r
 
 int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
                    uint32_t rec_size) {
-  // A refused message leaves no half-decoded fields behind.
   if (rec_size != 0) memset(rec, 0, rec_size);
   const int32_t rc = WithPlan(ei, [=](const Plan &plan) {
     return DecodeWith(plan, src, src_len, Dst{rec, rec_size});
   });
+  // A refused message leaves no half-decoded fields behind.
   if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
   return rc;
 }
