@@ -9,7 +9,7 @@
 
 #include <memory>
 
-#include "../tests/qmi_codec/codec_tables.h"
+#include "codec_tables.h"
 
 namespace {
 

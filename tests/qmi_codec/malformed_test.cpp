@@ -183,9 +183,9 @@ TEST(CodecEncodeRefused, OutputBufferTooSmall) {
   }
 }
 
-// A table of plain values only (the generic record) takes the decoder's shortest path: it must
-// keep every check of the general one.
-TEST(CodecDecodeMalformed, PlainOnlyTableKeepsEveryCheck) {
+// The generic record's table (scalars and one optional array): every way a peer can get it
+// wrong, in table order and out of it.
+TEST(CodecDecodeMalformed, GenericTableRefusesEveryFault) {
   const std::string id = "01 04 00 02 00 00 00 ";
   const std::string len = "02 04 00 03 00 00 00 ";
   struct Row {
@@ -223,9 +223,9 @@ TEST(CodecDecodeMalformed, PlainOnlyTableKeepsEveryCheck) {
   }
 }
 
-// The same for a plain table whose optional TLVs sit between mandatory ones: leaving out an
-// optional TLV is fine, leaving out a mandatory one or repeating any is not, even in table order.
-TEST(CodecDecodeMalformed, PlainTableWithOptionalGapsKeepsEveryCheck) {
+// A table whose optional TLVs sit between mandatory ones: leaving out an optional TLV is fine,
+// leaving out a mandatory one or repeating any is not, even in table order.
+TEST(CodecDecodeMalformed, OptionalGapsBetweenMandatoryTlvs) {
   const std::string code = "01 04 00 04 03 02 01 ";
   const std::string level = "10 02 00 fd ff ";
   const std::string pair = "02 04 00 06 05 08 07 ";

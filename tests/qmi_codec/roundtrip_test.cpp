@@ -2,7 +2,6 @@
 // messages encode byte for byte, and a table's largest encoding is what it announces.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <thread>
@@ -144,55 +143,6 @@ TEST(CodecExactBytes, GenericRecordSendsTheWholeDataArray) {
   g.data_valid = 0;  // absent: the data bytes are not sent, and decode leaves them zero
   memset(g.data, 0, sizeof g.data);
   EXPECT_EQ("01 04 00 02 00 00 00 02 04 00 03 00 00 00", Hex(ExpectRoundTrip(kGenericEi, g)));
-}
-
-// A table of plain values with optional TLVs between mandatory ones, in an order that is not
-// the record's. Senders put TLVs in table order, but any order must decode to the same record:
-// every presence combination in every order of its TLVs, into a record full of garbage.
-TEST(CodecPlainTable, EveryPresenceAndOrderDecodesToTheSameRecord) {
-  for (int present = 0; present < 4; ++present) {
-    auto mix = Zeroed<PlainMix>();
-    mix.code = 0x01020304;
-    mix.pair[0] = 0x0506;
-    mix.pair[1] = 0x0708;
-    mix.tail = 9;
-    if (present & 1) {
-      mix.level_valid = 1;
-      mix.level = -3;
-    }
-    if (present & 2) {
-      mix.stamp_valid = 1;
-      mix.stamp = 0x1122334455667788;
-    }
-    SCOPED_TRACE("presence " + std::to_string(present));
-    const std::vector<uint8_t> wire = ExpectRoundTrip(kPlainMixEi, mix);
-    if (present == 3) {
-      EXPECT_EQ(
-          "01 04 00 04 03 02 01 10 02 00 fd ff 11 08 00 88 77 66 55 44 33 22 11 "
-          "02 04 00 06 05 08 07 03 01 00 09",
-          Hex(wire));
-    }
-    // Split into TLVs and try every order.
-    std::vector<std::vector<uint8_t>> tlvs;
-    for (size_t pos = 0; pos < wire.size();) {
-      const size_t len = 3 + (wire[pos + 1] | wire[pos + 2] << 8);
-      tlvs.emplace_back(wire.begin() + pos, wire.begin() + pos + len);
-      pos += len;
-    }
-    std::vector<size_t> order(tlvs.size());
-    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-    do {
-      std::vector<uint8_t> shuffled;
-      for (size_t i : order) shuffled.insert(shuffled.end(), tlvs[i].begin(), tlvs[i].end());
-      PlainMix back;
-      memset(&back, 0xA5, sizeof back);
-      ASSERT_EQ(QMI_IDL_LIB_NO_ERR,
-                qmi_idl_decode_elems(kPlainMixEi, shuffled.data(),
-                                     static_cast<uint32_t>(shuffled.size()), &back, sizeof back))
-          << Hex(shuffled);
-      ASSERT_EQ(0, memcmp(&mix, &back, sizeof mix)) << Hex(shuffled);
-    } while (std::next_permutation(order.begin(), order.end()));
-  }
 }
 
 TEST(CodecMaxLen, LargestEncodingIsTheTablesMaximum) {

@@ -241,6 +241,12 @@ struct flag_field {
   static_assert(FlagSize == 1, "presence flags are one byte");
   static constexpr uint32_t value = 1;
 };
+template <size_t I, typename Field>
+struct elem_index {
+  static_assert(elem_of<Field>::array == STATIC_ARRAY && I < elem_of<Field>::count,
+                "the element must lie inside the array field");
+  static constexpr uint32_t value = I;
+};
 template <uint32_t MaxLen, size_t FieldSize>
 struct string_max {
   static_assert(FieldSize >= size_t{MaxLen} + 1, "string field needs maxlen + 1 bytes");
@@ -337,6 +343,14 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
         QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                  \
         (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr    \
   }
+#define QMI_EI_AT_(K, tlv, St, f, i)                                                          \
+  {                                                                                           \
+    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
+        NO_ARRAY, (tlv), 1, (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),                   \
+        (uint32_t)(offsetof(St, f) + qmi_ei_detail::elem_index<(i), decltype(St::f)>::value * \
+                                         sizeof(QMI_EI_FIELD_T_(St, f)::type)),               \
+        nullptr                                                                               \
+  }
 #define QMI_EI_FLAG_(tlv, St, v)                                                                 \
   {                                                                                              \
     QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, qmi_ei_detail::flag_field<sizeof(decltype(St::v))>::value, \
@@ -373,6 +387,8 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 
 /* Mandatory TLVs. */
 #define QMI_TLV(K, tlv, St, f) QMI_EI_ELEM_(K, tlv, St, f)
+/* Element i of the scalar array field f as a TLV of its own. */
+#define QMI_TLV_AT(K, tlv, St, f, i) QMI_EI_AT_(K, tlv, St, f, i)
 #define QMI_TLV_VAR(K, width, max, tlv, St, n, f) \
   QMI_EI_LEN_(width, tlv, St, n), QMI_EI_VAR_(K, max, tlv, St, f)
 #define QMI_TLV_STRUCT(tlv, St, f, ei) QMI_EI_STRUCT_(tlv, St, f, ei)
@@ -401,6 +417,117 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 
 #define QMI_EI_END \
   { QMI_EOTI, NO_ARRAY, 0, 0, 0, 0, nullptr }
+
+/*
+ * Writing a service, one row per message: its id and, for each direction, its record type and
+ * table (NULL for a message without TLVs). Everything else of the service object follows from
+ * the rows: message lists, record sizes, each message's largest encoding and the service's.
+ *
+ *   constexpr qmi_idl_req_resp_row kFooPairs[] = {
+ *       {0x01, QMI_MSG(foo_req, foo_req_ei), QMI_MSG(foo_resp, foo_resp_ei)},
+ *   };
+ *   constexpr qmi_idl_ind_row kFooInds[] = {{0x02, QMI_MSG(foo_ind, foo_ind_ei)}};
+ *   constexpr auto kFoo = qmi_idl_tables_of(kFooPairs, kFooInds);
+ *   const qmi_idl_service_object foo_service = qmi_idl_service_of(kFoo, tool, maj, min, id);
+ *
+ * A table the codec cannot walk, or a message id given twice in one direction, stops the build.
+ * Tables end with a trailing comma; one of six entries or more carries `//` after its first
+ * entry, which keeps clang-format from setting its entries in columns.
+ */
+struct qmi_idl_msg_side {
+  uint32_t c_struct_sz;
+  const qmi_elem_info *ei;
+};
+struct qmi_idl_req_resp_row {
+  uint16_t msg_id;
+  qmi_idl_msg_side req;
+  qmi_idl_msg_side resp;
+};
+struct qmi_idl_ind_row {
+  uint16_t msg_id;
+  qmi_idl_msg_side ind;
+};
+#define QMI_MSG(St, ei) (qmi_idl_msg_side{(uint32_t)sizeof(St), (ei)})
+
+template <size_t NPairs, size_t NInds>
+struct qmi_idl_service_tables {
+  qmi_idl_message_table_entry req[NPairs];
+  qmi_idl_message_table_entry resp[NPairs];
+  qmi_idl_message_table_entry ind[NInds > 0 ? NInds : 1];
+  uint32_t max_msg_len;
+};
+
+namespace qmi_ei_detail {
+/* A throw in a constant evaluation stops the build with the reason. */
+constexpr qmi_idl_message_table_entry entry_of(uint16_t id, qmi_idl_msg_side s) {
+  const uint32_t max = qmi_ei_max_len(s.ei);
+  if (max == UINT32_MAX) throw "a table the codec cannot walk";
+  return {id, s.c_struct_sz, max, s.ei};
+}
+/* The largest message of one direction's list; refuses an id given twice. */
+constexpr uint32_t largest_of(const qmi_idl_message_table_entry *m, size_t n) {
+  uint32_t largest = 0;
+  for (size_t k = 0; k < n; ++k) {
+    for (size_t j = 0; j < k; ++j)
+      if (m[j].msg_id == m[k].msg_id) throw "a message id given twice";
+    largest = m[k].max_msg_len > largest ? m[k].max_msg_len : largest;
+  }
+  return largest;
+}
+template <size_t NPairs, size_t NInds>
+constexpr qmi_idl_service_tables<NPairs, NInds> tables_of(const qmi_idl_req_resp_row *pairs,
+                                                          const qmi_idl_ind_row *inds) {
+  qmi_idl_service_tables<NPairs, NInds> t{};
+  for (size_t k = 0; k < NPairs; ++k) {
+    t.req[k] = entry_of(pairs[k].msg_id, pairs[k].req);
+    t.resp[k] = entry_of(pairs[k].msg_id, pairs[k].resp);
+  }
+  for (size_t k = 0; k < NInds; ++k) t.ind[k] = entry_of(inds[k].msg_id, inds[k].ind);
+  const uint32_t req = largest_of(t.req, NPairs);
+  const uint32_t resp = largest_of(t.resp, NPairs);
+  const uint32_t ind = largest_of(t.ind, NInds);
+  t.max_msg_len = req > resp ? (req > ind ? req : ind) : (resp > ind ? resp : ind);
+  return t;
+}
+}  // namespace qmi_ei_detail
+
+template <size_t NPairs, size_t NInds>
+constexpr qmi_idl_service_tables<NPairs, NInds> qmi_idl_tables_of(
+    const qmi_idl_req_resp_row (&pairs)[NPairs], const qmi_idl_ind_row (&inds)[NInds]) {
+  return qmi_ei_detail::tables_of<NPairs, NInds>(pairs, inds);
+}
+/* A service without indications. */
+template <size_t NPairs>
+constexpr qmi_idl_service_tables<NPairs, 0> qmi_idl_tables_of(
+    const qmi_idl_req_resp_row (&pairs)[NPairs]) {
+  return qmi_ei_detail::tables_of<NPairs, 0>(pairs, nullptr);
+}
+
+/* The service object over tables built by qmi_idl_tables_of (kept in a constexpr variable). */
+template <size_t NPairs, size_t NInds>
+constexpr qmi_idl_service_object qmi_idl_service_of(const qmi_idl_service_tables<NPairs, NInds> &t,
+                                                    uint32_t library_version, uint32_t idl_major,
+                                                    uint32_t idl_minor, uint32_t service_id) {
+  return {library_version,
+          idl_major,
+          idl_minor,
+          service_id,
+          t.max_msg_len,
+          {(uint16_t)NPairs, (uint16_t)NPairs, (uint16_t)NInds},
+          {t.req, t.resp, t.ind},
+          nullptr};
+}
+
+/* What a service's versioned accessor answers: the object for exactly its versions, else NULL. */
+inline qmi_idl_service_object_type qmi_idl_service_if_version(const qmi_idl_service_object &s,
+                                                              uint32_t idl_major,
+                                                              uint32_t idl_minor,
+                                                              uint32_t library_version) {
+  return idl_major == s.idl_version && idl_minor == s.idl_minor_version &&
+                 library_version == s.library_version
+             ? &s
+             : nullptr;
+}
 
 #endif /* __cplusplus */
 

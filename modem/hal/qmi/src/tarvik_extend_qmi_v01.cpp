@@ -1,5 +1,6 @@
-// Tables of the extend service (0xFFE4) for the QMI codec: one line per TLV, next to the record
-// checks that pin the in-memory layouts the modem and the callers rely on.
+// Tables of the extend service (0xFFE4) for the QMI codec: one line per TLV and one row per
+// message, next to the record checks that pin the in-memory layouts the modem and the callers
+// rely on.
 #include "tarvik_extend_qmi_v01.h"
 
 #include <stddef.h>
@@ -79,190 +80,207 @@ using ReasonResp = tarvik_extend_qmi_base_model_get_reason_resp_msg_v01;
 using ReasonInd = tarvik_extend_qmi_base_model_reason_ind_msg_v01;
 using SetEventInd = tarvik_extend_qmi_base_model_set_event_ind_req_msg_v01;
 using Scene = tarvik_extend_qmi_base_model_scene_msg_v01;
+using Empty = tarvik_extend_qmi_empty_req_msg_v01;
 
-constexpr qmi_elem_info agg0_ei[] = {QMI_MEMBER(U, Agg0, key), QMI_MEMBER(U, Agg0, values),
-                                     QMI_EI_END};
-constexpr qmi_elem_info agg1_ei[] = {QMI_MEMBER(U, Agg1, key), QMI_MEMBER(U, Agg1, values),
-                                     QMI_EI_END};
-constexpr qmi_elem_info agg2_ei[] = {QMI_MEMBER_VAR_STRUCT(1, 5, Agg2, list_len, list, agg1_ei),
-                                     QMI_EI_END};
-constexpr qmi_elem_info agg3_ei[] = {QMI_MEMBER(U, Agg3, values), QMI_EI_END};
+constexpr qmi_elem_info agg0_ei[] = {
+    QMI_MEMBER(U, Agg0, key),
+    QMI_MEMBER(U, Agg0, values),
+    QMI_EI_END,
+};
+constexpr qmi_elem_info agg1_ei[] = {
+    QMI_MEMBER(U, Agg1, key),
+    QMI_MEMBER(U, Agg1, values),
+    QMI_EI_END,
+};
+constexpr qmi_elem_info agg2_ei[] = {
+    QMI_MEMBER_VAR_STRUCT(1, 5, Agg2, list_len, list, agg1_ei),
+    QMI_EI_END,
+};
+constexpr qmi_elem_info agg3_ei[] = {
+    QMI_MEMBER(U, Agg3, values),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info generic_ei[] = {
-    QMI_TLV(U, 0x01, Generic, id), QMI_TLV(U, 0x02, Generic, data_len),
-    QMI_TLV_OPT(U, 0x10, Generic, data_valid, data), QMI_EI_END};
+    QMI_TLV(U, 0x01, Generic, id),
+    QMI_TLV(U, 0x02, Generic, data_len),
+    QMI_TLV_OPT(U, 0x10, Generic, data_valid, data),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info data_opt_req_ei[] = {
-    QMI_TLV(U, 0x01, DataOpt, id), QMI_TLV(U, 0x02, DataOpt, data_len),
-    QMI_TLV_OPT(U, 0x10, DataOpt, data_valid, data), QMI_TLV_OPT(U, 0x11, DataOpt, opt_valid, opt),
-    QMI_EI_END};
+    QMI_TLV(U, 0x01, DataOpt, id),
+    QMI_TLV(U, 0x02, DataOpt, data_len),
+    QMI_TLV_OPT(U, 0x10, DataOpt, data_valid, data),
+    QMI_TLV_OPT(U, 0x11, DataOpt, opt_valid, opt),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info pair_ei[] = {QMI_TLV(U, 0x01, Pair, result), QMI_TLV(U, 0x02, Pair, value),
-                                     QMI_EI_END};
+constexpr qmi_elem_info pair_ei[] = {
+    QMI_TLV(U, 0x01, Pair, result),
+    QMI_TLV(U, 0x02, Pair, value),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info study_table_ind_ei[] = {
-    QMI_TLV(U, 0x01, StudyTable, type), QMI_TLV(U, 0x02, StudyTable, count),
-    QMI_TLV_STRUCT(0x03, StudyTable, table, agg0_ei), QMI_EI_END};
+    QMI_TLV(U, 0x01, StudyTable, type),
+    QMI_TLV(U, 0x02, StudyTable, count),
+    QMI_TLV_STRUCT(0x03, StudyTable, table, agg0_ei),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info study_group_ind_ei[] = {
-    QMI_TLV(U, 0x01, StudyGroup, type), QMI_TLV(U, 0x02, StudyGroup, count),
-    QMI_TLV_STRUCT(0x03, StudyGroup, groups, agg2_ei), QMI_EI_END};
+    QMI_TLV(U, 0x01, StudyGroup, type),
+    QMI_TLV(U, 0x02, StudyGroup, count),
+    QMI_TLV_STRUCT(0x03, StudyGroup, groups, agg2_ei),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info study_entry_ind_ei[] = {QMI_TLV(U, 0x01, StudyEntry, type),
-                                                QMI_TLV_STRUCT(0x02, StudyEntry, entry, agg1_ei),
-                                                QMI_EI_END};
+constexpr qmi_elem_info study_entry_ind_ei[] = {
+    QMI_TLV(U, 0x01, StudyEntry, type),
+    QMI_TLV_STRUCT(0x02, StudyEntry, entry, agg1_ei),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info study_history_ind_ei[] = {
-    QMI_TLV(U, 0x01, StudyHistory, type), QMI_TLV(U, 0x02, StudyHistory, count),
-    QMI_TLV(U, 0x03, StudyHistory, history), QMI_EI_END};
+    QMI_TLV(U, 0x01, StudyHistory, type),
+    QMI_TLV(U, 0x02, StudyHistory, count),
+    QMI_TLV(U, 0x03, StudyHistory, history),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info study_upload_req_ei[] = {
-    QMI_TLV(U, 0x01, StudyUpload, type), QMI_TLV(U, 0x02, StudyUpload, count),
-    QMI_TLV_STRUCT(0x03, StudyUpload, entries, agg1_ei), QMI_EI_END};
+    QMI_TLV(U, 0x01, StudyUpload, type),
+    QMI_TLV(U, 0x02, StudyUpload, count),
+    QMI_TLV_STRUCT(0x03, StudyUpload, entries, agg1_ei),
+    QMI_EI_END,
+};
 
-// Five u32 as TLVs 0x01..0x05: each element of the record's array is a TLV of its own.
+// Each element of the record's array is a TLV of its own.
 constexpr qmi_elem_info study_counters_ind_ei[] = {
-    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
-    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
-    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x03, 1, 4, 8, nullptr},
-    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x04, 1, 4, 12, nullptr},
-    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x05, 1, 4, 16, nullptr},
-    QMI_EI_END};
+    QMI_TLV_AT(U, 0x01, StudyCounters, values, 0),  //
+    QMI_TLV_AT(U, 0x02, StudyCounters, values, 1),
+    QMI_TLV_AT(U, 0x03, StudyCounters, values, 2),
+    QMI_TLV_AT(U, 0x04, StudyCounters, values, 3),
+    QMI_TLV_AT(U, 0x05, StudyCounters, values, 4),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info wechat_req_ei[] = {QMI_TLV(U, 0x01, WechatReq, type),
-                                           QMI_TLV(U, 0x02, WechatReq, value),
-                                           QMI_TLV(U, 0x03, WechatReq, flag), QMI_EI_END};
+constexpr qmi_elem_info wechat_req_ei[] = {
+    QMI_TLV(U, 0x01, WechatReq, type),
+    QMI_TLV(U, 0x02, WechatReq, value),
+    QMI_TLV(U, 0x03, WechatReq, flag),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info wechat_ind_ei[] = {
-    QMI_TLV(U, 0x01, WechatInd, type), QMI_TLV(U, 0x02, WechatInd, state),
-    QMI_TLV(U, 0x03, WechatInd, timestamp), QMI_TLV(U, 0x04, WechatInd, value), QMI_EI_END};
+    QMI_TLV(U, 0x01, WechatInd, type),
+    QMI_TLV(U, 0x02, WechatInd, state),
+    QMI_TLV(U, 0x03, WechatInd, timestamp),
+    QMI_TLV(U, 0x04, WechatInd, value),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info set_cfg_req_ei[] = {QMI_TLV_VAR(U, 1, 100, 0x01, SetCfg, cfg_len, cfg),
-                                            QMI_EI_END};
+constexpr qmi_elem_info set_cfg_req_ei[] = {
+    QMI_TLV_VAR(U, 1, 100, 0x01, SetCfg, cfg_len, cfg),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info result_ei[] = {QMI_TLV(U, 0x01, Result, result), QMI_EI_END};
+constexpr qmi_elem_info result_ei[] = {
+    QMI_TLV(U, 0x01, Result, result),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info set_detection_req_ei[] = {QMI_TLV(U, 0x01, SetDetection, enabled),
-                                                  QMI_EI_END};
+constexpr qmi_elem_info set_detection_req_ei[] = {
+    QMI_TLV(U, 0x01, SetDetection, enabled),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info dds_info_resp_ei[] = {
-    QMI_TLV(U, 0x01, DdsInfo, result), QMI_TLV_STRUCT(0x02, DdsInfo, info, agg3_ei), QMI_EI_END};
+    QMI_TLV(U, 0x01, DdsInfo, result),
+    QMI_TLV_STRUCT(0x02, DdsInfo, info, agg3_ei),
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info reason_req_ei[] = {QMI_TLV(U, 0x01, ReasonReq, value), QMI_EI_END};
+constexpr qmi_elem_info reason_req_ei[] = {
+    QMI_TLV(U, 0x01, ReasonReq, value),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info reason_resp_ei[] = {
-    QMI_TLV(U, 0x01, ReasonResp, result),
+    QMI_TLV(U, 0x01, ReasonResp, result),  //
     QMI_TLV_VAR(U, 1, 6, 0x02, ReasonResp, arfcn_len, arfcn),
     QMI_TLV_VAR(U, 1, 6, 0x03, ReasonResp, pci_len, pci),
     QMI_TLV_VAR(U, 1, 6, 0x04, ReasonResp, reason_bitmask_len, reason_bitmask),
     QMI_TLV_VAR(U, 1, 6, 0x05, ReasonResp, reason_bitmask_ext_len, reason_bitmask_ext),
-    QMI_EI_END};
+    QMI_EI_END,
+};
 
-constexpr qmi_elem_info reason_ind_ei[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
-                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
-                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x03, 1, 4, 8, nullptr},
-                                           {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x04, 1, 4, 12, nullptr},
-                                           QMI_EI_END};
+constexpr qmi_elem_info reason_ind_ei[] = {
+    QMI_TLV_AT(U, 0x01, ReasonInd, values, 0),
+    QMI_TLV_AT(U, 0x02, ReasonInd, values, 1),
+    QMI_TLV_AT(U, 0x03, ReasonInd, values, 2),
+    QMI_TLV_AT(U, 0x04, ReasonInd, values, 3),
+    QMI_EI_END,
+};
 
 constexpr qmi_elem_info set_event_ind_req_ei[] = {
-    QMI_TLV(U, 0x01, SetEventInd, event), QMI_TLV(U, 0x02, SetEventInd, is_register), QMI_EI_END};
-
-constexpr qmi_elem_info scene_ei[] = {QMI_TLV(U, 0x01, Scene, result),
-                                      QMI_TLV(U, 0x02, Scene, scene_bitmask),
-                                      QMI_TLV(U, 0x03, Scene, scene_bitmask_ext), QMI_EI_END};
-
-// Message tables, by message id. The second column is the record size, the third the largest
-// TLV area the message can encode to.
-constexpr qmi_idl_message_table_entry requests[] = {
-    {0x02, sizeof(Generic), 567, generic_ei},
-    {0x03, sizeof(Generic), 567, generic_ei},
-    {0x04, sizeof(DataOpt), 571, data_opt_req_ei},
-    {0x0A, sizeof(StudyUpload), 1553, study_upload_req_ei},
-    {0x0C, sizeof(WechatReq), 18, wechat_req_ei},
-    {0x0E, sizeof(SetCfg), 404, set_cfg_req_ei},
-    {0x0F, sizeof(SetDetection), 4, set_detection_req_ei},
-    {0x10, sizeof(tarvik_extend_qmi_empty_req_msg_v01), 0, nullptr},
-    {0x11, sizeof(ReasonReq), 7, reason_req_ei},
-    {0x13, sizeof(SetEventInd), 11, set_event_ind_req_ei},
-    {0x14, sizeof(tarvik_extend_qmi_empty_req_msg_v01), 0, nullptr},
+    QMI_TLV(U, 0x01, SetEventInd, event),
+    QMI_TLV(U, 0x02, SetEventInd, is_register),
+    QMI_EI_END,
 };
 
-constexpr qmi_idl_message_table_entry responses[] = {
-    {0x02, sizeof(Generic), 567, generic_ei},
-    {0x03, sizeof(Generic), 567, generic_ei},
-    {0x04, sizeof(Pair), 14, pair_ei},
-    {0x0A, sizeof(Pair), 14, pair_ei},
-    {0x0C, sizeof(Pair), 14, pair_ei},
-    {0x0E, sizeof(Result), 7, result_ei},
-    {0x0F, sizeof(Result), 7, result_ei},
-    {0x10, sizeof(DdsInfo), 78, dds_info_resp_ei},
-    {0x11, sizeof(ReasonResp), 119, reason_resp_ei},
-    {0x13, sizeof(Result), 7, result_ei},
-    {0x14, sizeof(Scene), 21, scene_ei},
+constexpr qmi_elem_info scene_ei[] = {
+    QMI_TLV(U, 0x01, Scene, result),
+    QMI_TLV(U, 0x02, Scene, scene_bitmask),
+    QMI_TLV(U, 0x03, Scene, scene_bitmask_ext),
+    QMI_EI_END,
 };
 
-constexpr qmi_idl_message_table_entry indications[] = {
-    {0x03, sizeof(Generic), 567, generic_ei},
-    {0x05, sizeof(StudyTable), 1137, study_table_ind_ei},
-    {0x06, sizeof(StudyGroup), 1227, study_group_ind_ei},
-    {0x07, sizeof(Pair), 14, pair_ei},
-    {0x08, sizeof(StudyEntry), 34, study_entry_ind_ei},
-    {0x09, sizeof(StudyHistory), 417, study_history_ind_ei},
-    {0x0B, sizeof(StudyCounters), 35, study_counters_ind_ei},
-    {0x0D, sizeof(WechatInd), 32, wechat_ind_ei},
-    {0x12, sizeof(ReasonInd), 28, reason_ind_ei},
-    {0x14, sizeof(Scene), 21, scene_ei},
+// The messages, one row each: id, request, response.
+constexpr qmi_idl_req_resp_row kPairs[] = {
+    {0x02, QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},  //
+    {0x03, QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},
+    {0x04, QMI_MSG(DataOpt, data_opt_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0A, QMI_MSG(StudyUpload, study_upload_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0C, QMI_MSG(WechatReq, wechat_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0E, QMI_MSG(SetCfg, set_cfg_req_ei), QMI_MSG(Result, result_ei)},
+    {0x0F, QMI_MSG(SetDetection, set_detection_req_ei), QMI_MSG(Result, result_ei)},
+    {0x10, QMI_MSG(Empty, nullptr), QMI_MSG(DdsInfo, dds_info_resp_ei)},
+    {0x11, QMI_MSG(ReasonReq, reason_req_ei), QMI_MSG(ReasonResp, reason_resp_ei)},
+    {0x13, QMI_MSG(SetEventInd, set_event_ind_req_ei), QMI_MSG(Result, result_ei)},
+    {0x14, QMI_MSG(Empty, nullptr), QMI_MSG(Scene, scene_ei)},
 };
 
-// The largest sizes above are the ones the tables really encode to.
-template <size_t N>
-constexpr bool MaxLensMatch(const qmi_idl_message_table_entry (&table)[N]) {
-  for (size_t i = 0; i < N; ++i) {
-    if (qmi_ei_max_len(table[i].ei) != table[i].max_msg_len) {
-      return false;
-    }
-  }
-  return true;
-}
-template <size_t N>
-constexpr uint32_t LargestOf(const qmi_idl_message_table_entry (&table)[N]) {
-  uint32_t largest = 0;
-  for (size_t i = 0; i < N; ++i) {
-    largest = table[i].max_msg_len > largest ? table[i].max_msg_len : largest;
-  }
-  return largest;
-}
-static_assert(MaxLensMatch(requests) && MaxLensMatch(responses) && MaxLensMatch(indications));
-static_assert(LargestOf(requests) == TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01 &&
-              LargestOf(responses) <= TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01 &&
-              LargestOf(indications) <= TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01);
-static_assert(sizeof(requests) / sizeof(requests[0]) == 11);
-static_assert(sizeof(responses) / sizeof(responses[0]) == 11);
-static_assert(sizeof(indications) / sizeof(indications[0]) == 10);
+constexpr qmi_idl_ind_row kIndications[] = {
+    {0x03, QMI_MSG(Generic, generic_ei)},  //
+    {0x05, QMI_MSG(StudyTable, study_table_ind_ei)},
+    {0x06, QMI_MSG(StudyGroup, study_group_ind_ei)},
+    {0x07, QMI_MSG(Pair, pair_ei)},
+    {0x08, QMI_MSG(StudyEntry, study_entry_ind_ei)},
+    {0x09, QMI_MSG(StudyHistory, study_history_ind_ei)},
+    {0x0B, QMI_MSG(StudyCounters, study_counters_ind_ei)},
+    {0x0D, QMI_MSG(WechatInd, wechat_ind_ei)},
+    {0x12, QMI_MSG(ReasonInd, reason_ind_ei)},
+    {0x14, QMI_MSG(Scene, scene_ei)},
+};
+
+constexpr auto kTables = qmi_idl_tables_of(kPairs, kIndications);
+static_assert(kTables.max_msg_len == TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01,
+              "the header's largest message is the one the tables encode to");
 
 }  // namespace
 
 extern "C" {
 
-const qmi_idl_service_object tarvik_extend_qmi_idl_service_object_v01 = {
-    TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01,
-    TARVIK_EXTEND_QMI_IDL_MAJOR_V01,
-    TARVIK_EXTEND_QMI_IDL_MINOR_V01,
-    TARVIK_EXTEND_QMI_SERVICE_ID_V01,
-    TARVIK_EXTEND_QMI_MAX_MSG_LEN_V01,
-    {sizeof(requests) / sizeof(requests[0]), sizeof(responses) / sizeof(responses[0]),
-     sizeof(indications) / sizeof(indications[0])},
-    {requests, responses, indications},
-    nullptr};
+const qmi_idl_service_object tarvik_extend_qmi_idl_service_object_v01 = qmi_idl_service_of(
+    kTables, TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01, TARVIK_EXTEND_QMI_IDL_MAJOR_V01,
+    TARVIK_EXTEND_QMI_IDL_MINOR_V01, TARVIK_EXTEND_QMI_SERVICE_ID_V01);
 
 qmi_idl_service_object_type tarvik_extend_get_service_object_internal_v01(
     uint32_t idl_maj_version, uint32_t idl_min_version, uint32_t library_version) {
-  if (idl_maj_version != TARVIK_EXTEND_QMI_IDL_MAJOR_V01 ||
-      idl_min_version != TARVIK_EXTEND_QMI_IDL_MINOR_V01 ||
-      library_version != TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01) {
-    return nullptr;
-  }
-  return &tarvik_extend_qmi_idl_service_object_v01;
+  return qmi_idl_service_if_version(tarvik_extend_qmi_idl_service_object_v01, idl_maj_version,
+                                    idl_min_version, library_version);
 }
 
 }  // extern "C"

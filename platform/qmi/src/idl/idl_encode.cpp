@@ -84,7 +84,8 @@ int32_t EncodeElem(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w, u
 int32_t EncodeVarArray(const qmi_elem_info &len, const qmi_elem_info &arr, Src rec, Writer &w,
                        uint32_t depth, bool top) {
   if (!InRecord(len.offset, 4, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-  const uint32_t count = LoadU32(rec.base + len.offset);
+  uint32_t count;
+  memcpy(&count, rec.base + len.offset, sizeof count);
   if (count > arr.elem_len) return QMI_IDL_LIB_ARRAY_TOO_BIG;
   uint8_t *p = w.Take(len.elem_size);
   if (p == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
@@ -112,104 +113,44 @@ int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec,
   return QMI_IDL_LIB_NO_ERR;
 }
 
-// The value of a TLV that is not one plain value, written at `pos`: its entries walked one by
-// one. Kept out of line so that the loop over TLVs stays small.
-__attribute__((noinline)) int32_t EncodeGroup(const qmi_elem_info *first, const qmi_elem_info *end,
-                                              Src rec, uint8_t *dst, uint32_t dst_len, uint32_t pos,
-                                              uint32_t *value_len) {
-  Writer w{dst, dst_len, pos};
-  const int32_t rc = EncodeSeq(first, end, rec, w, 0, true);
-  if (rc != QMI_IDL_LIB_NO_ERR) return rc;
-  *value_len = w.pos - pos;
-  return *value_len <= kMaxTlvLen ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-}
-
-// The TLVs of a planned table, in table order, every bound checked per TLV.
-int32_t EncodeChecked(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
-                      uint32_t dst_len, uint32_t *encoded_len) {
-  uint32_t pos = 0;
+// The TLVs of a planned table, in table order: each value walked after room for its header.
+int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
+                   uint32_t dst_len, uint32_t *encoded_len) {
+  if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
+  Writer w{dst, dst_len, 0};
   for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
     if (op->optional) {
       if (!InRecord(op->flag_off, 1, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
       if (rec[op->flag_off] == 0) continue;
     }
-    if (dst_len - pos < kTlvHeaderLen) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    uint8_t *header = w.Take(kTlvHeaderLen);
+    if (header == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    const uint32_t start = w.pos;
     if (op->plain != 0) {
       if (!InRecord(op->off, op->plain, rec_size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (dst_len - pos - kTlvHeaderLen < op->plain) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      dst[pos] = op->id;
-      StoreLe(dst + pos + 1, op->plain, 2);
-      CopyScalars(dst + pos + kTlvHeaderLen, rec + op->off, op->plain, op->width);
-      pos += kTlvHeaderLen + op->plain;
-      continue;
-    }
-    uint32_t value_len = 0;
-    const int32_t rc = EncodeGroup(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size}, dst,
-                                   dst_len, pos + kTlvHeaderLen, &value_len);
-    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
-    dst[pos] = op->id;
-    StoreLe(dst + pos + 1, value_len, 2);
-    pos += kTlvHeaderLen + value_len;
-  }
-  *encoded_len = pos;
-  return QMI_IDL_LIB_NO_ERR;
-}
-
-// A table of plain values, a record holding every flag and value and an output with room for
-// the table's largest encoding: nothing can fail, so the loop has no exits and no calls but the
-// copies. Returns the encoded length.
-inline __attribute__((always_inline)) uint32_t EncodePlain(const Plan &plan, const uint8_t *rec,
-                                                           uint8_t *dst) {
-  uint8_t *out = dst;
-  for (const TlvOp *op = plan.ops, *last = plan.ops + plan.n_ops; op != last; ++op) {
-    if (op->optional && rec[op->flag_off] == 0) continue;
-    if (kLittleEndian) {
-      memcpy(out, &op->header, 4);  // its fourth byte is the value's first, written next
+      uint8_t *out = w.Take(op->plain);
+      if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+      CopyScalars(out, rec + op->off, op->plain, op->width);
     } else {
-      out[0] = op->id;
-      StoreLe(out + 1, op->plain, 2);
+      const int32_t rc =
+          EncodeSeq(plan.ei + op->first, plan.ei + op->end, Src{rec, rec_size}, w, 0, true);
+      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     }
-    CopyScalars(out + kTlvHeaderLen, rec + op->off, op->plain, op->width);
-    out += kTlvHeaderLen + op->plain;
+    if (w.pos - start > kMaxTlvLen) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    header[0] = op->id;
+    StoreLe(header + 1, w.pos - start, 2);
   }
-  return static_cast<uint32_t>(out - dst);
-}
-
-bool PlainFits(const Plan &plan, uint32_t rec_size, uint32_t dst_len) {
-  return plan.plain && rec_size >= plan.rec_need && dst_len >= plan.wire_max;
-}
-
-int32_t EncodeWith(const Plan &plan, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
-                   uint32_t dst_len, uint32_t *encoded_len) {
-  if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
-  if (PlainFits(plan, rec_size, dst_len)) {
-    *encoded_len = EncodePlain(plan, rec, dst);
-    return QMI_IDL_LIB_NO_ERR;
-  }
-  return EncodeChecked(plan, rec, rec_size, dst, dst_len, encoded_len);
-}
-
-// Everything but a planned plain table that fits: kept out of line so that the common path
-// stays a short function.
-__attribute__((noinline)) int32_t EncodeOther(const qmi_elem_info *ei, const Plan *plan,
-                                              const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
-                                              uint32_t dst_len, uint32_t *encoded_len) {
-  if (plan != nullptr) return EncodeWith(*plan, rec, rec_size, dst, dst_len, encoded_len);
-  return RunWithNewPlan(ei, [=](const Plan &fresh) {
-    return EncodeWith(fresh, rec, rec_size, dst, dst_len, encoded_len);
-  });
+  *encoded_len = w.pos;
+  return QMI_IDL_LIB_NO_ERR;
 }
 
 }  // namespace
 
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,
                    uint32_t dst_len, uint32_t *encoded_len) {
-  const Plan *plan = CachedPlan(ei);
-  if (plan != nullptr && PlainFits(*plan, rec_size, dst_len)) {
-    *encoded_len = EncodePlain(*plan, rec, dst);
-    return QMI_IDL_LIB_NO_ERR;
-  }
-  return EncodeOther(ei, plan, rec, rec_size, dst, dst_len, encoded_len);
+  return WithPlan(ei, [=](const Plan &plan) {
+    return EncodeWith(plan, rec, rec_size, dst, dst_len, encoded_len);
+  });
 }
 
 }  // namespace qmi_idl

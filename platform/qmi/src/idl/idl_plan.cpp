@@ -10,21 +10,12 @@ std::atomic<const Plan *> g_plan_slots[kPlanSlots];
 
 namespace {
 
-// The larger of `need` and the end of [off, off + n).
-uint64_t Extend(uint64_t need, uint32_t off, uint32_t n) {
-  const uint64_t end = uint64_t{off} + n;
-  return end > need ? end : need;
-}
-
 // Fills `plan` (and `ops`, room for kMaxOps) from the table.
 void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
   plan.ei = ei;
   plan.status = QMI_IDL_LIB_NO_ERR;
   plan.n_ops = 0;
   plan.n_required = 0;
-  plan.rec_need = 0;
-  plan.wire_max = 0;
-  plan.plain = false;
   for (uint16_t &k : plan.op_of) k = kNoOp;
   plan.ops = ops;
   for (const qmi_elem_info *e = ei; e != nullptr && e->data_type != QMI_EOTI;) {
@@ -41,19 +32,15 @@ void Build(const qmi_elem_info *ei, Plan &plan, TlvOp *ops) {
     op.end = static_cast<uint32_t>(g.end - ei);
     op.optional = g.flag != nullptr;
     op.flag_off = op.optional ? g.flag->offset : 0;
-    op.off = g.first->offset;
-    op.plain = g.plain;
-    op.width = g.first->elem_size;
     op.id = id;
-    op.header = uint32_t{id} | op.plain << 8;
+    op.off = g.first->offset;
+    op.width = ScalarWidth(*g.first);
+    const uint64_t plain = uint64_t{op.width} * Capacity(*g.first);
+    const bool one = g.end == g.first + 1 && g.first->array_type != VAR_LEN_ARRAY;
+    op.plain = one && plain <= kMaxTlvLen ? static_cast<uint32_t>(plain) : 0;
     if (!op.optional) ++plan.n_required;
-    if (op.optional) plan.rec_need = Extend(plan.rec_need, op.flag_off, 1);
-    if (op.plain != 0) plan.rec_need = Extend(plan.rec_need, op.off, op.plain);
-    if (plan.wire_max != UINT64_MAX)
-      plan.wire_max = op.plain != 0 ? plan.wire_max + kTlvHeaderLen + op.plain : UINT64_MAX;
     e = g.end;
   }
-  plan.plain = plan.wire_max != UINT64_MAX;
 }
 
 // Offers `plan` to the cache; returns the plan kept for its table, or null when the cache is
@@ -72,20 +59,20 @@ const Plan *Keep(const Plan *plan) {
 
 }  // namespace
 
-const Plan *AddPlan(const qmi_elem_info *ei, PlanBuf &scratch) {
+const Plan &AddPlan(const qmi_elem_info *ei, PlanBuf &scratch) {
   Build(ei, scratch.plan, scratch.ops);
   // Kept plans live as long as the tables they describe: for the life of the process.
   const size_t ops_bytes = sizeof(TlvOp) * scratch.plan.n_ops;
   void *mem = ::operator new(sizeof(Plan) + ops_bytes, std::nothrow);
-  if (mem == nullptr) return &scratch.plan;
+  if (mem == nullptr) return scratch.plan;
   TlvOp *ops = reinterpret_cast<TlvOp *>(static_cast<uint8_t *>(mem) + sizeof(Plan));
   if (ops_bytes != 0) memcpy(static_cast<void *>(ops), scratch.ops, ops_bytes);
   Plan *plan = new (mem) Plan(scratch.plan);
   plan->ops = ops;
   const Plan *kept = Keep(plan);
-  if (kept == plan) return plan;
+  if (kept == plan) return *plan;
   ::operator delete(mem);
-  return kept != nullptr ? kept : &scratch.plan;
+  return kept != nullptr ? *kept : scratch.plan;
 }
 
 }  // namespace qmi_idl

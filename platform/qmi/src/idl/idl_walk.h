@@ -1,5 +1,5 @@
-// Pieces the encoder and the decoder share: record bounds, TLV grouping, element checks and
-// little-endian integer access. Internal to the codec.
+// Pieces the encoder and the decoder share: record bounds, TLV grouping, element checks,
+// little-endian integer access and the plans of tables. Internal to the codec.
 #pragma once
 
 #include <stdint.h>
@@ -45,13 +45,11 @@ inline uint32_t ScalarWidth(const qmi_elem_info &e) {
 }
 
 // The entries of one TLV of a message table: its presence flag if it has one, then its elements
-// up to the next TLV id. `plain` is the value's length when it is one scalar or one fixed array
-// of scalars (its record bytes in wire order, which both walkers copy in one go), else 0.
+// up to the next TLV id.
 struct TlvGroup {
   const qmi_elem_info *flag;
   const qmi_elem_info *first;
   const qmi_elem_info *end;
-  uint32_t plain;
 };
 
 inline TlvGroup GroupAt(const qmi_elem_info *e) {
@@ -60,11 +58,6 @@ inline TlvGroup GroupAt(const qmi_elem_info *e) {
   g.first = g.flag != nullptr ? e + 1 : e;
   g.end = g.first;
   while (g.end->data_type != QMI_EOTI && g.end->tlv_type == e->tlv_type) ++g.end;
-  g.plain = 0;
-  if (g.end == g.first + 1 && g.first->array_type != VAR_LEN_ARRAY) {
-    const uint64_t bytes = uint64_t{ScalarWidth(*g.first)} * Capacity(*g.first);
-    if (bytes <= kMaxTlvLen) g.plain = static_cast<uint32_t>(bytes);
-  }
   return g;
 }
 
@@ -82,59 +75,37 @@ inline void StoreLe(uint8_t *p, uint32_t v, uint32_t width) {
 // integers get fixed-size copies the compiler turns into one load and store.
 inline void CopyScalars(uint8_t *dst, const uint8_t *src, size_t bytes, uint32_t width) {
   if (kLittleEndian || width == 1) {
-    switch (bytes) {
-      case 1:
-        *dst = *src;
-        return;
-      case 2:
-        memcpy(dst, src, 2);
-        return;
-      case 4:
-        memcpy(dst, src, 4);
-        return;
-      case 8:
-        memcpy(dst, src, 8);
-        return;
-      default:
-        memcpy(dst, src, bytes);
-        return;
+    // Tests rather than a switch: a jump table's indirect branch mispredicts between TLVs.
+    if (bytes == 4) {
+      memcpy(dst, src, 4);
+    } else if (bytes == 1) {
+      *dst = *src;
+    } else if (bytes == 2) {
+      memcpy(dst, src, 2);
+    } else if (bytes == 8) {
+      memcpy(dst, src, 8);
+    } else {
+      memcpy(dst, src, bytes);
     }
+    return;
   }
   for (size_t k = 0; k < bytes; k += width)
     for (uint32_t b = 0; b < width; ++b) dst[k + b] = src[k + width - 1 - b];
 }
 
-// A TLV header's length field.
-inline uint32_t LoadLe16(const uint8_t *p) {
-  if (!kLittleEndian) return LoadLe(p, 2);
-  uint16_t v;
-  memcpy(&v, p, sizeof v);
-  return v;
-}
-
-inline uint32_t LoadU32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, sizeof v);
-  return v;
-}
-
-inline void StoreU32(uint8_t *p, uint32_t v) {
-  memcpy(p, &v, sizeof v);
-}
-
-// A top-level table resolved once: its TLVs in table order, each with what GroupAt finds, plus
-// an id -> TLV map and the ids that must arrive. Both walkers run over it, so a message costs a
-// look-up per TLV instead of a scan of the table. Tables are read once and remembered by their
-// address: they must stay unchanged for the life of the process (the static const tables of a
-// service are).
+// A top-level table resolved once: its TLVs in table order plus an id -> TLV map, so that both
+// walkers look a TLV up instead of scanning the table. Tables are read once and remembered by
+// their address: they must stay unchanged for the life of the process (the static const tables
+// of a service are).
 struct TlvOp {
-  uint32_t off;       // record offset of the first value entry
-  uint32_t plain;     // TlvGroup::plain
-  uint32_t width;     // element width of a plain TLV
+  // A value that is one scalar or one fixed array of scalars: its record offset, its length (its
+  // record bytes in wire order, copied in one go) and its element width; plain is 0 otherwise.
+  uint32_t off;
+  uint32_t plain;
+  uint32_t width;
   uint32_t flag_off;  // record offset of the presence flag, when `optional`
   uint32_t first;     // index of the TLV's first value entry (past the flag)
   uint32_t end;       // index past the TLV's entries
-  uint32_t header;    // a plain TLV's header in wire order (id, length), then one spare byte
   uint8_t id;
   bool optional;
 };
@@ -150,14 +121,6 @@ struct Plan {
   int32_t status;
   uint32_t n_ops;
   uint32_t n_required;  // TLVs without a presence flag
-  // Record bytes every presence flag and plain value lies within: a record at least this large
-  // needs no per-TLV bounds check on those (nested and variable entries still check their own).
-  uint64_t rec_need;
-  // Largest TLV area of a table of plain values only (UINT64_MAX for any other table): an output
-  // at least this large needs no bounds check per TLV.
-  uint64_t wire_max;
-  // A walkable table of plain values only: the walkers' short paths apply.
-  bool plain;
   uint16_t op_of[256];  // TLV id -> index in ops, or kNoOp
   const TlvOp *ops;
 };
@@ -189,14 +152,19 @@ inline const Plan *CachedPlan(const qmi_elem_info *ei) {
 
 // Builds the plan of `ei` and keeps it; when the cache is full (or memory short) the plan is
 // built in `scratch` for this call only.
-const Plan *AddPlan(const qmi_elem_info *ei, PlanBuf &scratch);
+const Plan &AddPlan(const qmi_elem_info *ei, PlanBuf &scratch);
 
-// Calls run(plan) with the plan of `ei` built now: a table's first use. Out of line, so that the
-// callers' hot paths do not carry `scratch` on their stack.
+// Calls run(plan) with the plan of `ei`: the kept one, else one built now. A table's first use
+// goes out of line, so that the callers do not carry `scratch` on their stack.
 template <typename Run>
 __attribute__((noinline)) int32_t RunWithNewPlan(const qmi_elem_info *ei, const Run &run) {
   PlanBuf scratch;
-  return run(*AddPlan(ei, scratch));
+  return run(AddPlan(ei, scratch));
+}
+template <typename Run>
+int32_t WithPlan(const qmi_elem_info *ei, const Run &run) {
+  const Plan *plan = CachedPlan(ei);
+  return plan != nullptr ? run(*plan) : RunWithNewPlan(ei, run);
 }
 
 int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_size, uint8_t *dst,

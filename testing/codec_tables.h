@@ -33,9 +33,12 @@ struct Mid {
   char name[9];
 };
 constexpr qmi_elem_info kMidEi[] = {
-    QMI_MEMBER(S, Mid, level),       QMI_MEMBER_VAR_STRUCT(1, 3, Mid, inners_len, inners, kInnerEi),
-    QMI_MEMBER(U, Mid, fixed),       QMI_MEMBER(U, Mid, stamp),
-    QMI_MEMBER_STRING(8, Mid, name), QMI_EI_END,
+    QMI_MEMBER(S, Mid, level),  //
+    QMI_MEMBER_VAR_STRUCT(1, 3, Mid, inners_len, inners, kInnerEi),
+    QMI_MEMBER(U, Mid, fixed),
+    QMI_MEMBER(U, Mid, stamp),
+    QMI_MEMBER_STRING(8, Mid, name),
+    QMI_EI_END,
 };
 
 // Every kind at the top level: scalars of each width, signed enums, arrays fixed and variable
