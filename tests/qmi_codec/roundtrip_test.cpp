@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "codec_test_util.h"
+#include "common_v01.h"
 
 namespace {
 
@@ -143,6 +144,32 @@ TEST(CodecExactBytes, GenericRecordSendsTheWholeDataArray) {
   g.data_valid = 0;  // absent: the data bytes are not sent, and decode leaves them zero
   memset(g.data, 0, sizeof g.data);
   EXPECT_EQ("01 04 00 02 00 00 00 02 04 00 03 00 00 00", Hex(ExpectRoundTrip(kGenericEi, g)));
+}
+
+// The standard response: two 4-byte enums in the record, two u16 on the wire.
+TEST(CodecExactBytes, StandardResponseSendsItsEnumsInTwoBytes) {
+  struct Resp {
+    qmi_response_type_v01 resp;
+  };
+  constexpr qmi_elem_info kRespEi[] = {QMI_TLV_RESPONSE(Resp, resp), QMI_EI_END};
+  auto r = Zeroed<Resp>();
+  r.resp.result = QMI_RESULT_FAILURE_V01;
+  r.resp.error = QMI_ERR_INVALID_ARG_V01;
+  EXPECT_EQ("02 04 00 01 00 30 00", Hex(ExpectRoundTrip(kRespEi, r)));
+
+  const std::vector<uint8_t> negative = FromHex("02 04 00 ff ff 00 80");
+  ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_decode_elems(kRespEi, negative.data(), 7, &r, sizeof r));
+  EXPECT_EQ(r.resp.result, -1);  // sign-extended into the 4-byte field
+  EXPECT_EQ(r.resp.error, -0x8000);
+
+  uint8_t out[16];
+  uint32_t len = 0;
+  for (int32_t wide : {0x8000, -0x8001}) {
+    SCOPED_TRACE(wide);
+    r.resp.error = static_cast<qmi_error_type_v01>(wide);
+    EXPECT_EQ(QMI_IDL_LIB_RANGE_FAILURE,
+              qmi_idl_encode_elems(kRespEi, &r, sizeof r, out, sizeof out, &len));
+  }
 }
 
 TEST(CodecMaxLen, LargestEncodingIsTheTablesMaximum) {

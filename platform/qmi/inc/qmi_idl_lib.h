@@ -15,7 +15,10 @@
  *  - A TLV of the table is optional when its first entry is a QMI_OPT_FLAG, whatever its id;
  *    every other TLV of the table is required on decode.
  *  - Integers and signed enums keep the width of their record field (1, 2, 4 or 8 bytes); a
- *    signed enum is its two's complement bytes, copied without a range check.
+ *    signed enum is its two's complement bytes, copied without a range check. The one exception:
+ *    a 1- or 2-byte enum entry whose record field is 4 bytes (QMI records keep every enum in 4)
+ *    goes on the wire in its own width, sign-extended on decode and refused with
+ *    QMI_IDL_LIB_RANGE_FAILURE on encode when it does not fit.
  *  - A string that is a TLV of its own goes on the wire as its characters only, its length being
  *    the TLV's; a string inside a nested struct is prefixed by its length (1 byte when its
  *    maximum is at most 255, else 2). Neither form carries the NUL. On decode the record's text
@@ -272,6 +275,19 @@ constexpr uint32_t scalar_width(uint32_t data_type) {
   }
 }
 
+/* A 1- or 2-byte signed enum kept in a 4-byte record field (how QMI records keep enums). */
+constexpr bool narrow_enum(uint32_t data_type, uint32_t elem_size) {
+  return (data_type == QMI_SIGNED_1_BYTE_ENUM || data_type == QMI_SIGNED_2_BYTE_ENUM) &&
+         elem_size == 4;
+}
+
+template <uint32_t WireWidth, size_t FieldSize>
+struct narrow_enum_type {
+  static_assert(WireWidth == 1 || WireWidth == 2, "a narrow enum is sent in 1 or 2 bytes");
+  static_assert(FieldSize == 4, "enum fields are 4 bytes in the record");
+  static constexpr uint8_t value = WireWidth == 1 ? QMI_SIGNED_1_BYTE_ENUM : QMI_SIGNED_2_BYTE_ENUM;
+};
+
 /* Length prefix of a string inside a nested struct. */
 constexpr uint32_t string_prefix(uint32_t max_len) {
   return max_len <= 255 ? 1 : 2;
@@ -317,6 +333,8 @@ constexpr uint64_t max_len(const qmi_elem_info *ei, bool top, uint32_t depth) {
     } else if (e.data_type == QMI_STRING) {
       if (e.array_type != NO_ARRAY) return kBadTable;
       total += e.elem_len + (top ? 0 : string_prefix(e.elem_len));
+    } else if (narrow_enum(e.data_type, e.elem_size)) {
+      total += count * scalar_width(e.data_type);
     } else {
       if (scalar_width(e.data_type) == 0 || scalar_width(e.data_type) != e.elem_size)
         return kBadTable;
@@ -385,8 +403,18 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
         (uint32_t)offsetof(St, f), nullptr                                      \
   }
 
+/* An enum field (4 bytes in the record) sent in `width` (1 or 2) bytes: sign-extended on decode,
+ * QMI_IDL_LIB_RANGE_FAILURE on encode when the value does not fit. */
+#define QMI_EI_ENUM_(width, tlv, St, f)                                                    \
+  {                                                                                        \
+    qmi_ei_detail::narrow_enum_type<(width), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
+        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count, 4,            \
+        (uint32_t)offsetof(St, f), nullptr                                                 \
+  }
+
 /* Mandatory TLVs. */
 #define QMI_TLV(K, tlv, St, f) QMI_EI_ELEM_(K, tlv, St, f)
+#define QMI_TLV_ENUM(width, tlv, St, f) QMI_EI_ENUM_(width, tlv, St, f)
 /* Element i of the scalar array field f as a TLV of its own. */
 #define QMI_TLV_AT(K, tlv, St, f, i) QMI_EI_AT_(K, tlv, St, f, i)
 #define QMI_TLV_VAR(K, width, max, tlv, St, n, f) \
@@ -398,6 +426,8 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 
 /* Optional TLVs: `v` is the u8 presence flag. */
 #define QMI_TLV_OPT(K, tlv, St, v, f) QMI_EI_FLAG_(tlv, St, v), QMI_EI_ELEM_(K, tlv, St, f)
+#define QMI_TLV_OPT_ENUM(width, tlv, St, v, f) \
+  QMI_EI_FLAG_(tlv, St, v), QMI_EI_ENUM_(width, tlv, St, f)
 #define QMI_TLV_OPT_VAR(K, width, max, tlv, St, v, n, f) \
   QMI_EI_FLAG_(tlv, St, v), QMI_TLV_VAR(K, width, max, tlv, St, n, f)
 #define QMI_TLV_OPT_STRUCT(tlv, St, v, f, ei) \
@@ -409,6 +439,7 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 
 /* Members of a nested struct's table (tlv id 0). */
 #define QMI_MEMBER(K, St, f) QMI_EI_ELEM_(K, 0, St, f)
+#define QMI_MEMBER_ENUM(width, St, f) QMI_EI_ENUM_(width, 0, St, f)
 #define QMI_MEMBER_VAR(K, width, max, St, n, f) QMI_TLV_VAR(K, width, max, 0, St, n, f)
 #define QMI_MEMBER_STRUCT(St, f, ei) QMI_EI_STRUCT_(0, St, f, ei)
 #define QMI_MEMBER_VAR_STRUCT(width, max, St, n, f, ei) \

@@ -29,7 +29,24 @@ struct Dst {
 int32_t DecodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Dst rec, Reader &r,
                   uint32_t depth, bool top);
 
+// Enums sent in `width` bytes, kept sign-extended in 4.
+int32_t DecodeNarrowEnums(const qmi_elem_info &e, uint32_t count, uint32_t width, Dst rec,
+                          Reader &r) {
+  if (!InRecord(e.offset, uint64_t{Capacity(e)} * 4, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  const uint8_t *in = r.Take(uint64_t{count} * width);
+  if (in == nullptr) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+  const uint32_t sign = 1u << (8 * width - 1);
+  for (uint32_t k = 0; k < count; ++k) {
+    const uint32_t v = LoadLe(in + size_t{k} * width, width);
+    const uint32_t wide = (v & sign) != 0 ? v | ~((sign << 1) - 1) : v;
+    memcpy(rec.base + e.offset + size_t{k} * 4, &wide, sizeof wide);
+  }
+  return QMI_IDL_LIB_NO_ERR;
+}
+
 int32_t DecodeScalars(const qmi_elem_info &e, uint32_t count, Dst rec, Reader &r) {
+  if (const uint32_t narrow = NarrowEnumWidth(e))
+    return DecodeNarrowEnums(e, count, narrow, rec, r);
   const uint32_t width = ScalarWidth(e);
   if (width == 0) return QMI_IDL_LIB_PARAMETER_ERROR;
   if (!InRecord(e.offset, uint64_t{Capacity(e)} * width, rec.size))

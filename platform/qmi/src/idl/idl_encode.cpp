@@ -27,7 +27,25 @@ struct Src {
 int32_t EncodeSeq(const qmi_elem_info *begin, const qmi_elem_info *end, Src rec, Writer &w,
                   uint32_t depth, bool top);
 
+// Enums kept in 4 bytes, sent in `width` bytes: a value the wire cannot hold is refused.
+int32_t EncodeNarrowEnums(const qmi_elem_info &e, uint32_t count, uint32_t width, Src rec,
+                          Writer &w) {
+  if (!InRecord(e.offset, uint64_t{Capacity(e)} * 4, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  uint8_t *out = w.Take(uint64_t{count} * width);
+  if (out == nullptr) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+  const int32_t limit = width == 1 ? 0x80 : 0x8000;
+  for (uint32_t k = 0; k < count; ++k) {
+    int32_t v;
+    memcpy(&v, rec.base + e.offset + size_t{k} * 4, sizeof v);
+    if (v < -limit || v >= limit) return QMI_IDL_LIB_RANGE_FAILURE;
+    StoreLe(out + size_t{k} * width, static_cast<uint32_t>(v), width);
+  }
+  return QMI_IDL_LIB_NO_ERR;
+}
+
 int32_t EncodeScalars(const qmi_elem_info &e, uint32_t count, Src rec, Writer &w) {
+  if (const uint32_t narrow = NarrowEnumWidth(e))
+    return EncodeNarrowEnums(e, count, narrow, rec, w);
   const uint32_t width = ScalarWidth(e);
   if (width == 0) return QMI_IDL_LIB_PARAMETER_ERROR;
   if (!InRecord(e.offset, uint64_t{Capacity(e)} * width, rec.size))

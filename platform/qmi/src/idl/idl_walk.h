@@ -44,6 +44,14 @@ inline uint32_t ScalarWidth(const qmi_elem_info &e) {
   return w == e.elem_size ? w : 0;
 }
 
+// Wire width (1 or 2) of a signed enum kept in a 4-byte record field, as QMI records keep every
+// enum; 0 for any other entry.
+inline uint32_t NarrowEnumWidth(const qmi_elem_info &e) {
+  const bool narrow =
+      e.data_type == QMI_SIGNED_1_BYTE_ENUM || e.data_type == QMI_SIGNED_2_BYTE_ENUM;
+  return narrow && e.elem_size == 4 ? qmi_ei_detail::scalar_width(e.data_type) : 0;
+}
+
 // The entries of one TLV of a message table: its presence flag if it has one, then its elements
 // up to the next TLV id.
 struct TlvGroup {
