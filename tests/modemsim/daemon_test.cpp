@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "modemsim/socket_server.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
+#include "tarvik_extend_api.h"
 #include "tarvik_extend_qmi_v01.h"
 #include "test_env.h"
 
@@ -126,6 +128,25 @@ TEST_F(DaemonTest, DaemonLossTakesServicesDownAndReconnectBringsThemBack) {
                                                  QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
                                                  3000, &again));
   EXPECT_EQ(QMI_NO_ERR, qmi_client_release(again));
+}
+
+// A request sent as soon as a restarted daemon answers: the channel's reopen waits for the
+// service the transport is about to report and opens it on the first try.
+TEST_F(DaemonTest, RequestRightAfterADaemonRestartSucceeds) {
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
+  for (int round = 0; round < 30; ++round) {
+    SCOPED_TRACE(round);
+    uint8_t req[2] = {0x5A, (uint8_t)round}, resp[2] = {};
+    for (bool restart : {false, true}) {
+      if (restart) {
+        StopDaemon();
+        ASSERT_NO_FATAL_FAILURE(StartDaemon());
+      }
+      uint32_t len = sizeof(resp);
+      ASSERT_EQ(0, tarvik_extend_qmi_send_sync(0xFF, req, sizeof(req), resp, &len));
+      EXPECT_EQ(0, memcmp(req, resp, sizeof(req)));
+    }
+  }
 }
 
 }  // namespace
