@@ -280,10 +280,12 @@ class SocketTransport final : public Transport {
           std::lock_guard<std::mutex> lock(mu_);
           ready_ = true;
           up.swap(early_up_);
-          first_attempt_done_ = true;
-          cv_.notify_all();
         }
         for (const auto &s : up) sink_.OnServiceUp(s.first, s.second);
+        // The first connection counts as made once its services are reported.
+        std::lock_guard<std::mutex> lock(mu_);
+        first_attempt_done_ = true;
+        cv_.notify_all();
         break;
       }
       case wire::kOpenResult:
