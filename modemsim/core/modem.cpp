@@ -46,9 +46,7 @@ void Service::OnClientGone(std::function<void(uint32_t)> hook) {
 
 // --- Modem ---
 
-Modem::Modem(const std::string &state_dir) : state_(state_dir) {
-  worker_ = std::thread([this] { WorkerLoop(); });
-}
+Modem::Modem(const std::string &state_dir) : state_(state_dir) {}
 
 Modem::~Modem() {
   if (in_process_) qmi_host::UnregisterInprocServer(this);
@@ -57,7 +55,7 @@ Modem::~Modem() {
     stop_ = true;
   }
   queue_cv_.notify_all();
-  worker_.join();
+  if (worker_.joinable()) worker_.join();
   // No handler runs any more: the modules' state goes before the services that point to it.
   std::map<std::type_index, std::shared_ptr<void>> module_state;
   {
@@ -177,7 +175,7 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   const bool delayed = task.fault_set && task.fault.kind == Fault::kDelay;
   if (delayed || answer_on_worker_) {
     const uint32_t delay_ms = delayed ? task.fault.delay_ms : 0;
-    queue_.emplace(Clock::now() + std::chrono::milliseconds(delay_ms), std::move(task));
+    Enqueue(Clock::now() + std::chrono::milliseconds(delay_ms), std::move(task));
     queue_cv_.notify_one();
     return QMI_NO_ERR;
   }
@@ -190,6 +188,13 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
 }
 
 // --- worker ---
+
+// mu_ held. The worker starts with the first task: a modem that never delays or schedules
+// anything runs no thread of its own.
+void Modem::Enqueue(Clock::time_point when, Task &&task) {
+  queue_.emplace(when, std::move(task));
+  if (!worker_.joinable()) worker_ = std::thread([this] { WorkerLoop(); });
+}
 
 void Modem::WorkerLoop() {
   std::unique_lock<std::mutex> lock(mu_);
@@ -450,7 +455,7 @@ int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
   std::lock_guard<std::mutex> lock(mu_);
   Task task{0, {}, false, Fault{}, service_id, 0};
   task.epoch = service->down_epoch_;
-  queue_.emplace(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
+  Enqueue(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
   queue_cv_.notify_one();
   return QMI_NO_ERR;
 }
@@ -459,7 +464,7 @@ void Modem::ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t dow
   std::lock_guard<std::mutex> lock(mu_);
   Task task{0, {}, false, Fault{}, 0, service_id};
   task.down_ms = down_ms;
-  queue_.emplace(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
+  Enqueue(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
   queue_cv_.notify_one();
 }
 

@@ -273,6 +273,7 @@ class Modem final : public qmi_host::Server {
     uint64_t epoch = 0;  // bring-up: the service's down_epoch_ when it was queued
   };
 
+  void Enqueue(Clock::time_point when, Task &&task);
   void WorkerLoop();
   void Process(Task &task);
   bool TakeFault(uint32_t service_id, uint16_t msg_id, Fault *fault);
@@ -311,7 +312,7 @@ class Modem final : public qmi_host::Server {
   bool stop_ = false;
   bool answer_on_worker_ = false;
   bool in_process_ = false;
-  std::thread worker_;
+  std::thread worker_;  // started by the first queued task; under mu_
 };
 
 // --- service modules ---
