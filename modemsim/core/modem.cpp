@@ -29,6 +29,11 @@ void Service::Handle(uint16_t msg_id, Handler handler) {
   handlers_[msg_id] = std::move(handler);
 }
 
+void Service::SetFailureWriter(FailureWriter writer) {
+  std::lock_guard<std::mutex> lock(state_mutex_);
+  failure_writer_ = std::move(writer);
+}
+
 void Service::OnRestart(std::function<void()> hook) {
   std::lock_guard<std::mutex> lock(state_mutex_);
   restart_hooks_.push_back(std::move(hook));
@@ -41,9 +46,7 @@ void Service::OnClientGone(std::function<void(uint32_t)> hook) {
 
 // --- Modem ---
 
-Modem::Modem(const std::string &state_dir) : state_(state_dir) {
-  worker_ = std::thread([this] { WorkerLoop(); });
-}
+Modem::Modem(const std::string &state_dir) : state_(state_dir) {}
 
 Modem::~Modem() {
   if (in_process_) qmi_host::UnregisterInprocServer(this);
@@ -52,7 +55,13 @@ Modem::~Modem() {
     stop_ = true;
   }
   queue_cv_.notify_all();
-  worker_.join();
+  if (worker_.joinable()) worker_.join();
+  // No handler runs any more: the modules' state goes before the services that point to it.
+  std::map<std::type_index, std::shared_ptr<void>> module_state;
+  {
+    std::lock_guard<std::mutex> lock(module_state_mu_);
+    module_state.swap(module_state_);
+  }
 }
 
 Service &Modem::AddService(qmi_idl_service_object_type object, uint32_t instance) {
@@ -166,7 +175,7 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   const bool delayed = task.fault_set && task.fault.kind == Fault::kDelay;
   if (delayed || answer_on_worker_) {
     const uint32_t delay_ms = delayed ? task.fault.delay_ms : 0;
-    queue_.emplace(Clock::now() + std::chrono::milliseconds(delay_ms), std::move(task));
+    Enqueue(Clock::now() + std::chrono::milliseconds(delay_ms), std::move(task));
     queue_cv_.notify_one();
     return QMI_NO_ERR;
   }
@@ -179,6 +188,13 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
 }
 
 // --- worker ---
+
+// mu_ held. The worker starts with the first task: a modem that never delays or schedules
+// anything runs no thread of its own.
+void Modem::Enqueue(Clock::time_point when, Task &&task) {
+  queue_.emplace(when, std::move(task));
+  if (!worker_.joinable()) worker_ = std::thread([this] { WorkerLoop(); });
+}
 
 void Modem::WorkerLoop() {
   std::unique_lock<std::mutex> lock(mu_);
@@ -198,7 +214,7 @@ void Modem::WorkerLoop() {
     if (task.restart != 0) {
       Restart(task.restart, task.down_ms);
     } else if (task.bring_up != 0) {
-      BringUp(task.bring_up);
+      BringUp(task.bring_up, &task.epoch);
     } else {
       std::lock_guard<std::mutex> process(process_mu_);
       Process(task);
@@ -311,39 +327,35 @@ void Modem::Process(Task &task) {
   Answer(task.client, wire::kQmiResponse, hdr.txn, hdr.msg_id, out.data(), encoded);
 }
 
-// A response that carries the failure `error`: the zeroed response record encoded with the
-// table (so every mandatory TLV is there) with its result TLV set; just the result TLV when the
-// table cannot encode it.
+// A response that carries the failure `error`: the zeroed response record, with the failure
+// written where the service keeps its verdict, encoded with the table (so every mandatory TLV is
+// there); the standard result TLV alone when the table cannot encode it.
 void Modem::SendResultOnly(Service &service, uint32_t client, uint16_t txn, uint16_t msg_id,
                            uint16_t error) {
   uint32_t resp_size = 0, max_len = 0;
   std::vector<uint8_t> out;
+  bool encoded_ok = false;
   if (qmi_idl_get_message_c_struct_len(service.object_, QMI_IDL_RESPONSE, msg_id, &resp_size) ==
           0 &&
       qmi_idl_get_max_message_len(service.object_, QMI_IDL_RESPONSE, msg_id, &max_len) == 0) {
-    std::vector<uint8_t> zero(std::max<uint32_t>(resp_size, 1));
+    std::vector<uint8_t> record(std::max<uint32_t>(resp_size, 1));
+    {
+      std::lock_guard<std::mutex> state(service.state_mutex_);
+      if (service.failure_writer_) {
+        service.failure_writer_(record.data(), resp_size, error);
+      } else if (resp_size >= sizeof(QmiResult)) {
+        const QmiResult r{1, error};
+        memcpy(record.data(), &r, sizeof(r));
+      }
+    }
     out.resize(std::min<uint32_t>(max_len, 0xffff));
     uint32_t encoded = 0;
-    if (qmi_idl_message_encode(service.object_, QMI_IDL_RESPONSE, msg_id, zero.data(),
-                               (uint32_t)zero.size(), out.data(), (uint32_t)out.size(),
-                               &encoded) == 0) {
-      out.resize(encoded);
-    } else {
-      out.clear();
-    }
+    encoded_ok = qmi_idl_message_encode(service.object_, QMI_IDL_RESPONSE, msg_id, record.data(),
+                                        (uint32_t)record.size(), out.data(), (uint32_t)out.size(),
+                                        &encoded) == 0;
+    out.resize(encoded_ok ? encoded : 0);
   }
-  bool patched = false;
-  for (size_t pos = 0; pos + 3 <= out.size();) {
-    const uint16_t len = wire::GetU16(&out[pos + 1]);
-    if (out[pos] == 0x02 && len == 4 && pos + 7 <= out.size()) {
-      wire::PutU16(&out[pos + 3], 1);
-      wire::PutU16(&out[pos + 5], error);
-      patched = true;
-      break;
-    }
-    pos += 3 + len;
-  }
-  if (!patched) {
+  if (!encoded_ok) {
     out.assign(7, 0);
     out[0] = 0x02;
     wire::PutU16(&out[1], 4);
@@ -403,14 +415,25 @@ void Modem::DropClientsOf(Service &service) {
 }
 
 int Modem::SetPresent(uint32_t service_id, bool present) {
-  Service *service = FindService(service_id);
-  if (service == nullptr) return QMI_SERVICE_ERR;
+  if (FindService(service_id) == nullptr) return QMI_SERVICE_ERR;
   if (present) {
     BringUp(service_id);
     return QMI_NO_ERR;
   }
+  // Absent until made present: a restart or a bring-up queued before does not undo it.
+  return TakeDown(service_id, true);
+}
+
+int Modem::TakeDown(uint32_t service_id, bool cancel_queued) {
+  Service *service = FindService(service_id);
+  if (service == nullptr) return QMI_SERVICE_ERR;
   {
     std::lock_guard<std::mutex> lock(mu_);
+    for (auto it = queue_.begin(); cancel_queued && it != queue_.end();) {
+      const Task &t = it->second;
+      it = t.bring_up == service_id || t.restart == service_id ? queue_.erase(it) : std::next(it);
+    }
+    ++service->down_epoch_;
     if (!service->up_) return QMI_NO_ERR;
     service->up_ = false;
   }
@@ -421,7 +444,7 @@ int Modem::SetPresent(uint32_t service_id, bool present) {
 }
 
 int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
-  const int rc = SetPresent(service_id, false);
+  const int rc = TakeDown(service_id, false);
   if (rc != QMI_NO_ERR) return rc;
   Service *service = FindService(service_id);
   {
@@ -431,7 +454,8 @@ int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
   if (down_ms == 0) return SetPresent(service_id, true);
   std::lock_guard<std::mutex> lock(mu_);
   Task task{0, {}, false, Fault{}, service_id, 0};
-  queue_.emplace(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
+  task.epoch = service->down_epoch_;
+  Enqueue(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
   queue_cv_.notify_one();
   return QMI_NO_ERR;
 }
@@ -440,16 +464,17 @@ void Modem::ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t dow
   std::lock_guard<std::mutex> lock(mu_);
   Task task{0, {}, false, Fault{}, 0, service_id};
   task.down_ms = down_ms;
-  queue_.emplace(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
+  Enqueue(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
   queue_cv_.notify_one();
 }
 
-void Modem::BringUp(uint32_t service_id) {
+void Modem::BringUp(uint32_t service_id, const uint64_t *epoch) {
   uint32_t instance = 0;
   {
     std::lock_guard<std::mutex> lock(mu_);
     auto it = services_.find(service_id);
     if (it == services_.end() || it->second->up_) return;
+    if (epoch != nullptr && *epoch != it->second->down_epoch_) return;  // taken away since
     it->second->up_ = true;
     instance = it->second->instance_;
   }

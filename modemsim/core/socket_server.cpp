@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -146,21 +147,69 @@ SocketServer::~SocketServer() {
   Stop();
 }
 
-bool SocketServer::Start(const std::string &path) {
+// Clears the way for binding at `path`: nothing there, or a socket nobody answers on (left by a
+// daemon that died), which is removed. Anything else stays, and *error says why.
+static bool ClaimPath(const std::string &path, const sockaddr_un &addr, std::string *error) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0) {
+    if (errno == ENOENT) return true;
+    *error = path + ": " + strerror(errno);
+    return false;
+  }
+  if (!S_ISSOCK(st.st_mode)) {
+    *error = path + " exists and is not a socket; not replacing it";
+    errno = EEXIST;
+    return false;
+  }
+  const int probe = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (probe < 0) {
+    *error = std::string("socket: ") + strerror(errno);
+    return false;
+  }
+  const bool live = connect(probe, reinterpret_cast<const sockaddr *>(&addr), sizeof(addr)) == 0;
+  const int connect_errno = errno;
+  close(probe);
+  if (live) {
+    *error = "another daemon is serving on " + path;
+    errno = EADDRINUSE;
+    return false;
+  }
+  if (connect_errno != ECONNREFUSED || unlink(path.c_str()) != 0) {
+    *error = path + ": " + strerror(connect_errno != ECONNREFUSED ? connect_errno : errno);
+    return false;
+  }
+  return true;
+}
+
+bool SocketServer::Start(const std::string &path, std::string *error) {
+  std::string why;
+  const bool ok = Listen(path, &why);
+  if (!ok && error != nullptr) *error = why;
+  return ok;
+}
+
+bool SocketServer::Listen(const std::string &path, std::string *error) {
   sockaddr_un addr;
-  if (!FillAddress(path, &addr)) return false;
+  if (!FillAddress(path, &addr)) {
+    *error = "socket path too long: " + path;
+    return false;
+  }
+  if (!ClaimPath(path, addr, error)) return false;
   listen_fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-  if (listen_fd_ < 0) return false;
-  unlink(path.c_str());
-  if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0 ||
-      listen(listen_fd_, 16) != 0 || pipe2(wake_fd_, O_CLOEXEC) != 0) {
+  struct stat st;
+  if (listen_fd_ < 0 || bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0 ||
+      stat(path.c_str(), &st) != 0 || listen(listen_fd_, 16) != 0 ||
+      pipe2(wake_fd_, O_CLOEXEC) != 0) {
     const int saved = errno;
-    close(listen_fd_);
+    *error = path + ": " + strerror(saved);
+    if (listen_fd_ >= 0) close(listen_fd_);
     listen_fd_ = -1;
     errno = saved;
     return false;
   }
   path_ = path;
+  socket_dev_ = st.st_dev;
+  socket_ino_ = st.st_ino;
   accept_thread_ = std::thread([this] { AcceptLoop(); });
   return true;
 }
@@ -179,7 +228,11 @@ void SocketServer::Stop() {
   close(wake_fd_[0]);
   close(wake_fd_[1]);
   listen_fd_ = -1;
-  unlink(path_.c_str());
+  // Only the socket this server bound: another daemon may have taken the path over since.
+  struct stat st;
+  if (lstat(path_.c_str(), &st) == 0 && st.st_dev == socket_dev_ && st.st_ino == socket_ino_) {
+    unlink(path_.c_str());
+  }
 }
 
 void SocketServer::AcceptLoop() {

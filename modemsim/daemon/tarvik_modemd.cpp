@@ -4,7 +4,6 @@
 //
 // Runs until SIGTERM or SIGINT. Faults and restarts are injected through the same socket
 // (tarvik-qmi --modem unix:PATH sim ...).
-#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,21 +13,39 @@
 #include "modemsim/modem.h"
 #include "modemsim/socket_server.h"
 
+namespace {
+
+constexpr const char kUsage[] =
+    "usage: tarvik-modemd --socket PATH [--state DIR]\n"
+    "\n"
+    "Hosts the simulated modem for other processes until SIGTERM or SIGINT.\n"
+    "  --socket PATH  Unix socket to serve on. A stale socket there (nobody answers on it) is\n"
+    "                 replaced; a file, a directory or another daemon's socket is refused.\n"
+    "  --state DIR    keep the modem's non-volatile data (NV items, modem files) in DIR\n"
+    "                 (default: memory only)\n"
+    "  --help         print this and exit\n"
+    "Exit status: 0 after a stop signal, 1 when PATH cannot be served, 2 for bad arguments.\n";
+
+int Usage(const char *problem) {
+  fprintf(stderr, "tarvik-modemd: %s\n%s", problem, kUsage);
+  return 2;
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
   std::string socket_path, state_dir;
   for (int i = 1; i < argc; ++i) {
     const std::string opt = argv[i];
-    if ((opt == "--socket" || opt == "--state") && i + 1 < argc) {
-      (opt == "--socket" ? socket_path : state_dir) = argv[++i];
-    } else {
-      fprintf(stderr, "usage: tarvik-modemd --socket PATH [--state DIR]\n");
-      return 2;
+    if (opt == "--help" || opt == "-h") {
+      fputs(kUsage, stdout);
+      return 0;
     }
+    if (opt != "--socket" && opt != "--state") return Usage(("unknown option " + opt).c_str());
+    if (i + 1 >= argc) return Usage((opt + " needs a value").c_str());
+    (opt == "--socket" ? socket_path : state_dir) = argv[++i];
   }
-  if (socket_path.empty()) {
-    fprintf(stderr, "usage: tarvik-modemd --socket PATH [--state DIR]\n");
-    return 2;
-  }
+  if (socket_path.empty()) return Usage("--socket PATH is required");
   // Signals are taken synchronously by this thread; every other thread inherits the mask.
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
@@ -39,9 +56,9 @@ int main(int argc, char **argv) {
 
   auto modem = modemsim::CreateStandardModem(state_dir);
   modemsim::SocketServer server(*modem);
-  if (!server.Start(socket_path)) {
-    fprintf(stderr, "tarvik-modemd: cannot listen on %s: %s\n", socket_path.c_str(),
-            strerror(errno));
+  std::string error;
+  if (!server.Start(socket_path, &error)) {
+    fprintf(stderr, "tarvik-modemd: cannot serve on %s: %s\n", socket_path.c_str(), error.c_str());
     return 1;
   }
   printf("tarvik-modemd: serving %zu service(s) on %s\n", modem->Status().size(),

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <memory>
 #include <mutex>
 
 #include "qmi_client.h"
@@ -21,28 +20,22 @@ using GenericReq = tarvik_extend_qmi_req_msg_v01;
 using GenericResp = tarvik_extend_qmi_resp_msg_v01;
 using Switches = std::array<EventSwitch, kMaxEvents>;
 
-// State of one modem's extend service. Owned by the service's handlers (so it lives exactly as
-// long as the modem); found from the modem through the registry below.
+// State of one modem's extend service, kept by the modem (Modem::ModuleState).
 struct State {
   std::mutex mu;  // handlers and switches: touched by the worker and by registration calls
   std::map<uint32_t, RequestHandler> handlers;
   std::map<uint32_t, Switches> switches;  // by client
 };
 
-std::mutex g_registry_mu;
-std::map<const Modem *, std::weak_ptr<State>> g_registry;
-
-std::shared_ptr<State> StateOf(const Modem &modem) {
-  std::lock_guard<std::mutex> lock(g_registry_mu);
-  auto it = g_registry.find(&modem);
-  return it == g_registry.end() ? nullptr : it->second.lock();
+State *StateOf(const Modem &modem) {
+  return modem.FindModuleState<State>();
 }
 
 uint32_t PayloadLen(const GenericReq &req) {
   return req.data_valid ? std::min(req.data_len, kMaxPayload) : 0;
 }
 
-void HandleGeneric(const std::shared_ptr<State> &state, Call &call) {
+void HandleGeneric(State *state, Call &call) {
   const auto &req = call.Request<GenericReq>();
   auto &resp = call.Response<GenericResp>();
   RequestHandler handler;
@@ -69,7 +62,7 @@ void HandleGeneric(const std::shared_ptr<State> &state, Call &call) {
   }
 }
 
-void HandleRegistration(const std::shared_ptr<State> &state, Call &call) {
+void HandleRegistration(State *state, Call &call) {
   const auto &req = call.Request<GenericReq>();
   auto &resp = call.Response<GenericResp>();
   if (req.id >= kMaxEvents || PayloadLen(req) < 1) {
@@ -140,17 +133,13 @@ void Reply::SetData(const void *bytes, size_t len) {
 
 Service &AddTo(Modem &modem) {
   if (Service *existing = modem.FindService(kServiceId)) {
-    if (StateOf(modem)) {
+    if (StateOf(modem) != nullptr) {
       return *existing;
     }
   }
   Service &service = modem.AddService(&tarvik_extend_qmi_idl_service_object_v01);
-  auto state = std::make_shared<State>();
+  State *state = &modem.ModuleState<State>();
   state->handlers[kLoopbackRequestId] = Loopback;
-  {
-    std::lock_guard<std::mutex> lock(g_registry_mu);
-    g_registry[&modem] = state;
-  }
   service.Handle(TARVIK_EXTEND_QMI_GENERIC_MSG_V01,
                  [state](Call &call) { HandleGeneric(state, call); });
   service.Handle(TARVIK_EXTEND_QMI_EVENT_MSG_V01,
@@ -158,25 +147,27 @@ Service &AddTo(Modem &modem) {
   service.Handle(TARVIK_EXTEND_QMI_DATA_OPT_MSG_V01, HandleDataOpt);
   service.Handle(TARVIK_EXTEND_QMI_SELF_STUDY_UPLOAD_MSG_V01, HandleUpload);
   service.Handle(TARVIK_EXTEND_QMI_WECHAT_MSG_V01, HandleWechat);
-  std::weak_ptr<State> weak = state;
-  service.OnClientGone([weak](uint32_t client) {
-    if (auto s = weak.lock()) {
-      std::lock_guard<std::mutex> lock(s->mu);
-      s->switches.erase(client);
+  // Every response of the service starts with its verdict, the u32 `result` (TLV 0x01).
+  service.SetFailureWriter([](void *record, uint32_t len, uint16_t error) {
+    const uint32_t result = error;
+    if (len >= sizeof(result)) {
+      memcpy(record, &result, sizeof(result));
     }
   });
-  service.OnRestart([weak] {
-    if (auto s = weak.lock()) {
-      std::lock_guard<std::mutex> lock(s->mu);
-      s->switches.clear();
-    }
+  service.OnClientGone([state](uint32_t client) {
+    std::lock_guard<std::mutex> lock(state->mu);
+    state->switches.erase(client);
+  });
+  service.OnRestart([state] {
+    std::lock_guard<std::mutex> lock(state->mu);
+    state->switches.clear();
   });
   return service;
 }
 
 bool SetRequestHandler(Modem &modem, uint32_t request_id, RequestHandler handler) {
-  auto state = StateOf(modem);
-  if (!state) {
+  State *state = StateOf(modem);
+  if (state == nullptr) {
     return false;
   }
   std::lock_guard<std::mutex> lock(state->mu);
@@ -189,7 +180,7 @@ bool SetRequestHandler(Modem &modem, uint32_t request_id, RequestHandler handler
 }
 
 bool SetMessageHandler(Modem &modem, uint16_t msg_id, Handler handler) {
-  Service *service = StateOf(modem) ? modem.FindService(kServiceId) : nullptr;
+  Service *service = StateOf(modem) != nullptr ? modem.FindService(kServiceId) : nullptr;
   if (service == nullptr) {
     return false;
   }
@@ -198,8 +189,8 @@ bool SetMessageHandler(Modem &modem, uint16_t msg_id, Handler handler) {
 }
 
 EventSwitch GetEventSwitch(Modem &modem, uint32_t client, uint32_t event) {
-  auto state = StateOf(modem);
-  if (!state || event >= kMaxEvents) {
+  State *state = StateOf(modem);
+  if (state == nullptr || event >= kMaxEvents) {
     return {};
   }
   std::lock_guard<std::mutex> lock(state->mu);
@@ -208,8 +199,8 @@ EventSwitch GetEventSwitch(Modem &modem, uint32_t client, uint32_t event) {
 }
 
 int InjectEvent(Modem &modem, uint32_t event, const void *data, uint32_t len, bool data_valid) {
-  auto state = StateOf(modem);
-  if (!state) {
+  State *state = StateOf(modem);
+  if (state == nullptr) {
     return QMI_SERVICE_ERR;
   }
   if (event >= kMaxEvents || len > kMaxPayload || (len > 0 && data == nullptr)) {
@@ -244,7 +235,7 @@ int InjectEvent(Modem &modem, uint32_t event, const void *data, uint32_t len, bo
 }
 
 int InjectIndication(Modem &modem, uint16_t msg_id, const void *record, uint32_t len) {
-  if (!StateOf(modem)) {
+  if (StateOf(modem) == nullptr) {
     return QMI_SERVICE_ERR;
   }
   return modem.PushIndication(kServiceId, msg_id, record, len);

@@ -18,6 +18,8 @@
 //         indication 0x0D to the requesting client with (type, flag, a timestamp in ms, value).
 //   Any other message id has no handler unless one is set with SetMessageHandler (the base
 //   model messages 0x0E-0x14 are plugged in that way).
+//   Failures the modem gives by itself (a result fault, a malformed request, a message without
+//   handler) carry their QMI error code in the response's `result` field (TLV 0x01).
 //
 // Handlers run on the modem's worker thread with the service mutex held; they must not call
 // back into the modem's request path. Registration calls may come from any thread.

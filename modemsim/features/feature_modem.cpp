@@ -104,10 +104,8 @@ FeatureModem::FeatureModem(StateStore *store) : store_(store) {
   Load();
 }
 
-void FeatureModem::PutSetting(const char *key, uint8_t value) {
-  if (store_ != nullptr) {
-    store_->Put(kSettingsNamespace, key, &value, 1);
-  }
+bool FeatureModem::PutSetting(const char *key, uint8_t value) {
+  return store_ == nullptr || store_->Put(kSettingsNamespace, key, &value, 1);
 }
 
 void FeatureModem::Load() {
@@ -203,12 +201,18 @@ Bytes FeatureModem::Common(const uint8_t *req, uint32_t) {
       data = {extend_mode_};
       break;
     case COMMON_CMD_EXTEND_MODE_SET:
+      if (!PutSetting(kExtendModeKey, payload[0])) {
+        result = kStoreFailed;
+        break;
+      }
       extend_mode_ = payload[0];
-      PutSetting(kExtendModeKey, extend_mode_);
       break;
     case COMMON_CMD_BUILD_INFORMATION:
+      if (!PutSetting(kBuildInfoKey, payload[0])) {
+        result = kStoreFailed;
+        break;
+      }
       build_info_ = payload[0];
-      PutSetting(kBuildInfoKey, build_info_);
       break;
     case COMMON_CMD_MBN_TXT_PATH_SET:
     case COMMON_CMD_MBN_TXT_PATH_SET_2:
@@ -321,10 +325,10 @@ int32_t FeatureModem::NvWrite(uint32_t sub, uint32_t item, const uint8_t *data, 
   if (sub >= kSubCount || item > TARVIK_NV_ID_MAX || len == 0 || len > TARVIK_NVEFS_DATA_MAX) {
     return kNvBadParam;
   }
-  nv_[sub][item].assign(data, data + len);
-  if (store_ != nullptr) {
-    store_->Put(kNvNamespace, NvKey(sub, item), data, len);
+  if (store_ != nullptr && !store_->Put(kNvNamespace, NvKey(sub, item), data, len)) {
+    return kStoreFailed;
   }
+  nv_[sub][item].assign(data, data + len);
   return 0;
 }
 
@@ -332,12 +336,14 @@ int32_t FeatureModem::NvDelete(uint32_t sub, uint32_t item) {
   if (sub >= kSubCount || item > TARVIK_NV_ID_MAX) {
     return kNvBadParam;
   }
-  if (nv_[sub].erase(item) == 0) {
+  if (nv_[sub].count(item) == 0) {
     return kNvNotActive;
   }
-  if (store_ != nullptr) {
-    store_->Erase(kNvNamespace, NvKey(sub, item));
+  // Every item held is in the store too: an erase that finds nothing to remove failed.
+  if (store_ != nullptr && !store_->Erase(kNvNamespace, NvKey(sub, item))) {
+    return kStoreFailed;
   }
+  nv_[sub].erase(item);
   return 0;
 }
 
@@ -370,14 +376,20 @@ Bytes FeatureModem::NvItemRaw(const uint8_t *req, uint32_t) {
         result = kNvNotActive;
         break;
       }
+      std::vector<uint32_t> held;
       for (const auto &item : nv_[r.arg1]) {
-        if (store_ != nullptr) {
-          store_->Erase(kNvNamespace, NvKey(r.arg1, item.first));
+        held.push_back(item.first);
+      }
+      for (uint32_t item : held) {
+        if (b->second.count(item) == 0 && result == 0) {
+          result = NvDelete(r.arg1, item);
         }
       }
-      nv_[r.arg1].clear();
       for (const auto &item : b->second) {
-        NvWrite(r.arg1, item.first, item.second.data(), static_cast<uint32_t>(item.second.size()));
+        if (result == 0) {
+          result = NvWrite(r.arg1, item.first, item.second.data(),
+                           static_cast<uint32_t>(item.second.size()));
+        }
       }
       break;
     }
@@ -407,18 +419,21 @@ Bytes FeatureModem::NvItemRaw(const uint8_t *req, uint32_t) {
 // NV items and modem files on the validated path
 // ---------------------------------------------------------------------------------------------
 
-void FeatureModem::PutFile(uint32_t sub, const std::string &path, Bytes content) {
-  if (store_ != nullptr) {
-    store_->Put(kEfsNamespace, EfsKey(sub, path), content.data(), content.size());
+int32_t FeatureModem::PutFile(uint32_t sub, const std::string &path, Bytes content) {
+  if (store_ != nullptr &&
+      !store_->Put(kEfsNamespace, EfsKey(sub, path), content.data(), content.size())) {
+    return kEfsIo;
   }
   files_[sub][path] = std::move(content);
+  return 0;
 }
 
-void FeatureModem::EraseFile(uint32_t sub, const std::string &path) {
-  files_[sub].erase(path);
-  if (store_ != nullptr) {
-    store_->Erase(kEfsNamespace, EfsKey(sub, path));
+int32_t FeatureModem::EraseFile(uint32_t sub, const std::string &path) {
+  if (store_ != nullptr && !store_->Erase(kEfsNamespace, EfsKey(sub, path))) {
+    return kEfsIo;
   }
+  files_[sub].erase(path);
+  return 0;
 }
 
 int32_t FeatureModem::EfsWriteChunk(const uint8_t *req, uint16_t *ins_id) {
@@ -458,8 +473,9 @@ int32_t FeatureModem::EfsWriteChunk(const uint8_t *req, uint16_t *ins_id) {
   w.data.insert(w.data.end(), r.data, r.data + r.len_send);
   *ins_id = id;
   if (w.data.size() == w.total) {
-    PutFile(w.sub, w.path, std::move(w.data));
+    const int32_t stored = PutFile(w.sub, w.path, std::move(w.data));
     writes_.erase(it);
+    return stored;
   }
   return 0;
 }
@@ -515,7 +531,7 @@ Bytes FeatureModem::Nvefs(const uint8_t *req, uint32_t) {
       if (file(sub, path) == nullptr) {
         result = kEfsNoEntry;
       } else if (r.op == NVEFS_OP_EFS_DELETE) {
-        EraseFile(sub, path);
+        result = EraseFile(sub, path);
       }
       break;
     case NVEFS_OP_EFS_COMPARE:
@@ -525,7 +541,7 @@ Bytes FeatureModem::Nvefs(const uint8_t *req, uint32_t) {
       if (src == nullptr || second.empty() || r.len_send >= kSubCount) {
         result = src == nullptr ? kEfsNoEntry : kEfsInvalid;
       } else if (r.op == NVEFS_OP_EFS_COPY) {
-        PutFile(r.len_send, second, *src);
+        result = PutFile(r.len_send, second, *src);
       } else {
         result = tgt == nullptr ? kEfsNoEntry : (*src == *tgt ? 0 : kFilesDiffer);
       }

@@ -30,9 +30,11 @@ struct GenericReply {
 };
 
 // Modem-side failure codes (the result field inside the payload).
+constexpr int32_t kStoreFailed = 4;         // NV item or setting: the store could not be written
 constexpr int32_t kNvNotActive = 5;         // NV item never written
 constexpr int32_t kNvBadParam = 6;          // item number or length the modem refuses
 constexpr int32_t kEfsNoEntry = -2;         // no such file
+constexpr int32_t kEfsIo = -5;              // the store could not be written
 constexpr int32_t kEfsBadInstance = -9;     // write chunk with an ins_id that is not open
 constexpr int32_t kEfsInvalid = -22;        // bad offset, length or path
 constexpr int32_t kCmnNotSupported = 0x5E;  // common command the modem does not know
@@ -119,10 +121,11 @@ class FeatureModem {
   int32_t NvWrite(uint32_t sub, uint32_t item, const uint8_t *data, uint32_t len);
   int32_t NvDelete(uint32_t sub, uint32_t item);
   int32_t EfsWriteChunk(const uint8_t *req, uint16_t *ins_id);
-  void PutFile(uint32_t sub, const std::string &path, Bytes content);
-  void EraseFile(uint32_t sub, const std::string &path);
+  // 0, or kEfsIo when the store could not be changed (the file is then as it was).
+  int32_t PutFile(uint32_t sub, const std::string &path, Bytes content);
+  int32_t EraseFile(uint32_t sub, const std::string &path);
   void Load();
-  void PutSetting(const char *key, uint8_t value);
+  bool PutSetting(const char *key, uint8_t value);
 
   mutable std::mutex mu_;
   StateStore *store_;
@@ -163,7 +166,8 @@ namespace features {
 FeatureModem *Of(Modem &modem);
 
 // Plugs the features into a modem that already has the extend service (done by the module for
-// CreateStandardModem; tests that build a bare Modem call it themselves). Replaces earlier state.
+// CreateStandardModem; tests that build a bare Modem call it themselves). The state is the
+// modem's own (Modem::ModuleState); a second call returns it unchanged.
 FeatureModem &Install(Modem &modem);
 
 // The modem detects a reason or a scene: the state changes, and when detection and the event

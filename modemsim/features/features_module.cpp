@@ -3,9 +3,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <map>
-#include <memory>
-#include <mutex>
 
 #include "extend/extend_service.h"
 #include "feature_modem.h"
@@ -15,12 +12,6 @@
 namespace modemsim {
 namespace features {
 namespace {
-
-std::mutex g_mu;
-std::map<Modem *, std::unique_ptr<FeatureModem>> &Registry() {
-  static auto *registry = new std::map<Modem *, std::unique_ptr<FeatureModem>>();
-  return *registry;
-}
 
 constexpr uint32_t kRequestIds[] = {REQUEST_ID_NV_ITEM, REQUEST_ID_NVEFS, REQUEST_ID_COMMON,
                                     REQUEST_ID_CDC};
@@ -78,19 +69,15 @@ void InitModule(Modem &modem) {
 }  // namespace
 
 FeatureModem *Of(Modem &modem) {
-  std::lock_guard<std::mutex> lock(g_mu);
-  auto it = Registry().find(&modem);
-  return it == Registry().end() ? nullptr : it->second.get();
+  return modem.FindModuleState<FeatureModem>();
 }
 
 FeatureModem &Install(Modem &modem) {
-  FeatureModem *fm = nullptr;
-  {
-    std::lock_guard<std::mutex> lock(g_mu);
-    auto &slot = Registry()[&modem];
-    slot = std::make_unique<FeatureModem>(modem.state().persistent() ? &modem.state() : nullptr);
-    fm = slot.get();
+  if (FeatureModem *existing = Of(modem)) {
+    return *existing;
   }
+  FeatureModem *fm =
+      &modem.ModuleState<FeatureModem>(modem.state().persistent() ? &modem.state() : nullptr);
   for (uint32_t id : kRequestIds) {
     extend::SetRequestHandler(modem, id, [fm](const extend::Request &req, extend::Reply &reply) {
       GenericReply answer = fm->Generic(req.request_id, req.data, req.data_len);

@@ -98,6 +98,10 @@ void HandleEcho(Call &call) {
 
 void HandleNotify(Call &call) {
   const uint32_t count = call.Request<NotifyReq>().count;
+  if (count > kMaxNotify) {
+    call.SetResult(1, kQmiErrInvalidArg);
+    return;
+  }
   for (uint32_t i = 0; i < count; ++i) {
     const SeqInd ind{i};
     call.modem.PushIndication(kServiceId, kSeqInd, &ind, sizeof(ind), call.client);

@@ -73,10 +73,10 @@ TEST_F(BaseModelTest, ReasonWithAnOverlongCount) {
       });
   uint32_t out[40];
   uint32_t len = 40;
-  // The codec refuses a count of 7 on the wire (at most 6), so the exchange fails and the
-  // zeroed answer reads as empty success.
-  EXPECT_EQ(tarvik_base_model_get_modem_reason(out, &len), 0u);
-  EXPECT_EQ(len, 0u);
+  // The codec refuses a count of 7 on the wire (at most 6): the modem cannot encode its answer
+  // and fails the request with QMI_ERR_INTERNAL in its result field, which the call returns.
+  EXPECT_EQ(tarvik_base_model_get_modem_reason(out, &len), 3u);
+  EXPECT_EQ(len, 40u);
 }
 
 TEST_F(BaseModelTest, SceneAndDdsInformation) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "modemsim/socket_server.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
+#include "tarvik_extend_api.h"
 #include "tarvik_extend_qmi_v01.h"
 #include "test_env.h"
 
@@ -126,6 +128,102 @@ TEST_F(DaemonTest, DaemonLossTakesServicesDownAndReconnectBringsThemBack) {
                                                  QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
                                                  3000, &again));
   EXPECT_EQ(QMI_NO_ERR, qmi_client_release(again));
+}
+
+// A request sent as soon as a restarted daemon answers: the channel's reopen waits for the
+// service the transport is about to report and opens it on the first try.
+TEST_F(DaemonTest, RequestRightAfterADaemonRestartSucceeds) {
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
+  for (int round = 0; round < 30; ++round) {
+    SCOPED_TRACE(round);
+    uint8_t req[2] = {0x5A, (uint8_t)round}, resp[2] = {};
+    for (bool restart : {false, true}) {
+      if (restart) {
+        StopDaemon();
+        ASSERT_NO_FATAL_FAILURE(StartDaemon());
+      }
+      uint32_t len = sizeof(resp);
+      ASSERT_EQ(0, tarvik_extend_qmi_send_sync(0xFF, req, sizeof(req), resp, &len));
+      EXPECT_EQ(0, memcmp(req, resp, sizeof(req)));
+    }
+  }
+}
+
+// Runs tarvik-modemd with `args` to its end (the cases where it refuses to start or only prints).
+tarvik_test::ToolRun RunDaemon(const std::string &args) {
+  const std::string command = tarvik_test::BinDir() + "/tarvik-modemd " + args + " 2>&1";
+  tarvik_test::ToolRun run{-1, ""};
+  FILE *pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return run;
+  char buf[512];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) run.out.append(buf, n);
+  const int raw = pclose(pipe);
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return run;
+}
+
+// What is at --socket PATH decides: only a stale socket is replaced; a file, a directory and
+// the live socket of the fixture's daemon stay as they are, and the daemon says why it refuses.
+TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStale) {
+  const std::string dir = tarvik_test::ScratchDir();
+  {
+    FILE *f = fopen((dir + "/victim.txt").c_str(), "w");
+    ASSERT_NE(nullptr, f);
+    fputs("keep me", f);
+    fclose(f);
+  }
+  ASSERT_EQ(0, mkdir((dir + "/a_dir").c_str(), 0700));
+  const struct {
+    const char *name;
+    std::string args;
+    int status;
+    const char *says;
+  } rows[] = {
+      {"regular file", "--socket " + dir + "/victim.txt", 1, "exists and is not a socket"},
+      {"directory", "--socket " + dir + "/a_dir", 1, "exists and is not a socket"},
+      {"live socket", "--socket " + socket_, 1, "another daemon is serving on"},
+      {"help", "--help", 0, "usage: tarvik-modemd --socket PATH"},
+      {"unknown option", "--sock " + socket_, 2, "unknown option --sock"},
+      {"no socket", "--state " + dir, 2, "--socket PATH is required"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    const tarvik_test::ToolRun run = RunDaemon(row.args);
+    EXPECT_EQ(row.status, run.status);
+    EXPECT_NE(std::string::npos, run.out.find(row.says)) << run.out;
+  }
+  struct stat st;
+  ASSERT_EQ(0, stat((dir + "/victim.txt").c_str(), &st));
+  EXPECT_EQ(7, st.st_size);
+  EXPECT_EQ(0, stat((dir + "/a_dir").c_str(), &st));
+  std::string out;
+  EXPECT_EQ(0, modemsim::SendControlCommand(socket_, {"status"}, &out));  // still reachable
+
+  // A daemon killed without cleaning up leaves a stale socket: the next one takes it over.
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+  ASSERT_EQ(0, lstat(socket_.c_str(), &st));
+  ASSERT_NO_FATAL_FAILURE(StartDaemon());
+}
+
+// At exit the daemon removes its own socket, and nothing that has taken the path over since.
+TEST_F(DaemonTest, ExitRemovesOnlyTheDaemonsOwnSocket) {
+  struct stat st;
+  for (bool taken_over : {false, true}) {
+    SCOPED_TRACE(taken_over ? "path taken over" : "own socket");
+    if (taken_over) {
+      ASSERT_NO_FATAL_FAILURE(StartDaemon());
+      ASSERT_EQ(0, unlink(socket_.c_str()));
+      FILE *f = fopen(socket_.c_str(), "w");
+      ASSERT_NE(nullptr, f);
+      fclose(f);
+    }
+    StopDaemon();
+    EXPECT_EQ(taken_over ? 0 : -1, lstat(socket_.c_str(), &st));
+  }
+  unlink(socket_.c_str());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -110,6 +111,7 @@ TEST_F(ModemTest, BadRequestsAreRecordedAndAnsweredWithAnError) {
     std::vector<uint8_t> tlvs;
     int32_t decode_status;
     uint16_t error;
+    bool fault = false;  // a result fault answers the request
   } rows[] = {
       {"mandatory TLV missing", echo::kEcho, {}, QMI_IDL_LIB_MISSING_TLV, 0x0001},
       {"TLV longer than the message",
@@ -118,12 +120,17 @@ TEST_F(ModemTest, BadRequestsAreRecordedAndAnsweredWithAnError) {
        QMI_IDL_LIB_LENGTH_INCONSISTENCY,
        0x0001},
       {"message not in the table", 0x0042, {}, QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, 0x005E},
+      {"result fault", echo::kEcho, {0x01, 0x04, 0x00, 1, 2, 3, 4}, 0, 0x0030, true},
   };
   uint16_t txn = 10;
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
     modem_.ClearReceived(echo::kServiceId);
     const size_t before = sink_.msgs().size();
+    if (row.fault) {
+      modem_.SetFault(echo::kServiceId, row.msg_id,
+                      modemsim::Fault{modemsim::Fault::kResult, row.error, 0, 1});
+    }
     auto msg = Request(++txn, row.msg_id, row.tlvs);
     ASSERT_EQ(QMI_NO_ERR, modem_.Deliver(client_, msg.data(), msg.size()));
     ASSERT_TRUE(sink_.WaitMessages(before + 1));
@@ -194,6 +201,28 @@ TEST_F(ModemTest, RestartWithDownTimeComesBackLater) {
   }
   EXPECT_NE(0u, c);
   EXPECT_EQ(QMI_SERVICE_ERR, modem_.Open(&sink_, echo::kServiceId, 3, &c));  // other instance
+}
+
+// A service made absent stays absent: a restart queued before (by Restart with a down time, or
+// scheduled by a handler) does not bring it back.
+TEST_F(ModemTest, AbsentOutlastsARestartQueuedBeforeIt) {
+  const struct {
+    const char *name;
+    std::function<void()> queue;
+  } rows[] = {
+      {"restart with down time", [&] { ASSERT_EQ(0, modem_.Restart(echo::kServiceId, 20)); }},
+      {"scheduled restart", [&] { modem_.ScheduleRestart(echo::kServiceId, 20, 0); }},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    row.queue();
+    ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+    std::this_thread::sleep_for(100ms);  // past the queued bring-up
+    ASSERT_EQ(1u, modem_.Status().size());
+    EXPECT_FALSE(modem_.Status()[0].up);
+    ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, true));
+    EXPECT_TRUE(modem_.Status()[0].up);
+  }
 }
 
 TEST(StateStoreTest, PersistsAcrossInstancesWithADirectory) {

@@ -260,7 +260,7 @@ TEST_P(ClientTest, NotifierSignalAndServiceListFollowTheService) {
   modem_.SetPresent(echo::kServiceId, true);
   EXPECT_EQ(QMI_NO_ERR, qmi_cci_os_signal_wait(&sig, 2000));
   EXPECT_EQ(0, sig.timed_out);
-  EXPECT_EQ(1, sig.sig_set);  // the wait does not clear it
+  EXPECT_EQ(1, sig.sig_set);  // set while a server is up; the wait does not clear it
   unsigned num_services = 0, num_entries = 4;
   qmi_service_info infos[4];
   ASSERT_EQ(QMI_NO_ERR,
@@ -277,6 +277,10 @@ TEST_P(ClientTest, NotifierSignalAndServiceListFollowTheService) {
   qmi_client_type other = nullptr;
   EXPECT_EQ(QMI_CLIENT_PARAM_ERR,
             qmi_client_init(&infos[0], &kOtherService, nullptr, nullptr, nullptr, &other));
+  // The last server gone, a wait no longer returns early.
+  ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
+  ASSERT_TRUE(ServersSeen(0));
+  EXPECT_EQ(QMI_TIMEOUT_ERR, qmi_cci_os_signal_wait(&sig, 20));
 }
 
 TEST_P(ClientTest, IndicationsArriveInOrderOnTheLibraryThread) {

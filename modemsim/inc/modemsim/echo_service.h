@@ -4,8 +4,9 @@
 // struct with a variable array of its own.
 //
 //   0x0001 echo:    answers with the request's fields (result 0).
-//   0x0002 notify:  answers, then pushes `count` indications 0x0003 (seq 0..count-1) to the
-//                   requesting client.
+//   0x0002 notify:  pushes `count` indications 0x0003 (seq 0..count-1) to the requesting
+//                   client and answers; a count above kMaxNotify is refused (result 1,
+//                   kQmiErrInvalidArg) and pushes nothing.
 #pragma once
 
 #include <stdint.h>
@@ -19,6 +20,7 @@ namespace echo {
 constexpr uint32_t kServiceId = 0x0F0E;
 constexpr uint16_t kEcho = 0x0001;
 constexpr uint16_t kNotify = 0x0002;
+constexpr uint32_t kMaxNotify = 64;  // indications one notify request may ask for
 constexpr uint16_t kSeqInd = 0x0003;
 constexpr uint32_t kMaxData = 1000;
 constexpr uint32_t kMaxName = 32;

@@ -24,6 +24,9 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <typeindex>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "modemsim/state_store.h"
@@ -131,6 +134,14 @@ class Service {
   // Called (with the service mutex held) when a client closes or is dropped by a restart.
   void OnClientGone(std::function<void(uint32_t client)> hook);
 
+  // How the service writes a failure with QMI error `error` into a zeroed response record
+  // before it is encoded: what a kResult fault, a malformed request and a message without
+  // handler are answered with. The default is the standard result TLV 0x02, QmiResult{1, error}
+  // at offset 0 of the record; a service whose responses carry their verdict elsewhere sets its
+  // own (called with the service mutex held).
+  using FailureWriter = std::function<void(void *record, uint32_t len, uint16_t error)>;
+  void SetFailureWriter(FailureWriter writer);
+
   // Held while a handler runs; take it to touch service state from another thread.
   std::mutex &mutex() const { return state_mutex_; }
 
@@ -141,9 +152,11 @@ class Service {
   uint32_t id_;
   uint32_t instance_;
   bool up_ = true;
+  uint64_t down_epoch_ = 0;  // counts SetPresent(false): a queued bring-up of an older one is void
   std::map<uint16_t, Handler> handlers_;
   std::vector<std::function<void()>> restart_hooks_;
   std::vector<std::function<void(uint32_t)>> client_gone_hooks_;
+  FailureWriter failure_writer_;
   mutable std::mutex state_mutex_;
 };
 
@@ -178,6 +191,26 @@ class Modem final : public qmi_host::Server {
   StateStore &state() { return state_; }
   const std::string &state_dir() const { return state_.dir(); }
 
+  // --- module state ---
+  // The state a module keeps for this modem: one object per type T, made by the first call
+  // (from `args`) and returned by every later one, destroyed with the modem (after its worker
+  // has stopped). A module's handlers may keep a pointer to it: it lives exactly as long as
+  // they can run. Any thread.
+  template <typename T, typename... Args>
+  T &ModuleState(Args &&...args) {
+    std::lock_guard<std::mutex> lock(module_state_mu_);
+    std::shared_ptr<void> &slot = module_state_[std::type_index(typeid(T))];
+    if (!slot) slot = std::make_shared<T>(std::forward<Args>(args)...);
+    return *static_cast<T *>(slot.get());
+  }
+  // The object of type T, or null when this modem has none.
+  template <typename T>
+  T *FindModuleState() const {
+    std::lock_guard<std::mutex> lock(module_state_mu_);
+    auto it = module_state_.find(std::type_index(typeid(T)));
+    return it == module_state_.end() ? nullptr : static_cast<T *>(it->second.get());
+  }
+
   // --- fault injection ---
   void SetFault(uint32_t service_id, int msg_id, const Fault &fault);
   void ClearFaults(uint32_t service_id);
@@ -188,7 +221,8 @@ class Modem final : public qmi_host::Server {
   // The same, started on the modem's worker thread after `after_ms`: what a handler uses (a
   // handler must not call Restart itself, it holds its service's mutex).
   void ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms = 0);
-  // Takes a service away until it is made present again.
+  // Takes a service away until it is made present again (a restart or bring-up queued before
+  // is cancelled).
   int SetPresent(uint32_t service_id, bool present);
 
   // --- indications ---
@@ -236,8 +270,10 @@ class Modem final : public qmi_host::Server {
     uint32_t bring_up = 0;  // non-zero: bring this service up instead
     uint32_t restart = 0;   // non-zero: restart this service (down for down_ms) instead
     uint32_t down_ms = 0;
+    uint64_t epoch = 0;  // bring-up: the service's down_epoch_ when it was queued
   };
 
+  void Enqueue(Clock::time_point when, Task &&task);
   void WorkerLoop();
   void Process(Task &task);
   bool TakeFault(uint32_t service_id, uint16_t msg_id, Fault *fault);
@@ -245,11 +281,14 @@ class Modem final : public qmi_host::Server {
               size_t len);
   void SendResultOnly(Service &service, uint32_t client, uint16_t txn, uint16_t msg_id,
                       uint16_t error);
-  void BringUp(uint32_t service_id);
+  void BringUp(uint32_t service_id, const uint64_t *epoch = nullptr);
+  int TakeDown(uint32_t service_id, bool cancel_queued);
   qmi_host::ClientSink *SinkOf(uint32_t client) const;
   void DropClientsOf(Service &service);
 
   StateStore state_;
+  mutable std::mutex module_state_mu_;
+  std::map<std::type_index, std::shared_ptr<void>> module_state_;
   mutable std::mutex mu_;  // services_, clients_, faults_, received_, queue_
   mutable std::condition_variable received_cv_;
   std::map<uint32_t, std::unique_ptr<Service>> services_;
@@ -273,7 +312,7 @@ class Modem final : public qmi_host::Server {
   bool stop_ = false;
   bool answer_on_worker_ = false;
   bool in_process_ = false;
-  std::thread worker_;
+  std::thread worker_;  // started by the first queued task; under mu_
 };
 
 // --- service modules ---

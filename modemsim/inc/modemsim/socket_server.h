@@ -3,6 +3,8 @@
 // tarvik-modemd and by tests of the socket transport.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -21,17 +23,23 @@ class SocketServer {
   SocketServer(const SocketServer &) = delete;
   SocketServer &operator=(const SocketServer &) = delete;
 
-  // Binds and listens at `path` (an existing socket file is replaced) and starts serving on
-  // a thread of its own. False with errno set on failure.
-  bool Start(const std::string &path);
+  // Binds and listens at `path` and starts serving on a thread of its own. A stale socket at
+  // `path` (one nobody answers on) is replaced; anything else there (a file, a directory, the
+  // live socket of another server) is left alone and refused. False on failure, with errno set
+  // and the reason in *error (may be null).
+  bool Start(const std::string &path, std::string *error = nullptr);
+  // Stops serving and removes the socket file, if it is still the one Start created.
   void Stop();
 
  private:
   class Connection;
+  bool Listen(const std::string &path, std::string *error);
   void AcceptLoop();
 
   Modem &modem_;
   std::string path_;
+  dev_t socket_dev_ = 0;  // the socket file Start created
+  ino_t socket_ino_ = 0;
   int listen_fd_ = -1;
   int wake_fd_[2] = {-1, -1};
   std::thread accept_thread_;

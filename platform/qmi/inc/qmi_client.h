@@ -72,7 +72,8 @@ typedef void (*qmi_client_ind_cb)(qmi_client_type user_handle, unsigned int msg_
 typedef void (*qmi_client_error_cb)(qmi_client_type user_handle, qmi_client_error_type error,
                                     void *err_cb_data);
 
-/* A notifier handle whose signal is raised whenever a server of the service appears. */
+/* A notifier handle whose signal is raised whenever a server of the service appears and lowered
+ * when the last one goes away. */
 qmi_client_error_type qmi_client_notifier_init(qmi_idl_service_object_type service_obj,
                                                qmi_client_os_params *os_params,
                                                qmi_client_type *user_handle);
@@ -89,7 +90,9 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
 
 /* Waits for the signal; timeout_ms 0 waits forever. Returns QMI_NO_ERR once `sig_set`, or
  * QMI_TIMEOUT_ERR with `timed_out` set; QMI_CLIENT_INVALID_SIG for NULL. Does not clear
- * `sig_set` (a signal raised before the wait is seen at once). */
+ * `sig_set`: a notifier's signal is set while a server of its service is up (and listed by
+ * qmi_client_get_service_list) and falls when the last one goes, so a wait returns at once
+ * exactly when a server is there to be opened. */
 qmi_client_error_type qmi_cci_os_signal_wait(qmi_cci_os_signal_type *os_params,
                                              unsigned int timeout_ms);
 

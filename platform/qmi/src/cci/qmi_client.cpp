@@ -89,6 +89,12 @@ void RaiseSignal(qmi_client_os_params *sig) {
   pthread_mutex_unlock(&sig->mutex);
 }
 
+void LowerSignal(qmi_client_os_params *sig) {
+  pthread_mutex_lock(&sig->mutex);
+  sig->sig_set = 0;
+  pthread_mutex_unlock(&sig->mutex);
+}
+
 class Core final : public qmi_host::ClientSink {
  public:
   static Core &Get() {
@@ -139,6 +145,16 @@ class Core final : public qmi_host::ClientSink {
     if (it != up_.end()) {
       it->second.erase(instance);
       if (it->second.empty()) up_.erase(it);
+    }
+    // The last server is gone: the notifiers' signals fall, so that a wait returns early only
+    // when a server is up again (the signal says what the service list says).
+    if (up_.count(service_id) == 0) {
+      for (auto &entry : handles_) {
+        const Handle &h = entry.second;
+        if (h->notifier && h->service_id == service_id && h->signal != nullptr) {
+          LowerSignal(h->signal);
+        }
+      }
     }
     for (auto &entry : handles_) {
       const Handle &h = entry.second;

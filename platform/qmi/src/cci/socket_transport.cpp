@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -143,6 +144,7 @@ class SocketTransport final : public Transport {
       close(fd_);
       fd_ = -1;
       ready_ = false;
+      early_up_.clear();
       ++generation_;
       open_results_.clear();
       first_attempt_done_ = true;
@@ -250,15 +252,38 @@ class SocketTransport final : public Transport {
     const uint8_t *payload = frame + wire::kFrameHeaderLen;
     const size_t payload_len = n - wire::kFrameHeaderLen;
     switch (h.op) {
-      case wire::kServiceUp:
+      // A service is reported up only once the connection can open clients of it: the daemon
+      // lists its services before kHelloDone, and those wait for it.
+      case wire::kServiceUp: {
+        std::unique_lock<std::mutex> lock(mu_);
+        if (!ready_) {
+          early_up_.insert({h.service, h.arg});
+          break;
+        }
+        lock.unlock();
         sink_.OnServiceUp(h.service, h.arg);
         break;
-      case wire::kServiceDown:
+      }
+      case wire::kServiceDown: {
+        std::unique_lock<std::mutex> lock(mu_);
+        if (!ready_) {
+          early_up_.erase({h.service, h.arg});
+          break;
+        }
+        lock.unlock();
         sink_.OnServiceDown(h.service, h.arg);
         break;
+      }
       case wire::kHelloDone: {
+        std::set<std::pair<uint32_t, uint32_t>> up;
+        {
+          std::lock_guard<std::mutex> lock(mu_);
+          ready_ = true;
+          up.swap(early_up_);
+        }
+        for (const auto &s : up) sink_.OnServiceUp(s.first, s.second);
+        // The first connection counts as made once its services are reported.
         std::lock_guard<std::mutex> lock(mu_);
-        ready_ = true;
         first_attempt_done_ = true;
         cv_.notify_all();
         break;
@@ -296,7 +321,8 @@ class SocketTransport final : public Transport {
   std::mutex mu_;
   std::condition_variable cv_;
   int fd_ = -1;
-  bool ready_ = false;  // kHelloDone seen on the current connection
+  bool ready_ = false;                                // kHelloDone seen on the current connection
+  std::set<std::pair<uint32_t, uint32_t>> early_up_;  // services listed before kHelloDone
   bool stop_ = false;
   bool first_attempt_done_ = false;
   uint64_t generation_ = 0;

@@ -1,0 +1,107 @@
+// The simulated modem's state as the library sees it: each modem keeps its own, a state directory
+// that cannot be written fails the request, and a result fault fails a request on every service.
+#include <gtest/gtest.h>
+#include <stdio.h>
+
+#include <string>
+
+#include "extend/extend_service.h"
+#include "features_env.h"
+#include "tarvik_base_model.h"
+#include "tarvik_extend_api.h"
+#include "tarvik_extend_cmn.h"
+#include "tarvik_extend_nvefs.h"
+#include "tarvik_extend_qmi_v01.h"
+#include "test_env.h"
+
+namespace features_test {
+namespace {
+
+constexpr int kEvent = 3;
+void IgnoreEvent(int, void *, int) {}
+
+using ModemStateTest = FeatureTest;
+
+// What the library sets on one modem (an NV item, a base model switch, an event registration)
+// is not there on a modem created after it in the same process.
+TEST_F(ModemStateTest, ASecondModemStartsWithStateOfItsOwn) {
+  const uint8_t value[] = {0xA5, 0x5A};
+  for (int modem = 0; modem < 2; ++modem) {
+    SCOPED_TRACE(modem == 0 ? "first modem" : "second modem");
+    if (modem == 1) {
+      ASSERT_NO_FATAL_FAILURE(StartModem(""));
+    }
+    std::vector<uint8_t> item;
+    EXPECT_FALSE(fm_->NvItem(0, 550, &item));
+    EXPECT_EQ(0, fm_->BaseModel().detection);
+    EXPECT_EQ(0, modemsim::extend::InjectEvent(*modem_, kEvent, value, sizeof(value)));
+
+    ASSERT_EQ(0, tarvik_nv_write_ex(0, 550, value, sizeof(value)));
+    ASSERT_EQ(0u, tarvik_base_model_set_modem_model_detection_switch(1));
+    ASSERT_EQ(0, tarvik_extend_qmi_register(kEvent, IgnoreEvent, 0));
+    EXPECT_TRUE(fm_->NvItem(0, 550, &item));
+    EXPECT_EQ(1, fm_->BaseModel().detection);
+    EXPECT_EQ(1, modemsim::extend::InjectEvent(*modem_, kEvent, value, sizeof(value)));
+  }
+}
+
+// A state directory that cannot be created: every write is answered with a failure, the caller
+// sees it, and the modem keeps its state as it was.
+TEST_F(ModemStateTest, AStateDirectoryThatCannotBeWrittenFailsTheRequest) {
+  const std::string blocker = tarvik_test::ScratchDir() + "/not_a_dir";
+  FILE *f = fopen(blocker.c_str(), "w");
+  ASSERT_NE(nullptr, f);
+  fclose(f);
+  ASSERT_NO_FATAL_FAILURE(StartModem(blocker + "/state"));
+  const uint8_t value[] = {1, 2, 3};
+  const char path[] = "/nv/item_files/test";
+  std::vector<uint8_t> held;
+
+  EXPECT_NE(0, tarvik_nv_write_ex(0, 550, value, sizeof(value)));
+  EXPECT_FALSE(fm_->NvItem(0, 550, &held));
+  EXPECT_NE(0, tarvik_efs_write(0, path, sizeof(path) - 1, value, sizeof(value)));
+  EXPECT_FALSE(fm_->File(0, path, &held));
+  EXPECT_NE(0u, tarvik_extend_mode_set(3));
+  EXPECT_EQ(0, fm_->ExtendMode());
+  EXPECT_EQ(3u, SentRequests(REQUEST_ID_NVEFS).size() + SentRequests(REQUEST_ID_COMMON).size());
+}
+
+// A result fault fails the request with the modem's code on every service of the standard modem,
+// written where that service keeps its verdict.
+TEST_F(ModemStateTest, AResultFaultFailsTheRequestOnEveryService) {
+  const struct {
+    uint32_t service;
+    uint16_t msg_id;
+    int (*call)();
+    int failed;
+  } rows[] = {
+      {modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01,
+       [] {
+         uint8_t req[2] = {1, 2}, resp[2] = {};
+         uint32_t len = sizeof(resp);
+         const int rc = tarvik_extend_qmi_send_sync(modemsim::extend::kLoopbackRequestId, req,
+                                                    sizeof(req), resp, &len);
+         return rc;
+       },
+       -3},
+  };
+  for (const auto &status : modem_->Status()) {
+    bool covered = false;
+    for (const auto &row : rows) covered = covered || row.service == status.id;
+    EXPECT_TRUE(covered) << "no result-fault row for service " << status.id;
+  }
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.service);
+    modem_->ClearReceived(row.service);
+    modem_->SetFault(row.service, row.msg_id,
+                     modemsim::Fault{modemsim::Fault::kResult, modemsim::kQmiErrInvalidArg, 0, 1});
+    EXPECT_EQ(row.failed, row.call());
+    const auto got = modem_->ReceivedBy(row.service);
+    ASSERT_EQ(1u, got.size());
+    EXPECT_EQ(row.msg_id, got[0].msg_id);
+    EXPECT_EQ(0, row.call());  // the fault was for one request
+  }
+}
+
+}  // namespace
+}  // namespace features_test
