@@ -12,7 +12,7 @@ namespace {
 int Get(Report &report, const Args &args) {
   char value[PROPERTY_VALUE_MAX + 1];
   property_get(args[0].c_str(), value, args.size() == 2 ? args[1].c_str() : "");
-  return report.Add({Str("name", args[0]), Str("value", value)}).Ok();
+  return report.Add(Str("name", args[0])).OkValue(Str("value", value));
 }
 
 int Set(Report &report, const Args &args) {
@@ -74,7 +74,7 @@ int Ctl(Report &report, const Args &) {
 int Dir(Report &report, const Args &) {
   const std::string dir = property_store_dir();
   if (dir.empty()) return report.Refuse("no usable property store directory", kExitFailed);
-  return report.Add(Str("dir", dir)).Ok();
+  return report.OkValue(Str("dir", dir));
 }
 
 const Verb kVerbs[] = {

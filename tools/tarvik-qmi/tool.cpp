@@ -159,7 +159,9 @@ std::string StatusName(Family family, long status) {
   }
   name = Find(kFeature, status);
   if (name != nullptr) return name;
-  if (family == Family::kNv && (name = Find(kNvStatus, status)) != nullptr) return name;
+  if (family == Family::kNv && (name = Find(kNvStatus, status)) != nullptr) {
+    return std::string("modem: ") + name;
+  }
   if (family == Family::kFile && status < 0 && status > -4096) {
     std::string text = strerror(static_cast<int>(-status));
     if (!text.empty()) text[0] = static_cast<char>(tolower(static_cast<unsigned char>(text[0])));
@@ -280,6 +282,13 @@ int Report::Ok(int exit_status) {
   }
   fflush(stdout);
   return exit_status;
+}
+
+int Report::OkValue(Field value) {
+  if (options_.json) return Add(std::move(value)).Ok();
+  printf("%s\n", value.text.c_str());
+  fflush(stdout);
+  return kExitOk;
 }
 
 int Report::Failed(Family family, long status, int exit_status) {

@@ -88,6 +88,8 @@ class Report {
   // An answer: prints the fields with status 0 and returns `exit_status` (efs exists gives
   // kExitFailed for an absent file).
   int Ok(int exit_status = kExitOk);
+  // An answer of one value: as text the value alone (for scripts, like getprop), as JSON a field.
+  int OkValue(Field value);
   // A status that is not 0 (named by `family`); the fields added so far go to JSON only.
   int Failed(Family family, long status, int exit_status = kExitFailed);
   // What the tool itself refuses (arguments, local files, an unreachable daemon); nothing sent.
