@@ -37,6 +37,7 @@ int Error(Report &report, const Args &args) {
 const Verb kVerbs[] = {
     {"debug", "MESSAGE...", 1, SIZE_MAX, Debug},
     {"error", "MESSAGE...", 1, SIZE_MAX, Error},
+    {"", "MESSAGE...", 1, SIZE_MAX, Debug},  // debug when no level is named
 };
 TARVIK_COMMAND("log", "writes a line through the library's logging (debug or error level)", kVerbs);
 
