@@ -175,7 +175,8 @@ int Watch(Report &report, const Args &args) {
     }
   }
   int status = 0;
-  for (uint32_t event : registered) {
+  // Registrations die with the service: nothing to undo while it is away.
+  for (uint32_t event : down ? std::vector<uint32_t>() : registered) {
     const int s = tarvik_extend_qmi_deregister(event);
     status = s != 0 ? s : status;
   }
