@@ -1,29 +1,74 @@
 #!/usr/bin/env bash
-# The main job on a fresh machine: build the tool and walk through what it does against the
-# embedded simulated modem, with a property store and a modem state directory of its own.
+# The main job on a fresh machine: build the tool and walk through what it does, first against
+# the embedded simulated modem, then against the daemon tarvik-modemd shared by several tool runs,
+# with a property store and modem state directories of its own under build/demo.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset default >/dev/null
-cmake --build --preset default --target tarvik-qmi
-tool=build/default/bin/tarvik-qmi
-export TARVIK_PROPERTY_DIR="${TARVIK_PROPERTY_DIR:-$PWD/build/demo/properties}"
-export TARVIK_MODEM_STATE="${TARVIK_MODEM_STATE:-$PWD/build/demo/modem}"
+cmake --build --preset default --target tarvik-qmi tarvik-modemd
+bin=$PWD/build/default/bin
+demo=$PWD/build/demo
+export TARVIK_PROPERTY_DIR="${TARVIK_PROPERTY_DIR:-$demo/properties}"
+export TARVIK_MODEM_STATE="${TARVIK_MODEM_STATE:-$demo/modem}"
 mkdir -p "$TARVIK_PROPERTY_DIR" "$TARVIK_MODEM_STATE"
 
-step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$tool" "$@"; }
+step() { printf '\n$ tarvik-qmi %s\n' "$*"; "$bin/tarvik-qmi" "$@"; }
+# A step that must fail (the demo shows the error).
+fails() {
+  printf '\n$ tarvik-qmi %s   # fails on purpose\n' "$*"
+  if "$bin/tarvik-qmi" "$@"; then
+    echo "demo: expected a failure" >&2
+    exit 1
+  fi
+}
 
+echo "== the embedded simulated modem (one per tool run; its state in $TARVIK_MODEM_STATE)"
 step log debug "hello from the service tool"
-step sim status
 step prop set persist.vendor.radio.demo "set in one run"
 step prop get persist.vendor.radio.demo
-step device
 step build
 step send 255 68656c6c6f
+step send 255 68656c6c6f 2
 step watch --for 1 --inject 3:0a0b 3
-printf 'modem file written by the demo\n' > build/demo/blob.txt
+printf 'modem file written by the demo\n' > "$demo/blob.txt"
 step nv write 0 550 0a0b0c0d
 step nv read 0 550
-step efs write 0 /nv/item_files/demo/blob build/demo/blob.txt
-step efs read 0 /nv/item_files/demo/blob build/demo/blob.back
-cat build/demo/blob.back
-step --json efs stat /nv/item_files/demo/blob
+fails nv read 2 551
+step efs write 0 /nv/item_files/demo/blob "$demo/blob.txt"
+step efs read 0 /nv/item_files/demo/blob "$demo/blob.back"
+cat "$demo/blob.back"
+step --json efs stat 0 /nv/item_files/demo/blob
+
+echo
+echo "== the daemon: one modem shared by every tool run"
+socket=$demo/modemd.sock
+rm -f "$socket"
+"$bin/tarvik-modemd" --socket "$socket" --state "$demo/daemon-state" &
+daemon=$!
+trap 'kill "$daemon" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do
+  "$bin/tarvik-qmi" --modem "unix:$socket" sim status >/dev/null 2>&1 && break
+  sleep 0.05
+done
+modem=(--modem "unix:$socket")
+step "${modem[@]}" nv write 0 550 01020304
+step "${modem[@]}" nv read 0 550
+step "${modem[@]}" sim fault 0xFFE4 2 transport 2
+fails "${modem[@]}" nv read 0 550
+step "${modem[@]}" nv read 0 550
+printf '\n$ tarvik-qmi %s watch --for 2 3 &   # while another run restarts the service\n' \
+  "${modem[*]}"
+"$bin/tarvik-qmi" "${modem[@]}" watch --for 2 3 &
+watcher=$!
+sleep 0.5
+step "${modem[@]}" sim event 3 0a0b
+step "${modem[@]}" sim restart 0xFFE4 300
+sleep 0.8
+step "${modem[@]}" sim event 3 0c0d
+wait "$watcher"
+step "${modem[@]}" --json sim status
+kill "$daemon"
+wait "$daemon"
+trap - EXIT
+echo
+echo "tarvik-modemd stopped"

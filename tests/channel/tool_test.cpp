@@ -1,48 +1,137 @@
-// The tool's send and watch commands against its embedded modem, run as a separate process.
-#include <stdio.h>
-#include <sys/wait.h>
-
+// The tool's send, watch and help, run as separate processes against the embedded modem or
+// against tarvik-modemd, whose request counts show what reached the modem.
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "gtest/gtest.h"
+#include "json_lines.h"
 #include "test_env.h"
 
 namespace {
 
+using nlohmann::json;
 using tarvik_test::RunTool;
 
-TEST(ChannelTool, SendPrintsTheModemsAnswer) {
+// The requests the daemon's extend service has received.
+long ExtendReceived(const tarvik_test::ModemDaemon &daemon) {
+  const auto lines = tarvik_test::JsonLines(RunTool(daemon.modem() + " --json sim status").out);
+  for (const json &s : lines.at(0).at("services")) {
+    if (s.at("service") == 0xFFE4) return s.at("received").get<long>();
+  }
+  return -1;
+}
+
+TEST(ChannelTool, SendShowsTheCutAndTheModemsVerdict) {
   struct Row {
     const char *args;
-    int status;
-    const char *out;
+    int exit;
+    json fields;
   };
   const Row rows[] = {
-      {"--json send 255 68656c6c6f", 0,
-       "{\"request_id\":255,\"status\":0,\"length\":5,\"data\":\"68656c6c6f\"}\n"},
-      {"--json send 0xff 0102030405 2", 0,
-       "{\"request_id\":255,\"status\":0,\"length\":2,\"data\":\"0102\"}\n"},
-      {"--json send 255 -", 0, "{\"request_id\":255,\"status\":0,\"length\":0,\"data\":\"\"}\n"},
-      {"--json send 77 00", 1, "{\"request_id\":77,\"status\":-3}\n"},
-      {"send 255 0", 2, ""},
-      {"send 255 zz", 2, ""},
-      {"send 255 00 551", 2, ""},
-      {"send -1 00", 2, ""},
+      {"send 255 68656c6c6f", 0, {{"length", 5}, {"data", "68656c6c6f"}, {"cut", false}}},
+      {"send 0xff 0102030405 2",
+       0,
+       {{"length", 2}, {"answer_length", 5}, {"cut", true}, {"data", "0102"}}},
+      {"send 255 -", 0, {{"length", 0}, {"data", ""}}},
+      {"send 77 00", 1, {{"status", 0x5E}, {"status_name", "not supported"}}},
+      {"send 255 0",
+       2,
+       {{"status", nullptr}, {"error", "hex '0' has an odd number of digits (1)"}}},
+      {"send 255 zz", 2, {{"status", nullptr}}},
+      {"send 255 00 551", 2, {{"status", nullptr}}},
+      {"send -1 00", 2, {{"status", nullptr}}},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.args);
-    const tarvik_test::ToolRun run = RunTool(row.args);
-    EXPECT_EQ(run.status, row.status);
-    EXPECT_EQ(run.out, row.out);
+    const tarvik_test::ToolRun run = RunTool(std::string("--json ") + row.args);
+    EXPECT_EQ(run.status, row.exit);
+    const auto lines = tarvik_test::JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0]["command"], "send");
+    for (const auto &f : row.fields.items()) EXPECT_EQ(lines[0][f.key()], f.value()) << f.key();
   }
 }
 
-TEST(ChannelTool, WatchPrintsInjectedEventsOfRegisteredEventsOnly) {
-  const tarvik_test::ToolRun run = RunTool("--json watch --for 1 --inject 3:0a0b --inject 4:01 3");
+// A modem error in the answer fails the command; it never passes for an empty answer.
+TEST(ChannelTool, SendShowsAModemErrorInTheAnswer) {
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  ASSERT_EQ(RunTool(daemon.modem() + " sim fault 0xFFE4 2 result 0x30 1").status, 0);
+  const tarvik_test::ToolRun run = RunTool(daemon.modem() + " --json send 255 01");
+  EXPECT_EQ(run.status, 1);
+  const auto lines = tarvik_test::JsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0]["status"], 0) << run.out;
+  EXPECT_FALSE(lines[0].contains("data")) << run.out;
+  EXPECT_EQ(RunTool(daemon.modem() + " --json send 255 01").status, 0) << "the fault was once";
+}
+
+// Help in every form prints and exits 0 without sending anything or starting a service.
+TEST(ChannelTool, HelpRunsNothing) {
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  const char *rows[] = {
+      "--help",         "-h",          "help",
+      "help send",      "send --help", "start-service --help",
+      "log --help",     "nv read -h",  "--version",
+      "watch 3 --help",
+  };
+  for (const char *args : rows) {
+    SCOPED_TRACE(args);
+    const tarvik_test::ToolRun run = RunTool(daemon.modem() + " " + args);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out, "");
+    EXPECT_EQ(run.out.find("RIL["), std::string::npos) << "nothing was logged";
+  }
+  EXPECT_EQ(ExtendReceived(daemon), 0);
+  EXPECT_EQ(RunTool("--json prop ctl").out.find("ctl.start"), std::string::npos);
+  // Global options after the command, as before it.
+  EXPECT_EQ(RunTool("send 255 01 --json " + daemon.modem()).out.find("{\"command\":\"send\""), 0u);
+  EXPECT_EQ(ExtendReceived(daemon), 1);
+}
+
+// watch takes every event when none is named, shows events the daemon is told to send, and
+// reports the service going away and coming back (with its events registered again).
+TEST(ChannelTool, WatchReportsEventsLossAndReconnect) {
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  tarvik_test::ToolRun watch{};
+  std::thread watcher([&] { watch = RunTool(daemon.modem() + " --json watch --for 3"); });
+  // Registered once the extend service has the seven event switches.
+  for (int i = 0; i < 200 && ExtendReceived(daemon) < 7; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(RunTool(daemon.modem() + " sim event 3 0a0b").status, 0);
+  EXPECT_EQ(RunTool(daemon.modem() + " sim restart 0xFFE4 200").status, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(800));
+  EXPECT_EQ(RunTool(daemon.modem() + " sim event 6 01").status, 0);
+  watcher.join();
+  EXPECT_EQ(watch.status, 0) << watch.err;
+  const auto lines = tarvik_test::JsonLines(watch.out);
+  const json all = {0, 1, 2, 3, 4, 5, 6};
+  const json expected[] = {
+      {{"kind", "watching"}, {"events", all}},
+      {{"kind", "event"}, {"id", 3}, {"data", "0a0b"}},
+      {{"kind", "service"}, {"state", "lost"}},
+      {{"kind", "service"}, {"state", "back"}, {"events", all}},
+      {{"kind", "event"}, {"id", 6}, {"data", "01"}},
+      {{"status", 0}, {"status_name", "ok"}},
+  };
+  ASSERT_EQ(lines.size(), std::size(expected)) << watch.out;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    SCOPED_TRACE(lines[i].dump());
+    EXPECT_EQ(lines[i]["command"], "watch");
+    for (const auto &f : expected[i].items()) EXPECT_EQ(lines[i][f.key()], f.value());
+  }
+}
+
+TEST(ChannelTool, WatchShowsOnlyRegisteredEventsOfTheEmbeddedModem) {
+  const tarvik_test::ToolRun run = RunTool("watch --for 1 --inject 3:0a0b --inject 4:01 3");
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "{\"kind\":\"event\",\"id\":3,\"length\":2,\"data\":\"0a0b\"}\n");
+  EXPECT_EQ(run.out, "watching events 3 for 1 s\nevent 3: 2 bytes 0a0b\n");
   EXPECT_EQ(RunTool("watch 7").status, 2);
-  EXPECT_EQ(RunTool("watch --for 1").status, 2);
+  EXPECT_EQ(RunTool("watch --inject 3:0 3").status, 2);
 }
 
 }  // namespace

@@ -4,8 +4,18 @@
 #include <stdlib.h>
 #include <sys/wait.h>
 
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
+
+#include "modemsim/socket_server.h"
+
+extern char **environ;
 
 namespace tarvik_test {
 namespace {
@@ -54,8 +64,10 @@ std::string BinDir() {
 }
 
 ToolRun RunTool(const std::string &args) {
-  const std::string command = BinDir() + "/tarvik-qmi " + args + " 2>/dev/null";
-  ToolRun run{-1, ""};
+  static int runs = 0;
+  const std::string err = ScratchDir() + "/tool-stderr-" + std::to_string(++runs);
+  const std::string command = BinDir() + "/tarvik-qmi " + args + " 2>" + err;
+  ToolRun run{-1, "", ""};
   FILE *pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
     return run;
@@ -67,7 +79,36 @@ ToolRun RunTool(const std::string &args) {
   }
   const int raw = pclose(pipe);
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  std::ifstream in(err, std::ios::binary);
+  run.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   return run;
+}
+
+ModemDaemon::ModemDaemon() : socket_(ScratchDir() + "/modemd.sock") {
+  const std::string bin = BinDir() + "/tarvik-modemd";
+  const std::string state = ScratchDir() + "/modemd-state";
+  const char *argv[] = {bin.c_str(), "--socket",    socket_.c_str(),
+                        "--state",   state.c_str(), nullptr};
+  pid_t pid = -1;
+  if (posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ) != 0) {
+    return;
+  }
+  pid_ = pid;
+  // Up once a control command gets an answer.
+  std::string out;
+  for (int i = 0; i < 500; ++i) {
+    if (modemsim::SendControlCommand(socket_, {"status"}, &out) == 0) return;
+    usleep(10000);
+  }
+  kill(pid_, SIGTERM);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+ModemDaemon::~ModemDaemon() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGTERM);
+  waitpid(pid_, nullptr, 0);
 }
 
 }  // namespace tarvik_test

@@ -19,10 +19,28 @@ std::string BinDir();
 struct ToolRun {
   int status;       // exit status, -1 when the tool could not run or did not exit
   std::string out;  // standard output
+  std::string err;  // standard error
 };
 
-// Runs `tarvik-qmi ARGS` through the shell, as a service engineer would, with its standard
-// error dropped. The process inherits this test's property store.
+// Runs `tarvik-qmi ARGS` through the shell, as a service engineer would. The process inherits
+// this test's property store.
 ToolRun RunTool(const std::string &args);
+
+// tarvik-modemd on a socket in the scratch directory, for the life of the object (stopped with
+// SIGTERM). `modem()` is the tool's option that reaches it: "--modem unix:PATH".
+class ModemDaemon {
+ public:
+  ModemDaemon();
+  ~ModemDaemon();
+  ModemDaemon(const ModemDaemon &) = delete;
+  ModemDaemon &operator=(const ModemDaemon &) = delete;
+  bool up() const { return pid_ > 0; }
+  const std::string &socket() const { return socket_; }
+  std::string modem() const { return "--modem unix:" + socket_; }
+
+ private:
+  std::string socket_;
+  int pid_ = -1;
+};
 
 }  // namespace tarvik_test

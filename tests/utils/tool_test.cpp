@@ -48,7 +48,7 @@ TEST_F(ToolTest, DeviceAndBuildReadTheSharedStore) {
       {"--json build",
        {"\"build_type\":6", "\"build_type_name\":\"DEV\"", "\"dev\":true", "\"stable\":false",
         "\"test_build\":false", "\"ravu\":true"}},
-      {"build", {"build type name        DEV\n"}},
+      {"build", {"build_type_name: DEV\n", "stable: no\n"}},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.args);

@@ -1,75 +1,54 @@
-// cdc and venue-mode: opaque payloads carried to the modem and its answers printed as hex.
-//   cdc EVENT_ID [HEX]
-//   venue-mode HEX
-#include <stdio.h>
-
+// cdc and venue-mode: opaque payloads carried to the modem, its answers printed as hex.
 #include <string>
 #include <vector>
 
-#include "command.h"
 #include "tarvik_extend_cdc.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_venue_mode.h"
+#include "tool.h"
 
 namespace tarvik_tool {
-
-std::string ChannelHex(const void *data, size_t len);
-bool ParseChannelNumber(const std::string &text, unsigned long max, unsigned long *value);
-bool FeatureParseHex(const std::string &text, std::vector<uint8_t> *out);
-int FeatureConnect(const Options &options);
-int FeatureFailed(const Options &options, const char *what, long status);
-
 namespace {
 
-// Connects, lets `call` fill an answer buffer of `capacity` bytes and prints the answer as hex.
+// Lets `call` fill an answer buffer of `capacity` bytes and reports the answer as hex.
 template <typename Call>
-int Exchange(const Options &options, const char *what, uint32_t capacity, Call call) {
-  const int ready = FeatureConnect(options);
-  if (ready != 0) {
-    return ready;
-  }
+int Exchange(Report &report, uint32_t capacity, Call call) {
+  if (const int ready = Connect(report)) return ready;
   std::vector<uint8_t> out(capacity);
   uint32_t len = capacity;
   const int status = call(out.data(), &len);
-  if (status != 0) {
-    return FeatureFailed(options, what, status);
-  }
-  const std::string hex = ChannelHex(out.data(), len);
-  if (options.json) {
-    printf("{\"command\":\"%s\",\"status\":0,\"length\":%u,\"data\":\"%s\"}\n", what, len,
-           hex.c_str());
-  } else {
-    printf("%s: %u bytes\n%s\n", what, len, hex.c_str());
-  }
-  return 0;
+  if (status != 0) return report.Failed(Family::kFeature, status);
+  return report.Add({Num("length", len), Hex("data", out.data(), len)}).Ok();
 }
 
-int RunCdc(const Options &options, const Args &args) {
+int Cdc(Report &report, const Args &args) {
   unsigned long event = 0;
   std::vector<uint8_t> data;
-  if (args.empty() || args.size() > 2 || !ParseChannelNumber(args[0], UINT32_MAX, &event) ||
-      (args.size() == 2 && !FeatureParseHex(args[1], &data))) {
-    return UsageError("cdc");
+  std::string why;
+  if (!ParseNumber(args[0], UINT32_MAX, &event)) {
+    return report.Refuse("event id '" + args[0] + "' is not a number");
   }
-  return Exchange(options, "cdc", TARVIK_CDC_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
+  if (args.size() == 2 && !ParseHex(args[1], &data, &why)) return report.Refuse(why);
+  report.Add(Num("event_id", static_cast<long long>(event)));
+  return Exchange(report, TARVIK_CDC_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
     return tarvik_cdc_request(static_cast<uint32_t>(event), data.data(),
                               static_cast<uint32_t>(data.size()), out, len);
   });
 }
 
-int RunVenueMode(const Options &options, const Args &args) {
+int VenueMode(Report &report, const Args &args) {
   std::vector<uint8_t> data;
-  if (args.size() != 1 || !FeatureParseHex(args[0], &data)) {
-    return UsageError("venue-mode");
-  }
-  return Exchange(options, "venue-mode", TARVIK_CMN_RSP_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
+  std::string why;
+  if (!ParseHex(args[0], &data, &why)) return report.Refuse(why);
+  return Exchange(report, TARVIK_CMN_RSP_DATA_MAX, [&](uint8_t *out, uint32_t *len) {
     return tarvik_set_venue_mode(data.data(), static_cast<uint32_t>(data.size()), out, len);
   });
 }
 
-TARVIK_COMMAND("cdc", "EVENT_ID [HEX]", "a CDC request; prints the modem's answer as hex", RunCdc);
-TARVIK_COMMAND("venue-mode", "HEX", "sets the venue mode (at most 504 bytes); prints the answer",
-               RunVenueMode);
+const Verb kCdc[] = {{"", "EVENT_ID [HEX]", 1, 2, Cdc}};
+const Verb kVenue[] = {{"", "HEX", 1, 1, VenueMode}};
+TARVIK_COMMAND("cdc", "a CDC request (payload cut to 500 bytes); prints the modem's answer", kCdc);
+TARVIK_COMMAND("venue-mode", "sets the venue mode (at most 504 bytes); prints the answer", kVenue);
 
 }  // namespace
 }  // namespace tarvik_tool

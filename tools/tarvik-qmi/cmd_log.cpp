@@ -1,39 +1,45 @@
 // log: writes one line through the library's logging (system log and standard output, each
 // under its print mask).
-#include <stdlib.h>
-
 #include <string>
 
-#include "command.h"
 #include "tarvik_utils_cmn.h"
+#include "tool.h"
 
 namespace tarvik_tool {
 namespace {
 
-int RunLog(const Options &, const Args &args) {
-  std::string level = "debug";
-  size_t first = 0;
-  if (!args.empty() && (args[0] == "debug" || args[0] == "error")) {
-    level = args[0];
-    first = 1;
-  }
-  if (first >= args.size()) {
-    return UsageError("log");
-  }
+std::string Join(const Args &args, size_t first) {
   std::string message;
-  for (size_t i = first; i < args.size(); ++i) {
-    message += (i > first ? " " : "") + args[i];
-  }
-  if (level == "error") {
+  for (size_t i = first; i < args.size(); ++i) message += (i > first ? " " : "") + args[i];
+  return message;
+}
+
+// As text the library's own standard-output line is the output; with --json the report is.
+int Write(Report &report, const Args &args, bool error) {
+  const std::string message = Join(args, 0);
+  if (report.options().json) QuietLibrary();
+  if (error) {
     TARVIK_LOGE("%s", message.c_str());
   } else {
     TARVIK_LOGD("%s", message.c_str());
   }
-  return 0;
+  if (!report.options().json) return kExitOk;
+  return report.Add({Str("level", error ? "error" : "debug"), Str("message", message)}).Ok();
 }
 
-TARVIK_COMMAND("log", "[debug|error] MESSAGE...", "write a line through the library's logging",
-               RunLog);
+int Debug(Report &report, const Args &args) {
+  return Write(report, args, false);
+}
+int Error(Report &report, const Args &args) {
+  return Write(report, args, true);
+}
+
+const Verb kVerbs[] = {
+    {"debug", "MESSAGE...", 1, SIZE_MAX, Debug},
+    {"error", "MESSAGE...", 1, SIZE_MAX, Error},
+    {"", "MESSAGE...", 1, SIZE_MAX, Debug},  // debug when no level is named
+};
+TARVIK_COMMAND("log", "writes a line through the library's logging (debug or error level)", kVerbs);
 
 }  // namespace
 }  // namespace tarvik_tool

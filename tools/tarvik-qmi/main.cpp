@@ -1,12 +1,17 @@
 // tarvik-qmi: the service tool. Reaches the modem through libtarvik_qmi, by default against an
 // embedded simulated modem, or against tarvik-modemd with --modem unix:PATH.
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <string>
 
-#include "command.h"
+#include "tool.h"
+
+#ifndef TARVIK_TOOL_VERSION
+#define TARVIK_TOOL_VERSION "0.1"
+#endif
 
 namespace tarvik_tool {
 
@@ -16,23 +21,84 @@ std::vector<Command> &Registry() {
   return *commands;
 }
 
+const Command *FindCommand(const std::string &name) {
+  for (const auto &c : Commands()) {
+    if (name == c.name) return &c;
+  }
+  return nullptr;
+}
+
+void PrintCommandUsage(FILE *out, const Command &c) {
+  for (size_t i = 0; i < c.verb_count; ++i) {
+    const Verb &v = c.verbs[i];
+    fprintf(out, "  tarvik-qmi %s%s%s%s%s\n", c.name, *v.name ? " " : "", v.name,
+            *v.usage ? " " : "", v.usage);
+  }
+}
+
 void PrintHelp(FILE *out) {
-  fprintf(
-      out,
-      "usage: tarvik-qmi [--json] [--modem unix:PATH] [--state DIR] <command> [args...]\n\n"
-      "global options:\n"
-      "  --json           machine-readable output\n"
-      "  --modem TARGET   modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
-      "                   embedded simulated modem)\n"
-      "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n\n"
-      "commands:\n");
+  fprintf(out,
+          "usage: tarvik-qmi [OPTIONS] COMMAND [ARGS...]   (options may also follow the command)\n"
+          "       tarvik-qmi help [COMMAND]\n\n"
+          "options:\n"
+          "  --json           one JSON object on stdout: command, status, status_name, fields\n"
+          "  --modem TARGET   modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
+          "                   embedded simulated modem)\n"
+          "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n"
+          "  -h, --help       this text; --version: the tool's version\n\n"
+          "exit status: 0 done, 1 failed (efs exists/cmp: absent/different), 2 bad arguments,\n"
+          "3 efs exists/cmp could not answer\n\n"
+          "commands:\n");
   auto commands = Commands();
   std::sort(commands.begin(), commands.end(),
             [](const Command &a, const Command &b) { return strcmp(a.name, b.name) < 0; });
-  for (const auto &c : commands) {
-    fprintf(out, "  %-12s %-28s %s\n", c.name, c.usage, c.summary);
-  }
+  for (const auto &c : commands) fprintf(out, "  %-14s %s\n", c.name, c.summary);
 }
+
+int Help(const std::string &topic) {
+  if (topic.empty()) {
+    PrintHelp(stdout);
+    return kExitOk;
+  }
+  const Command *c = FindCommand(topic);
+  if (c == nullptr) {
+    fprintf(stderr, "tarvik-qmi: no command '%s' (tarvik-qmi help lists them)\n", topic.c_str());
+    return kExitUsage;
+  }
+  printf("%s: %s\n", c->name, c->summary);
+  PrintCommandUsage(stdout, *c);
+  return kExitOk;
+}
+
+// Runs `command` with the words after its name.
+int Dispatch(const Options &options, const Command &command, const Args &words) {
+  const Verb *verb = nullptr;
+  size_t first = 0;
+  for (size_t i = 0; i < command.verb_count; ++i) {
+    const Verb &v = command.verbs[i];
+    if (*v.name == '\0' || (!words.empty() && words[0] == v.name)) {
+      verb = &v;
+      first = *v.name == '\0' ? 0 : 1;
+      break;
+    }
+  }
+  const std::string label =
+      verb != nullptr && *verb->name ? std::string(command.name) + " " + verb->name : command.name;
+  Report report(options, label);
+  if (verb == nullptr) {
+    if (!options.json) PrintCommandUsage(stderr, command);
+    return report.Refuse(words.empty()
+                             ? "needs a verb (tarvik-qmi help " + std::string(command.name) + ")"
+                             : "no verb '" + words[0] + "' (tarvik-qmi help " + command.name + ")");
+  }
+  const Args args(words.begin() + static_cast<long>(first), words.end());
+  if (args.size() < verb->min_args || args.size() > verb->max_args) {
+    return report.Refuse(std::string("takes ") + (*verb->usage ? verb->usage : "no arguments") +
+                         " (" + std::to_string(args.size()) + " given)");
+  }
+  return verb->run(report, args);
+}
+
 }  // namespace
 
 void RegisterCommand(const Command &command) {
@@ -42,58 +108,55 @@ const std::vector<Command> &Commands() {
   return Registry();
 }
 
-int UsageError(const Command &command) {
-  fprintf(stderr, "usage: tarvik-qmi %s %s\n", command.name, command.usage);
-  return 2;
-}
-
-int UsageError(const char *name) {
-  for (const auto &c : Commands()) {
-    if (strcmp(c.name, name) == 0) {
-      return UsageError(c);
-    }
-  }
-  fprintf(stderr, "tarvik-qmi: unknown command '%s'\n", name);
-  return 2;
-}
-
 }  // namespace tarvik_tool
 
 int main(int argc, char **argv) {
   using namespace tarvik_tool;
   Options options;
   const char *state = getenv("TARVIK_MODEM_STATE");
-  if (state != nullptr) {
-    options.state_dir = state;
-  }
-  int i = 1;
-  for (; i < argc && strncmp(argv[i], "--", 2) == 0; ++i) {
-    const std::string opt = argv[i];
-    if (opt == "--json") {
+  if (state != nullptr) options.state_dir = state;
+  // Global options anywhere until "--"; everything else is the command and its words.
+  Args words;
+  bool help = false, version = false, options_done = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string w = argv[i];
+    if (options_done) {
+      words.push_back(w);
+    } else if (w == "--") {
+      options_done = true;
+    } else if (w == "--json") {
       options.json = true;
-    } else if ((opt == "--modem" || opt == "--state") && i + 1 < argc) {
-      (opt == "--modem" ? options.modem : options.state_dir) = argv[++i];
-    } else if (opt == "--help") {
-      PrintHelp(stdout);
-      return 0;
+    } else if (w == "--modem" || w == "--state") {
+      if (i + 1 >= argc) {
+        fprintf(stderr, "tarvik-qmi: %s takes a value\n", w.c_str());
+        return kExitUsage;
+      }
+      (w == "--modem" ? options.modem : options.state_dir) = argv[++i];
+    } else if (w == "--help" || w == "-h") {
+      help = true;
+    } else if (w == "--version") {
+      version = true;
     } else {
-      fprintf(stderr, "tarvik-qmi: unknown option '%s'\n", opt.c_str());
-      PrintHelp(stderr);
-      return 2;
+      words.push_back(w);
     }
   }
-  if (i >= argc) {
+  if (version) {
+    printf("tarvik-qmi %s\n", TARVIK_TOOL_VERSION);
+    return kExitOk;
+  }
+  if (!words.empty() && words[0] == "help") {
+    return Help(words.size() > 1 ? words[1] : "");
+  }
+  if (help) return Help(words.empty() ? "" : words[0]);
+  if (words.empty()) {
     PrintHelp(stderr);
-    return 2;
+    return kExitUsage;
   }
-  const std::string name = argv[i];
-  const Args args(argv + i + 1, argv + argc);
-  for (const auto &c : Commands()) {
-    if (name == c.name) {
-      return c.run(options, args);
-    }
+  const Command *command = FindCommand(words[0]);
+  if (command == nullptr) {
+    fprintf(stderr, "tarvik-qmi: unknown command '%s' (tarvik-qmi help lists them)\n",
+            words[0].c_str());
+    return kExitUsage;
   }
-  fprintf(stderr, "tarvik-qmi: unknown command '%s'\n", name.c_str());
-  PrintHelp(stderr);
-  return 2;
+  return Dispatch(options, *command, Args(words.begin() + 1, words.end()));
 }

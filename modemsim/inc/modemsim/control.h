@@ -1,5 +1,5 @@
 // Control commands of the simulated modem, shared by tarvik-modemd (over its socket) and the
-// tool's embedded modem: fault injection, restarts, presence and status as words.
+// tool's embedded modem: fault injection, restarts, presence, indications and status as words.
 //
 //   status                               services, up or down, clients, requests received
 //   restart SERVICE [DOWN_MS]            modem restart of a service
@@ -9,7 +9,14 @@
 //   fault SERVICE MSG|any result QMI_ERROR [COUNT]
 //   fault SERVICE MSG|any transport [CLIENT_ERROR] [COUNT]
 //   clear SERVICE                        removes the faults of a service
-// SERVICE and MSG accept decimal or 0x-hex. COUNT absent: until cleared.
+//   indicate SERVICE MSG HEX|-           sends indication MSG with the TLV bytes HEX to every
+//                                        client of the service
+//   event EVENT [HEX]                    the extend service's event indication (payload HEX) to
+//                                        every client that switched EVENT on
+// SERVICE, MSG and EVENT accept decimal or 0x-hex. COUNT absent: until cleared.
+//
+// A first word "--json" makes the output one JSON object on one line: the command's fields on
+// success ({"services":[...]} for status), {"error":"..."} otherwise.
 #pragma once
 
 #include <string>
@@ -19,8 +26,8 @@
 
 namespace modemsim {
 
-// Runs one command; appends human-readable output to *out. Returns 0 on success, 2 for a usage
-// error, 1 when the modem refused (unknown service).
+// Runs one command; appends its output to *out. Returns 0 on success, 2 for a usage error, 1
+// when the modem refused (unknown service, an indication it could not send).
 int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::string *out);
 
 // The usage text of the commands above.
