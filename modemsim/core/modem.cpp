@@ -14,7 +14,8 @@ namespace wire = qmi_host::wire;
 
 void Call::SetResult(uint16_t result, uint16_t error) const {
   if (response_len >= sizeof(QmiResult)) {
-    const QmiResult r{result, error};
+    const QmiResult r{static_cast<qmi_result_type_v01>(result),
+                      static_cast<qmi_error_type_v01>(error)};
     memcpy(response, &r, sizeof(r));
   }
 }
@@ -344,7 +345,7 @@ void Modem::SendResultOnly(Service &service, uint32_t client, uint16_t txn, uint
       if (service.failure_writer_) {
         service.failure_writer_(record.data(), resp_size, error);
       } else if (resp_size >= sizeof(QmiResult)) {
-        const QmiResult r{1, error};
+        const QmiResult r{QMI_RESULT_FAILURE_V01, static_cast<qmi_error_type_v01>(error)};
         memcpy(record.data(), &r, sizeof(r));
       }
     }

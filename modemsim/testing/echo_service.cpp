@@ -7,12 +7,6 @@ namespace modemsim {
 namespace echo {
 namespace {
 
-constexpr qmi_elem_info result_ei[] = {
-    QMI_MEMBER(U, QmiResult, result),
-    QMI_MEMBER(U, QmiResult, error),
-    QMI_EI_END,
-};
-
 constexpr qmi_elem_info inner_ei[] = {
     QMI_MEMBER(U, Inner, tag),
     QMI_MEMBER(S, Inner, level),
@@ -32,7 +26,7 @@ constexpr qmi_elem_info echo_req_ei[] = {
 };
 
 constexpr qmi_elem_info echo_resp_ei[] = {
-    QMI_TLV_STRUCT(0x02, EchoResp, resp, result_ei),
+    QMI_TLV_RESPONSE(EchoResp, resp),
     QMI_TLV_OPT(U, 0x10, EchoResp, value_valid, value),
     QMI_TLV_OPT(S, 0x11, EchoResp, opt_valid, opt),
     QMI_TLV_OPT_VAR(U, 2, kMaxData, 0x12, EchoResp, data_valid, data_len, data),
@@ -48,7 +42,7 @@ constexpr qmi_elem_info notify_req_ei[] = {
 };
 
 constexpr qmi_elem_info notify_resp_ei[] = {
-    QMI_TLV_STRUCT(0x02, NotifyResp, resp, result_ei),
+    QMI_TLV_RESPONSE(NotifyResp, resp),
     QMI_EI_END,
 };
 

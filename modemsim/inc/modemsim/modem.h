@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "common_v01.h"
 #include "modemsim/state_store.h"
 #include "qmi_client_host.h"
 #include "qmi_idl_lib.h"
@@ -48,11 +49,10 @@ constexpr uint16_t kQmiErrNotSupported = 0x005E;
 constexpr uint32_t kAllClients = 0xFFFFFFFFu;
 constexpr int kAnyMessage = -1;
 
-// The standard response TLV (0x02) every response record of our tables starts with.
-struct QmiResult {
-  uint16_t result;  // 0 success, 1 failure
-  uint16_t error;   // QMI error code
-};
+// The standard response TLV (0x02) every response record of the standard services starts with:
+// two 4-byte enums in the record (result 0 success, 1 failure; the QMI error code), two u16 on
+// the wire.
+using QmiResult = qmi_response_type_v01;
 
 // One request being handled. `request` is the decoded request record; `response` the response
 // record, zeroed, that the handler fills (result TLV included). Leaving `answer` true sends the
