@@ -152,7 +152,7 @@ TEST_F(DaemonTest, RequestRightAfterADaemonRestartSucceeds) {
 // Runs tarvik-modemd with `args` to its end (the cases where it refuses to start or only prints).
 tarvik_test::ToolRun RunDaemon(const std::string &args) {
   const std::string command = tarvik_test::BinDir() + "/tarvik-modemd " + args + " 2>&1";
-  tarvik_test::ToolRun run{-1, ""};
+  tarvik_test::ToolRun run{-1, "", ""};
   FILE *pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return run;
   char buf[512];
