@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -64,7 +65,7 @@ std::string BinDir() {
 }
 
 ToolRun RunTool(const std::string &args) {
-  static int runs = 0;
+  static std::atomic<int> runs{0};  // tests run the tool from several threads
   const std::string err = ScratchDir() + "/tool-stderr-" + std::to_string(++runs);
   const std::string command = BinDir() + "/tarvik-qmi " + args + " 2>" + err;
   ToolRun run{-1, "", ""};
