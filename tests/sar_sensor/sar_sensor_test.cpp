@@ -5,12 +5,14 @@
 #include <memory>
 #include <vector>
 
+#include "json_lines.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "sar_v01.h"
 #include "sns_client_v01.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_sensor_api.h"
+#include "test_env.h"
 
 namespace {
 
@@ -187,6 +189,49 @@ TEST_F(Clients, SensorCloseThenSendMakesAFreshClient) {
   const auto received = modem_->ReceivedBy(kSns);
   ASSERT_EQ(received.size(), 3u);
   EXPECT_EQ(received[2].client, second[0]);
+}
+
+// The tool's sar and sensor commands against one daemon: what reached the modem is in its
+// status.
+TEST(SarSensorTool, CommandsReachTheModemAndNameTheirFailures) {
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  struct Row {
+    const char *args;
+    int exit;
+    nlohmann::json fields;
+  };
+  const Row rows[] = {
+      {"sar set 21", 0, {{"dsi", 21}}},
+      {"sar get", 0, {{"dsi", 0}}},
+      {"sar set 20", 0, {{"dsi", 20}}},
+      {"sar get", 0, {{"dsi", 20}}},
+      {"sar set x", 2, {{"status", nullptr}}},
+      {"sensor send 0a0b --flag", 0, {{"bytes", 2}, {"flag", true}}},
+      {"sensor send 0c", 0, {{"bytes", 1}, {"flag", false}}},
+      {"sensor send 0c --other", 2, {{"status", nullptr}}},
+      {"sim absent 0x11", 0, {}},
+      {"sar get", 1, {{"status", -1}, {"status_name", "no client or no memory"}}},
+      {"sim absent 0x190", 0, {}},
+      {"sensor send 0d", 1, {{"status", -2}, {"status_name", "no sensor service client"}}},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    const auto run = tarvik_test::RunTool(daemon.modem() + " --json " + row.args);
+    EXPECT_EQ(run.status, row.exit) << run.err;
+    const auto lines = tarvik_test::JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 1u);
+    for (const auto &f : row.fields.items()) EXPECT_EQ(lines[0][f.key()], f.value()) << f.key();
+  }
+  const auto status =
+      tarvik_test::JsonLines(tarvik_test::RunTool(daemon.modem() + " --json sim status").out);
+  ASSERT_EQ(status.size(), 1u);
+  for (const auto &s : status[0].at("services")) {
+    if (s.at("service") != kSns) continue;
+    EXPECT_EQ(s.at("requests"), 2);
+    EXPECT_EQ(s.at("flagged"), 1);
+    EXPECT_EQ(s.at("last"), "0C");
+  }
 }
 
 }  // namespace

@@ -1,4 +1,8 @@
 // sensor: hands an encoded sensor-framework request to the sensor client service.
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -19,13 +23,22 @@ int Send(Report &report, const Args &args) {
   }
   report.Add(Num("bytes", static_cast<long long>(payload.size()))).Add(Bool("flag", flag != 0));
   if (const int ready = Connect(report)) return ready;
-  // The client's console lines would break the tool's own output.
+  // The client's console lines (a failed creation prints one whatever the debug switch says)
+  // would break the tool's own output: standard output is parked on /dev/null meanwhile.
   g_tarvik_sensor_debug_flag = 0;
+  fflush(stdout);
+  const int saved = dup(STDOUT_FILENO);
+  const int null_fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  const bool parked = saved >= 0 && null_fd >= 0 && dup2(null_fd, STDOUT_FILENO) >= 0;
   int context = 0;
   const uint8_t none = 0;
   const int status =
       tarvik_sensor_qmi_send_sync(payload.empty() ? &none : payload.data(),
                                   static_cast<uint32_t>(payload.size()), &context, nullptr, flag);
+  fflush(stdout);
+  if (parked) dup2(saved, STDOUT_FILENO);
+  if (null_fd >= 0) close(null_fd);
+  if (saved >= 0) close(saved);
   return status != 0 ? report.Failed(Family::kSensor, status) : report.Ok();
 }
 
