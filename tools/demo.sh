@@ -72,3 +72,30 @@ wait "$daemon"
 trap - EXIT
 echo
 echo "tarvik-modemd stopped"
+
+echo
+echo "== two radio processes (instance 0 and 1) on one modem: NAS, SAR, sensor"
+socket2=$demo/modemd2.sock
+rm -f "$socket2"
+"$bin/tarvik-modemd" --socket "$socket2" &
+daemon=$!
+trap 'kill "$daemon" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do
+  "$bin/tarvik-qmi" --modem "unix:$socket2" sim status >/dev/null 2>&1 && break
+  sleep 0.05
+done
+modem=(--modem "unix:$socket2")
+step "${modem[@]}" --instance 0 nas nr-mode 1
+step "${modem[@]}" --instance 1 nas nr-mode 2
+step "${modem[@]}" --instance 1 nas endc 0
+step "${modem[@]}" --instance 0 nas show
+step "${modem[@]}" --instance 1 --json nas show
+fails "${modem[@]}" --instance 2 nas endc 1
+step "${modem[@]}" sar set 21
+step "${modem[@]}" sar set 20
+step "${modem[@]}" sar get
+step "${modem[@]}" sensor send 0a0b0c --flag
+step "${modem[@]}" sim status
+kill "$daemon"
+wait "$daemon"
+trap - EXIT

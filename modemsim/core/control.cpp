@@ -92,11 +92,13 @@ int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
              text.empty() ? "" : "\n", Hex(s.id).c_str(), s.instance, s.up ? "up" : "down",
              s.clients, s.received);
     text += line;
+    if (!s.summary_text.empty()) text += " " + s.summary_text;
     snprintf(line, sizeof(line),
-             "%s{\"service\":%u,\"instance\":%u,\"up\":%s,\"clients\":%zu,\"received\":%zu}",
+             "%s{\"service\":%u,\"instance\":%u,\"up\":%s,\"clients\":%zu,\"received\":%zu",
              json.size() > 1 ? "," : "", s.id, s.instance, s.up ? "true" : "false", s.clients,
              s.received);
     json += line;
+    json += (s.summary_json.empty() ? "" : "," + s.summary_json) + "}";
   }
   o.Field("services", json + "]");
   return o.Done(text, out);

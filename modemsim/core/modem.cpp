@@ -35,6 +35,11 @@ void Service::SetFailureWriter(FailureWriter writer) {
   failure_writer_ = std::move(writer);
 }
 
+void Service::SetSummary(Summary summary) {
+  std::lock_guard<std::mutex> lock(state_mutex_);
+  summary_ = std::move(summary);
+}
+
 void Service::OnRestart(std::function<void()> hook) {
   std::lock_guard<std::mutex> lock(state_mutex_);
   restart_hooks_.push_back(std::move(hook));
@@ -382,6 +387,10 @@ qmi_host::ClientSink *Modem::SinkOf(uint32_t client) const {
   return c == clients_.end() ? nullptr : c->second.sink;
 }
 
+uintptr_t Modem::ConnectionOf(uint32_t client) const {
+  return reinterpret_cast<uintptr_t>(SinkOf(client));
+}
+
 // --- faults, restart, presence ---
 
 void Modem::SetFault(uint32_t service_id, int msg_id, const Fault &fault) {
@@ -554,14 +563,23 @@ std::vector<uint32_t> Modem::Clients(uint32_t service_id) const {
 }
 
 std::vector<ServiceStatus> Modem::Status() const {
-  std::lock_guard<std::mutex> lock(mu_);
   std::vector<ServiceStatus> out;
-  for (auto &s : services_) {
-    ServiceStatus st{s.first, s.second->instance_, s.second->up_, 0, 0};
-    for (auto &c : clients_) st.clients += c.second.service_id == s.first ? 1 : 0;
-    auto r = received_.find(s.first);
-    st.received = r == received_.end() ? 0 : (size_t)r->second.total;
-    out.push_back(st);
+  std::vector<Service *> services;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto &s : services_) {
+      ServiceStatus st{s.first, s.second->instance_, s.second->up_, 0, 0, {}, {}};
+      for (auto &c : clients_) st.clients += c.second.service_id == s.first ? 1 : 0;
+      auto r = received_.find(s.first);
+      st.received = r == received_.end() ? 0 : (size_t)r->second.total;
+      out.push_back(st);
+      services.push_back(s.second.get());
+    }
+  }
+  // Services are never removed; their mutex is taken before mu_ (handlers push indications).
+  for (size_t i = 0; i < services.size(); ++i) {
+    std::lock_guard<std::mutex> lock(services[i]->state_mutex_);
+    if (services[i]->summary_) services[i]->summary_(&out[i].summary_text, &out[i].summary_json);
   }
   return out;
 }

@@ -5,6 +5,9 @@
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "network_access_service_v01.h"
+#include "sar_v01.h"
+#include "sns_client_v01.h"
 #include "tarvik_extend_qmi_v01.h"
 
 namespace {
@@ -13,12 +16,20 @@ const qmi_idl_service_object &Svc() {
   return tarvik_extend_qmi_idl_service_object_v01;
 }
 
-// Every service table the library carries; a new service is one more row.
+// Every service table the library carries, with its versioned accessor; a new service is one
+// more row.
 const struct {
   const char *name;
   const qmi_idl_service_object *service;
+  qmi_idl_service_object_type (*accessor)(uint32_t major, uint32_t minor, uint32_t library);
+  uint32_t major, minor;
 } kServices[] = {
-    {"extend", &tarvik_extend_qmi_idl_service_object_v01},
+    {"extend", &tarvik_extend_qmi_idl_service_object_v01,
+     tarvik_extend_get_service_object_internal_v01, 1, 1},
+    {"nas", &nas_qmi_idl_service_object_v01, nas_get_service_object_internal_v01, 1, 409},
+    {"sar", &sar_qmi_idl_service_object_v01, sar_get_service_object_internal_v01, 1, 15},
+    {"sensor", &SNS_CLIENT_SVC_qmi_idl_service_object_v01,
+     SNS_CLIENT_SVC_get_service_object_internal_v01, 1, 3},
 };
 
 // Fills `rec` so that it encodes to its largest size: every presence flag set, every variable
@@ -41,6 +52,15 @@ void FillMax(const qmi_elem_info *ei, uint8_t *rec) {
         break;
       case QMI_STRING:
         memset(field, 'x', ei->elem_len);
+        break;
+      case QMI_SIGNED_1_BYTE_ENUM:
+      case QMI_SIGNED_2_BYTE_ENUM:
+        if (ei->elem_size == 4) {  // kept in 4 bytes, sent in 1 or 2: the largest it can send
+          const int32_t top = ei->data_type == QMI_SIGNED_1_BYTE_ENUM ? 0x7F : 0x7FFF;
+          for (uint32_t i = 0; i < ei->elem_len; ++i) memcpy(field + 4 * i, &top, sizeof(top));
+          break;
+        }
+        memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
         break;
       default:
         memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
@@ -97,12 +117,16 @@ TEST(ServiceTables, EveryMessageEncodesToTheLargestSizeItsServiceReports) {
   }
 }
 
-TEST(ExtendTables, AccessorAnswersOnlyItsOwnVersions) {
-  EXPECT_EQ(tarvik_extend_get_service_object_internal_v01(1, 1, 6), &Svc());
-  const uint32_t wrong[][3] = {{2, 1, 6}, {1, 0, 6}, {1, 1, 5}, {0, 0, 0}};
-  for (const auto &w : wrong) {
-    EXPECT_EQ(tarvik_extend_get_service_object_internal_v01(w[0], w[1], w[2]), nullptr)
-        << w[0] << "." << w[1] << "/" << w[2];
+TEST(ServiceTables, AccessorsAnswerOnlyTheirOwnVersions) {
+  for (const auto &svc : kServices) {
+    SCOPED_TRACE(svc.name);
+    const uint32_t mj = svc.major, mn = svc.minor;
+    EXPECT_EQ(svc.accessor(mj, mn, 6), svc.service);
+    const uint32_t wrong[][3] = {
+        {mj + 1, mn, 6}, {mj, mn - 1, 6}, {mj, mn + 1, 6}, {mj, mn, 5}, {0, 0, 0}};
+    for (const auto &w : wrong) {
+      EXPECT_EQ(svc.accessor(w[0], w[1], w[2]), nullptr) << w[0] << "." << w[1] << "/" << w[2];
+    }
   }
 }
 

@@ -7,6 +7,9 @@
 
 #include "extend/extend_service.h"
 #include "features_env.h"
+#include "network_access_service_v01.h"
+#include "sar_v01.h"
+#include "sns_client_v01.h"
 #include "tarvik_base_model.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_cmn.h"
@@ -66,6 +69,31 @@ TEST_F(ModemStateTest, AStateDirectoryThatCannotBeWrittenFailsTheRequest) {
   EXPECT_EQ(3u, SentRequests(REQUEST_ID_NVEFS).size() + SentRequests(REQUEST_ID_COMMON).size());
 }
 
+// The standard response's error of one request on a client of its own (transport errors as
+// they are).
+template <typename Req, typename Resp, qmi_idl_service_object_type (*Object)(), uint16_t Msg>
+int StandardVerdict() {
+  qmi_client_os_params os{};
+  qmi_client_type client = nullptr;
+  int rc = qmi_client_init_instance(Object(), QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, &os, 1000,
+                                    &client);
+  if (rc != QMI_NO_ERR) return rc;
+  Req req{};
+  Resp resp{};
+  rc = qmi_client_send_msg_sync(client, Msg, &req, sizeof(req), &resp, sizeof(resp), 1000);
+  qmi_client_release(client);
+  return rc != QMI_NO_ERR ? rc : resp.resp.error;
+}
+qmi_idl_service_object_type Nas() {
+  return nas_get_service_object_v01();
+}
+qmi_idl_service_object_type Sar() {
+  return sar_get_service_object_v01();
+}
+qmi_idl_service_object_type Sns() {
+  return SNS_CLIENT_SVC_get_service_object_v01();
+}
+
 // A result fault fails the request with the modem's code on every service of the standard modem,
 // written where that service keeps its verdict.
 TEST_F(ModemStateTest, AResultFaultFailsTheRequestOnEveryService) {
@@ -84,6 +112,17 @@ TEST_F(ModemStateTest, AResultFaultFailsTheRequestOnEveryService) {
          return rc;
        },
        -3},
+      {NAS_QMI_SERVICE_ID_V01, QMI_NAS_GET_ENDC_CONFIG_REQ_MSG_V01,
+       StandardVerdict<nas_get_endc_config_req_msg_v01, nas_get_endc_config_resp_msg_v01, Nas,
+                       QMI_NAS_GET_ENDC_CONFIG_REQ_MSG_V01>,
+       modemsim::kQmiErrInvalidArg},
+      {SAR_QMI_SERVICE_ID_V01, QMI_SAR_RF_SET_STATE_REQ_MSG_V01,
+       StandardVerdict<sar_rf_set_state_req_msg_v01, sar_rf_set_state_resp_msg_v01, Sar,
+                       QMI_SAR_RF_SET_STATE_REQ_MSG_V01>,
+       modemsim::kQmiErrInvalidArg},
+      {SNS_CLIENT_SVC_SERVICE_ID_V01, SNS_CLIENT_REQ_V01,
+       StandardVerdict<sns_client_req_msg_v01, sns_client_resp_msg_v01, Sns, SNS_CLIENT_REQ_V01>,
+       modemsim::kQmiErrInvalidArg},
   };
   for (const auto &status : modem_->Status()) {
     bool covered = false;

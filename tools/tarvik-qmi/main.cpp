@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <string>
 
+#include "tarvik_utils_cmn.h"
 #include "tool.h"
 
 #ifndef TARVIK_TOOL_VERSION
@@ -45,6 +46,8 @@ void PrintHelp(FILE *out) {
           "  --modem TARGET   modem to talk to: unix:PATH for tarvik-modemd (default: the\n"
           "                   embedded simulated modem)\n"
           "  --state DIR      state directory of the embedded modem (default: TARVIK_MODEM_STATE)\n"
+          "  --instance ID    radio process instance id (the subscription this process serves:\n"
+          "                   0 or 1), set before anything else; nas binds to it\n"
           "  -h, --help       this text; --version: the tool's version\n\n"
           "exit status: 0 done, 1 failed (efs exists/cmp: absent/different), 2 bad arguments,\n"
           "3 efs exists/cmp could not answer\n\n"
@@ -126,6 +129,14 @@ int main(int argc, char **argv) {
       options_done = true;
     } else if (w == "--json") {
       options.json = true;
+    } else if (w == "--instance") {
+      unsigned long id = 0;
+      if (i + 1 >= argc || !ParseNumber(argv[i + 1], 0xFFFFFFFFul, &id)) {
+        fprintf(stderr, "tarvik-qmi: --instance takes a number\n");
+        return kExitUsage;
+      }
+      options.instance = static_cast<long>(id);
+      ++i;
     } else if (w == "--modem" || w == "--state") {
       if (i + 1 >= argc) {
         fprintf(stderr, "tarvik-qmi: %s takes a value\n", w.c_str());
@@ -140,6 +151,9 @@ int main(int argc, char **argv) {
       words.push_back(w);
     }
   }
+  // The process's identity comes first: every later log line and client binding uses it.
+  if (options.instance >= 0)
+    tarvik_set_ril_process_instance_id(static_cast<uint32_t>(options.instance));
   if (version) {
     printf("tarvik-qmi %s\n", TARVIK_TOOL_VERSION);
     return kExitOk;

@@ -122,6 +122,12 @@ const Name kModem[] = {
 
 const Name kControl[] = {{1, "refused"}, {2, "usage"}};
 
+const Name kSensor[] = {
+    {-1, "invalid argument"},
+    {-2, "no sensor service client"},
+    {-3, "the request failed"},
+};
+
 template <size_t N>
 const char *Find(const Name (&names)[N], long code) {
   for (const Name &n : names) {
@@ -144,9 +150,15 @@ std::string StatusName(Family family, long status) {
     case Family::kChannel:
       name = Find(kChannel, status);
       return name != nullptr ? name : "channel error";
+    case Family::kService:
+      if (status == -1) return "no client or no memory";
+      [[fallthrough]];
     case Family::kClient:
       name = Find(kClient, status);
       return name != nullptr ? name : "client error";
+    case Family::kSensor:
+      name = Find(kSensor, status);
+      return name != nullptr ? name : "sensor client error";
     case Family::kModem:
       return ModemName(status);
     case Family::kControl:

@@ -34,6 +34,7 @@ struct Options {
   bool json = false;      // --json: one JSON object on stdout, on success and on failure
   std::string modem;      // --modem: "" (embedded simulated modem) or unix:PATH
   std::string state_dir;  // --state: where the embedded modem keeps its non-volatile data
+  long instance = -1;     // --instance: the radio process instance id set first; -1: not set
 };
 
 using Args = std::vector<std::string>;
@@ -47,6 +48,8 @@ enum class Family {
   kClient,   // QMI client library: -1..-21 and the codec's -40..-51
   kModem,    // the modem's QMI error codes (0x30 invalid argument, 0x5E not supported...)
   kControl,  // simulated modem control: 0 done, 1 refused, 2 usage
+  kService,  // standard-service clients (NAS, SAR): -1 no client or no memory, else kClient
+  kSensor,   // sensor client: -1 invalid argument, -2 no client, -3 the request failed
 };
 
 // "subscription invalid" for (kFeature, -104); "ok" for 0; a generic name for unknown codes.

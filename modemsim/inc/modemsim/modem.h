@@ -142,6 +142,11 @@ class Service {
   using FailureWriter = std::function<void(void *record, uint32_t len, uint16_t error)>;
   void SetFailureWriter(FailureWriter writer);
 
+  // What `sim status` shows of the service's own state: words for the text line and JSON
+  // members (no braces) for --json. Called with the service mutex held.
+  using Summary = std::function<void(std::string *text, std::string *json)>;
+  void SetSummary(Summary summary);
+
   // Held while a handler runs; take it to touch service state from another thread.
   std::mutex &mutex() const { return state_mutex_; }
 
@@ -157,6 +162,7 @@ class Service {
   std::vector<std::function<void()>> restart_hooks_;
   std::vector<std::function<void(uint32_t)>> client_gone_hooks_;
   FailureWriter failure_writer_;
+  Summary summary_;
   mutable std::mutex state_mutex_;
 };
 
@@ -166,6 +172,8 @@ struct ServiceStatus {
   bool up;
   size_t clients;
   size_t received;
+  std::string summary_text;  // the service's Summary, when it has one
+  std::string summary_json;
 };
 
 class Modem final : public qmi_host::Server {
@@ -245,6 +253,9 @@ class Modem final : public qmi_host::Server {
   bool WaitReceived(uint32_t service_id, size_t count, uint32_t timeout_ms) const;
   // Clients currently open on a service.
   std::vector<uint32_t> Clients(uint32_t service_id) const;
+  // The connection a client was opened on (one per process over the daemon's socket, one for
+  // the in-process transport), as an opaque non-zero id; 0 for a client that is not open.
+  uintptr_t ConnectionOf(uint32_t client) const;
 
   std::vector<ServiceStatus> Status() const;
 

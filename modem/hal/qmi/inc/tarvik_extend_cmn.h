@@ -10,6 +10,7 @@
 #ifndef TARVIK_EXTEND_CMN_H
 #define TARVIK_EXTEND_CMN_H
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #include "qmi_client.h"
@@ -178,6 +179,55 @@ TARVIK_EXPORT extern uint8_t PURGE_STATE;
 
 /* Error callback of the UIM and NAS clients: logs, and sets SSR_Detected on QMI_SERVICE_ERR. */
 TARVIK_EXPORT void error_cb(qmi_client_type handle, qmi_client_error_type error, void *cb_data);
+
+/* ---- NAS client and 5G network controls ----
+ * One long-lived NAS client bound to the process instance id (0 or 1; any other id is never
+ * bound), created by the first control that needs it and kept for the life of the process. The
+ * controls and the pass-through are unlocked: call them from one thread at a time. Results are
+ * the transport's (0, or a negative QMI client error such as QMI_SERVICE_ERR or
+ * QMI_TIMEOUT_ERR); -1 when there is no client or no memory. The modem's own verdict on a
+ * control is not examined. */
+
+/* Creates and binds the long-lived client: true when bound. A binding the modem refuses is tried
+ * 10 times, 500 ms apart (about 5 s); a service error ends it at once. A client whose binding
+ * failed is released. */
+TARVIK_EXPORT bool init_nas_qmi_client(void);
+/* Deprioritise 5G standalone when the low 8 bits of `value` are non-zero. */
+TARVIK_EXPORT int tarvik_deprioritize_sa(uint32_t value);
+/* `mode` 1 disables NR5G standalone, 2 non-standalone; any other value disables nothing. */
+TARVIK_EXPORT int tarvik_set_nr_mode(uint32_t mode);
+/* Enables EN-DC when the low 8 bits of `value` are non-zero. */
+TARVIK_EXPORT int tarvik_enable_endc(uint32_t value);
+/*
+ * Sends NAS message `msg_id` from the caller's encoded request record (`req_len` bytes) and
+ * decodes the answer into `qmi_response` (`resp_len` bytes), on a client created for this one
+ * request and released before the return. -1 for a missing record or when no client can be
+ * created; else the transport result (a message the carried NAS description lacks fails in the
+ * encoder and reaches no modem). The response's standard result is the caller's to read.
+ */
+TARVIK_EXPORT int tarvik_send_nas_qmi_req_msg(uint32_t msg_id, void *qmi_request, uint32_t req_len,
+                                              void *qmi_response, uint32_t resp_len,
+                                              uint32_t time_out_ms);
+/* Error callback of the pass-through client: logs only. */
+TARVIK_EXPORT void tarvik_qmi_client_error_cb(qmi_client_type handle, qmi_client_error_type error,
+                                              void *cb_data);
+
+/* ---- RF SAR client ----
+ * One SAR client, created on demand and re-created once after any failed request but a
+ * time-out. Unlocked: one thread at a time. A request may block for 30 s (60 s with the
+ * retry). */
+
+TARVIK_EXPORT void tarvik_init_qmi_client_rf_sar(void);
+TARVIK_EXPORT void tarvik_release_qmi_client_rf_sar(void);
+/* 1 when a client exists (created here if needed), else 0. */
+TARVIK_EXPORT int tarvik_check_and_init_qmi_client_rf_sar(void);
+/* Releases the client, then as tarvik_check_and_init_qmi_client_rf_sar. */
+TARVIK_EXPORT int tarvik_force_init_qmi_client_rf_sar(void);
+/* The DSI the modem reports (0 when its answer has none), or -1 on any failure. */
+TARVIK_EXPORT int tarvik_get_sar_dsi(void);
+/* Sends `dsi` when it is 1 to 20, else 0. 0 on success; -1 when no client can be had; else the
+ * transport result of the last send made. */
+TARVIK_EXPORT int tarvik_set_sar_dsi(uint32_t dsi);
 
 #ifdef __cplusplus
 } /* extern "C" */
