@@ -281,7 +281,7 @@ TEST_F(RestartTest, NvSyncAndLegacyMask) {
     memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &refused, 4);
   });
   EXPECT_EQ(tarvik_modem_nv_sync(), 0x22u);
-  Tamper(REQUEST_ID_COMMON, {});
+  fm_->SetTamper({});
 
   const char file[] = "/oem/cmn/legacy_hook_update_mask";
   struct Row {
