@@ -35,7 +35,7 @@ int RunNotify(Report &report, const Args &args) {
   if (!ParseNumber(args[0], UINT32_MAX, &status)) {
     return report.Refuse("status '" + args[0] + "' is not a number");
   }
-  report.Add(Num("status", status));
+  report.Add(Num("value", status));
   if (const int ready = Connect(report)) return ready;
   const uint32_t result = Notify(static_cast<uint32_t>(status));
   return result != 0 ? report.Failed(Family::kFeature, static_cast<int32_t>(result)) : report.Ok();
