@@ -75,8 +75,15 @@ step "${modem[@]}" ssr-level set 1
 step "${modem[@]}" --json capability ids
 step "${modem[@]}" capability string 40
 step "${modem[@]}" sim set restart-down-ms 200
-step "${modem[@]}" ssr restart 0x4
+printf '\n$ tarvik-qmi %s watch --for 2 3 &   # while another run orders a modem restart\n' \
+  "${modem[*]}"
+"$bin/tarvik-qmi" "${modem[@]}" watch --for 2 3 &
+watcher=$!
 sleep 0.5
+step "${modem[@]}" ssr restart 0x4
+sleep 0.6
+step "${modem[@]}" sim event 3 0e0f
+wait "$watcher"
 step "${modem[@]}" capability card-mode
 step "${modem[@]}" ssr counts
 step "${modem[@]}" sim status
