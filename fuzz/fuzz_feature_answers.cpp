@@ -1,12 +1,14 @@
 // Drives the modem-feature functions with arbitrary answers from the modem: the first byte picks
 // the function and the caller's buffer size, the rest is the payload the in-process simulated
 // modem answers every request with (NV items, file chunks, CDC, venue mode, cell information,
-// common commands). The functions must never read or write past the answer or the caller's
-// buffer, whatever lengths the answer claims; the buffers here are exactly the claimed
-// capacity, so the sanitizers see any overrun.
+// common commands, identity queries, texts and records by type, MCFG, status notifications). The
+// functions must never read or write past the answer or the caller's buffer, whatever lengths the
+// answer claims; the buffers here are exactly the claimed capacity, so the sanitizers see any
+// overrun.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <memory>
 #include <vector>
@@ -53,6 +55,48 @@ bool SetUp() {
   });
   tarvik_extend_qmi_init();
   return true;
+}
+
+// The queries whose answers the library reads (identity, texts and records by type, MCFG,
+// status notifications); `sub` 0 is the file write and sync. Texts and records are read into
+// buffers of exactly the capacity given, 1 to 482 bytes.
+void AnswerQueries(uint32_t sub) {
+  if (sub == 0) {
+    const uint8_t chunk[3] = {1, 2, 3};
+    tarvik_efs_write(0, "/fuzz", 5, chunk, sizeof(chunk));
+    tarvik_nvefs_sync();
+  } else if (sub == 1) {
+    tarvik_modem_chipset_id_get();
+    tarvik_modem_bp_chip_id_get();
+    tarvik_modem_cdma_support_status_get();
+    tarvik_mbn_list_cust_max_num_get();
+    tarvik_get_card_mode_flag();
+  } else if (sub < 30) {
+    const bool text = sub < 16;
+    std::vector<uint8_t> buf(((sub - 2) % 14) * 37 + 1);
+    uint32_t len = static_cast<uint32_t>(buf.size());
+    const uint32_t status =
+        text ? tarvik_modem_string_info_get(40, reinterpret_cast<char *>(buf.data()), &len)
+             : tarvik_modem_raw_content_get(42, buf.data(), &len);
+    if (status == 0) {
+      Check(len < buf.size());
+      Check(!text || buf[len] == 0);
+    }
+  } else if (sub == 30) {
+    char path[TARVIK_MCFG_PATH_SIZE];
+    if (tarvik_mcfg_mbn_txt_path_get(path, COMMON_CMD_MBN_TXT_PATH_GET) == 0) {
+      Check(memchr(path, 0, sizeof(path)) != nullptr);
+    }
+    tarvik_mcfg_mbn_txt_path_set("/fuzz.txt", COMMON_CMD_MBN_TXT_PATH_SET);
+    tarvik_mcfg_ext_get_discover_timer_timeout();
+    tarvik_mcfg_ext_set_discover_timer_timeout(5);
+    tarvik_reg_mcfg_event_ind();
+  } else {
+    tarvik_modem_nv_sync();
+    tarvik_qcril_screen_status_notify_to_modem(1);
+    tarvik_qcril_sleep_status_notify_to_modem(0);
+    tarvik_get_legacy_hook_update_mask();
+  }
 }
 
 }  // namespace
@@ -122,12 +166,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       tarvik_efs_stat("/fuzz", record);
       break;
     }
-    default: {
-      const uint8_t chunk[3] = {1, 2, 3};
-      tarvik_efs_write(0, "/fuzz", 5, chunk, sizeof(chunk));
-      tarvik_nvefs_sync();
+    default:
+      AnswerQueries(pick >> 3);
       break;
-    }
   }
   return 0;
 }

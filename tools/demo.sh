@@ -67,6 +67,26 @@ sleep 0.8
 step "${modem[@]}" sim event 3 0c0d
 wait "$watcher"
 step "${modem[@]}" --json sim status
+
+echo
+echo "== restart level, capabilities, and a restart order the channel survives"
+step "${modem[@]}" ssr-level get
+step "${modem[@]}" ssr-level set 1
+step "${modem[@]}" --json capability ids
+step "${modem[@]}" capability string 40
+step "${modem[@]}" sim set restart-down-ms 200
+printf '\n$ tarvik-qmi %s watch --for 2 3 &   # while another run orders a modem restart\n' \
+  "${modem[*]}"
+"$bin/tarvik-qmi" "${modem[@]}" watch --for 2 3 &
+watcher=$!
+sleep 0.5
+step "${modem[@]}" ssr restart 0x4
+sleep 0.6
+step "${modem[@]}" sim event 3 0e0f
+wait "$watcher"
+step "${modem[@]}" capability card-mode
+step "${modem[@]}" ssr counts
+step "${modem[@]}" sim status
 kill "$daemon"
 wait "$daemon"
 trap - EXIT

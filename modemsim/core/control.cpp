@@ -6,9 +6,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "extend/extend_service.h"
+#include "features/feature_modem.h"
+#include "tarvik_extend_cmn.h"
 
 namespace modemsim {
 namespace {
@@ -83,6 +87,142 @@ int NoService(const Output &o, uint32_t service, std::string *out) {
   return o.Refused("no service " + Hex(service), 1, out);
 }
 
+// ---- the feature modem: its state in `status`, its profile and settings in `set` ----
+
+const char *OrderName(uint32_t type) {
+  return type == COMMON_MSG_MODEM_SSR ? "restart" : "crash";
+}
+
+std::string Quoted(const std::string &text) {
+  std::string q = "\"";
+  for (char c : text) {
+    if (c == '"' || c == '\\') {
+      q += '\\';
+      q += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char esc[8];
+      snprintf(esc, sizeof(esc), "\\u%04x", static_cast<unsigned char>(c));
+      q += esc;
+    } else {
+      q += c;
+    }
+  }
+  return q + "\"";
+}
+
+void FeatureStatus(const features::FeatureModem &fm, std::string *text, Output &o) {
+  std::string json = "{";
+  const struct {
+    const char *name;
+    uint32_t cmd;
+  } notes[] = {{"screen", COMMON_CMD_SCREEN_STATUS}, {"sleep", COMMON_CMD_SLEEP_STATUS}};
+  for (const auto &n : notes) {
+    uint32_t v = 0;
+    const bool known = fm.NotifyState(n.cmd, &v);
+    *text += std::string("\n") + n.name + " " + (known ? std::to_string(v) : "-");
+    json += std::string(json.size() > 1 ? "," : "") + "\"" + n.name +
+            "\":" + (known ? std::to_string(v) : "null");
+  }
+  std::string orders_text, orders_json;
+  for (const auto &order : fm.Orders()) {
+    char line[64];
+    snprintf(line, sizeof(line), " %s 0x%08X", OrderName(order.type), order.flag);
+    orders_text += line;
+    snprintf(line, sizeof(line), "%s{\"order\":\"%s\",\"flag\":%u}", orders_json.empty() ? "" : ",",
+             OrderName(order.type), order.flag);
+    orders_json += line;
+  }
+  *text += "\norders" + (orders_text.empty() ? std::string(" -") : orders_text) +
+           " (restart down " + std::to_string(fm.RestartDownMs()) + " ms)";
+  *text += "\nmcfg event clients " + std::to_string(fm.McfgEventClients().size()) + ", nv syncs " +
+           std::to_string(fm.NvSyncCount());
+  json += ",\"orders\":[" + orders_json +
+          "],\"restart_down_ms\":" + std::to_string(fm.RestartDownMs()) +
+          ",\"mcfg_event_clients\":" + std::to_string(fm.McfgEventClients().size()) +
+          ",\"nv_syncs\":" + std::to_string(fm.NvSyncCount()) + "}";
+  o.Field("features", json);
+}
+
+// profile: the identity words, texts and records the modem answers.
+int Profile(Modem &modem, const Words &w, Output &o, std::string *out) {
+  features::FeatureModem *fm = features::Of(modem);
+  if (w.size() != 1) return Usage(o, out);
+  if (fm == nullptr) return o.Refused("no feature modem", 1, out);
+  const features::FeatureModem::Profile p = fm->GetProfile();
+  std::string text, words = "{", strings = "{", records = "{";
+  for (const auto &e : p.words) {
+    text += (text.empty() ? "" : "\n") + std::string("word ") + std::to_string(e.first) + " " +
+            Hex(e.second);
+    words += (words.size() > 1 ? ",\"" : "\"") + std::to_string(e.first) +
+             "\":" + std::to_string(e.second);
+  }
+  for (const auto &e : p.strings) {
+    text += "\nstring " + std::to_string(e.first) + " " + e.second;
+    strings +=
+        (strings.size() > 1 ? ",\"" : "\"") + std::to_string(e.first) + "\":" + Quoted(e.second);
+  }
+  for (const auto &e : p.records) {
+    std::string hex;
+    for (uint8_t b : e.second) {
+      char two[3];
+      snprintf(two, sizeof(two), "%02x", b);
+      hex += two;
+    }
+    text += "\nrecord " + std::to_string(e.first) + " " + hex;
+    records += (records.size() > 1 ? ",\"" : "\"") + std::to_string(e.first) + "\":\"" + hex + "\"";
+  }
+  o.Field("words", words + "}");
+  o.Field("strings", strings + "}");
+  o.Field("records", records + "}");
+  return o.Done(text, out);
+}
+
+// set NAME VALUE | set string TYPE TEXT... | set record TYPE HEX
+const struct {
+  const char *name;
+  uint32_t cmd;
+} kProfileWords[] = {
+    {"chipset-id", COMMON_CMD_CHIPSET_ID}, {"hw-id", COMMON_CMD_HW_ID},
+    {"bp-chip-id", COMMON_CMD_BP_CHIP_ID}, {"cdma", COMMON_CMD_CDMA_SUPPORT},
+    {"dsda", COMMON_CMD_DSDA_SUPPORT},     {"cust-max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM},
+};
+
+int Set(Modem &modem, const Words &w, Output &o, std::string *out) {
+  features::FeatureModem *fm = features::Of(modem);
+  unsigned long value = 0;
+  if (w.size() < 3) return Usage(o, out);
+  if (fm == nullptr) return o.Refused("no feature modem", 1, out);
+  bool stored = true;
+  if (w[1] == "string" || w[1] == "record") {
+    std::vector<uint8_t> bytes;
+    if (w.size() < 4 || !ParseNumber(w[2], 0xffffffffUL, &value)) return Usage(o, out);
+    if (w[1] == "string") {
+      std::string text = w[3];
+      for (size_t i = 4; i < w.size(); ++i) text += " " + w[i];
+      if (text.size() >= TARVIK_CMN_RSP_DATA_MAX) return Usage(o, out);
+      stored = fm->SetString((uint32_t)value, text);
+    } else {
+      // The record's bytes after its length byte, which the modem puts in front.
+      if (w.size() != 4 || !ParseHex(w[3], &bytes) || bytes.size() > 254) return Usage(o, out);
+      bytes.insert(bytes.begin(), static_cast<uint8_t>(bytes.size() + 1));
+      stored = fm->SetRecord((uint32_t)value, bytes);
+    }
+  } else if (w.size() != 3 || !ParseNumber(w[2], 0xffffffffUL, &value)) {
+    return Usage(o, out);
+  } else if (w[1] == "restart-down-ms") {
+    if (value > 600000) return Usage(o, out);
+    fm->SetRestartDownMs((uint32_t)value);
+  } else {
+    const auto *row = std::find_if(std::begin(kProfileWords), std::end(kProfileWords),
+                                   [&](const auto &r) { return w[1] == r.name; });
+    if (row == std::end(kProfileWords)) return Usage(o, out);
+    stored = fm->SetWord(row->cmd, (uint32_t)value);
+  }
+  if (!stored) return o.Refused("the state directory refused the change", 1, out);
+  o.Field("set", Quoted(w[1]));
+  return o.Done(w[1] + " set", out);
+}
+
 int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
   if (w.size() != 1) return Usage(o, out);
   std::string text, json = "[";
@@ -101,6 +241,9 @@ int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
     json += (s.summary_json.empty() ? "" : "," + s.summary_json) + "}";
   }
   o.Field("services", json + "]");
+  if (features::FeatureModem *fm = features::Of(modem)) {
+    FeatureStatus(*fm, &text, o);
+  }
   return o.Done(text, out);
 }
 
@@ -186,6 +329,16 @@ int Sent(int reached, Output &o, std::string *out) {
   return o.Done("indication sent to " + std::to_string(reached) + " client(s)", out);
 }
 
+// mcfg-event [HEX]: the configuration service reports an event to the clients that asked.
+int McfgEvent(Modem &modem, const Words &w, Output &o, std::string *out) {
+  std::vector<uint8_t> data;
+  if (w.size() > 2 ||
+      (w.size() == 2 && (!ParseHex(w[1], &data) || data.size() > extend::kMaxPayload))) {
+    return Usage(o, out);
+  }
+  return Sent(features::ReportMcfgEvent(modem, data), o, out);
+}
+
 int Indicate(Modem &modem, uint32_t id, const Words &w, Output &o, std::string *out) {
   unsigned long msg = 0;
   std::vector<uint8_t> tlvs;
@@ -224,7 +377,9 @@ const struct {
 const char *ControlUsage() {
   return "status | restart SERVICE [DOWN_MS] | absent SERVICE | present SERVICE |\n"
          "fault SERVICE MSG|any noanswer|delay MS|result QMI_ERROR|transport [-ERR] [COUNT] |\n"
-         "clear SERVICE | indicate SERVICE MSG HEX|- | event EVENT [HEX]";
+         "clear SERVICE | indicate SERVICE MSG HEX|- | event EVENT [HEX] | profile |\n"
+         "set chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max|restart-down-ms N |\n"
+         "set string TYPE TEXT | set record TYPE HEX | mcfg-event [HEX]";
 }
 
 int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::string *out) {
@@ -234,6 +389,9 @@ int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::
   if (w.empty()) return Usage(o, out);
   if (w[0] == "status") return Status(modem, w, o, out);
   if (w[0] == "event") return Event(modem, w, o, out);
+  if (w[0] == "set") return Set(modem, w, o, out);
+  if (w[0] == "profile") return Profile(modem, w, o, out);
+  if (w[0] == "mcfg-event") return McfgEvent(modem, w, o, out);
   for (const auto &c : kServiceCommands) {
     if (w[0] != c.name) continue;
     unsigned long service = 0;

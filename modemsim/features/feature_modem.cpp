@@ -5,6 +5,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <thread>
@@ -27,6 +31,14 @@ constexpr const char *kEfsNamespace = "efs";
 constexpr const char *kSettingsNamespace = "settings";
 constexpr const char *kExtendModeKey = "extend_mode";
 constexpr const char *kBuildInfoKey = "build_information";
+// The modem profile and the configuration service's settings.
+constexpr const char *kProfileNamespace = "profile";
+constexpr const char *kMcfgNamespace = "mcfg";
+constexpr const char *kWordPrefix = "word.";
+constexpr const char *kStringPrefix = "string.";
+constexpr const char *kRecordPrefix = "record.";
+constexpr const char *kPathPrefix = "path.";
+constexpr const char *kDiscoverTimerKey = "discover_timer";
 constexpr uint32_t kFileMax = 1u << 20;  // the simulated file system's own size limit
 constexpr size_t kMaxOpenWrites = 16;    // abandoned writes beyond this are forgotten
 constexpr uint32_t kRegularFileMode = 0100644;
@@ -99,6 +111,12 @@ FeatureModem::FeatureModem(StateStore *store) : store_(store) {
   features_[COMMON_FEATURE_SATELLITE] = {0, {}};
   features_[COMMON_FEATURE_RFFE_DEVICE_CHECK] = {0, {0x01, 0x01, 0x01, 0x01}};
   features_[COMMON_FEATURE_MTPL_GPIO] = {0, {}};
+  // Texts and records by type, as a modem of this family answers them.
+  strings_ = {{kProfileVersionType, "MPSS.DE.3.1.1-00215-KAILUA_GEN_PACK-1"},
+              {kProfileSerialType, "TV5G-0042-1187"}};
+  records_ = {{kProfileRfRecordType, {9, 0x02, 0x55, 0x85, 0x01, 0x00, 0x10, 0x27, 0x03}}};
+  mcfg_paths_ = {{COMMON_CMD_MBN_TXT_PATH_GET, "/data/vendor/modem_config/mcfg_sw/mbn_sw.txt"},
+                 {COMMON_CMD_MBN_TXT_PATH_GET_2, "/data/vendor/modem_config/mcfg_hw/mbn_hw.txt"}};
   const char cell[] = "rat=LTE;mcc=001;mnc=01;tac=1;pci=22;earfcn=1850";
   cell_info_.assign(cell, cell + sizeof(cell) - 1);
   Load();
@@ -106,6 +124,40 @@ FeatureModem::FeatureModem(StateStore *store) : store_(store) {
 
 bool FeatureModem::PutSetting(const char *key, uint8_t value) {
   return store_ == nullptr || store_->Put(kSettingsNamespace, key, &value, 1);
+}
+
+bool FeatureModem::PutU32Setting(const char *ns, const std::string &key, uint32_t value) {
+  return store_ == nullptr || store_->Put(ns, key, &value, sizeof(value));
+}
+
+// Makes the directory entries of the store durable (the values are fsynced as they are
+// written): every namespace directory, then the state directory itself.
+int32_t FeatureModem::SyncStore() const {
+  if (store_ == nullptr) {
+    return 0;
+  }
+  std::vector<std::string> dirs;
+  if (DIR *d = opendir(store_->dir().c_str())) {
+    while (const dirent *e = readdir(d)) {
+      if (e->d_name[0] != '.' && e->d_type == DT_DIR) {
+        dirs.push_back(store_->dir() + "/" + e->d_name);
+      }
+    }
+    closedir(d);
+  }
+  dirs.push_back(store_->dir());
+  for (const std::string &dir : dirs) {
+    const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+      return kStoreFailed;
+    }
+    const int rc = fsync(fd);
+    close(fd);
+    if (rc != 0) {
+      return kStoreFailed;
+    }
+  }
+  return 0;
 }
 
 void FeatureModem::Load() {
@@ -118,6 +170,32 @@ void FeatureModem::Load() {
   }
   if (store_->Get(kSettingsNamespace, kBuildInfoKey, &setting) && setting.size() == 1) {
     build_info_ = setting[0];
+  }
+  for (const std::string &key : store_->Keys(kProfileNamespace)) {
+    Bytes value;
+    unsigned type = 0;
+    if (!store_->Get(kProfileNamespace, key, &value)) {
+      continue;
+    }
+    if (sscanf(key.c_str(), "word.%u", &type) == 1 && value.size() == 4) {
+      words_[type] = GetU32(value.data());
+    } else if (sscanf(key.c_str(), "string.%u", &type) == 1) {
+      strings_[type] = std::string(value.begin(), value.end());
+    } else if (sscanf(key.c_str(), "record.%u", &type) == 1 && !value.empty()) {
+      records_[type] = value;
+    }
+  }
+  for (const std::string &key : store_->Keys(kMcfgNamespace)) {
+    Bytes value;
+    unsigned cmd = 0;
+    if (!store_->Get(kMcfgNamespace, key, &value)) {
+      continue;
+    }
+    if (key == kDiscoverTimerKey && value.size() == 4) {
+      discover_timer_ = GetU32(value.data());
+    } else if (sscanf(key.c_str(), "path.%u", &cmd) == 1) {
+      mcfg_paths_[cmd] = std::string(value.begin(), value.end());
+    }
   }
   for (const std::string &key : store_->Keys(kNvNamespace)) {
     unsigned sub = 0, item = 0;
@@ -137,7 +215,8 @@ void FeatureModem::Load() {
   }
 }
 
-GenericReply FeatureModem::Generic(uint32_t request_id, const uint8_t *data, uint32_t len) {
+GenericReply FeatureModem::Generic(uint32_t request_id, const uint8_t *data, uint32_t len,
+                                   uint32_t client) {
   // Requests shorter than their layout read as zero-filled; longer ones are cut.
   uint8_t req[TARVIK_NVEFS_REQ_SIZE];
   memset(req, 0, sizeof(req));
@@ -169,6 +248,7 @@ GenericReply FeatureModem::Generic(uint32_t request_id, const uint8_t *data, uin
       reply.data = Nvefs(req, len);
       break;
     case REQUEST_ID_COMMON:
+      client_ = client;
       reply.data = Common(req, len);
       break;
     case REQUEST_ID_CDC:
@@ -214,17 +294,16 @@ Bytes FeatureModem::Common(const uint8_t *req, uint32_t) {
       }
       build_info_ = payload[0];
       break;
+    case COMMON_CMD_MBN_TXT_PATH_GET:
+    case COMMON_CMD_MBN_TXT_PATH_GET_2:
     case COMMON_CMD_MBN_TXT_PATH_SET:
     case COMMON_CMD_MBN_TXT_PATH_SET_2:
-      // The set command of each path kind is one above its get command.
-      strings_[cmd - 1] = PathOf(payload, TARVIK_CMN_PAYLOAD_MAX);
+    case COMMON_CMD_REG_MCFG_EVENT_IND:
+      data = McfgCommand(cmd, payload, client_, &result);
       break;
     case COMMON_CMD_SCREEN_STATUS:
     case COMMON_CMD_SLEEP_STATUS:
       notify_[cmd] = GetU32(payload);
-      break;
-    case COMMON_CMD_REG_MCFG_EVENT_IND:
-      notify_[cmd] = 1;
       break;
     case COMMON_CMD_VENUE_MODE:
       venue_ = TrimZeros(payload, TARVIK_CMN_PAYLOAD_MAX);
@@ -265,6 +344,35 @@ Bytes FeatureModem::Common(const uint8_t *req, uint32_t) {
   return out;
 }
 
+Bytes FeatureModem::McfgCommand(uint32_t cmd, const uint8_t *payload, uint32_t client,
+                                int32_t *result) {
+  if (cmd == COMMON_CMD_REG_MCFG_EVENT_IND) {
+    mcfg_event_clients_.insert(client);
+    return {};
+  }
+  if (cmd == COMMON_CMD_MBN_TXT_PATH_GET || cmd == COMMON_CMD_MBN_TXT_PATH_GET_2) {
+    const std::string &path = mcfg_paths_[cmd];
+    Bytes field(TARVIK_MCFG_PATH_SIZE, 0);
+    std::copy(path.begin(), path.begin() + std::min<size_t>(path.size(), field.size() - 1),
+              field.begin());
+    return field;
+  }
+  // The set command of each path kind is one above its get command. The modem takes at most
+  // what its 180-byte field holds with a terminator.
+  const std::string path = PathOf(payload, TARVIK_CMN_PAYLOAD_MAX);
+  if (path.size() >= TARVIK_MCFG_PATH_SIZE) {
+    *result = kNvBadParam;
+    return {};
+  }
+  if (store_ != nullptr && !store_->Put(kMcfgNamespace, kPathPrefix + std::to_string(cmd - 1),
+                                        path.data(), path.size())) {
+    *result = kStoreFailed;
+    return {};
+  }
+  mcfg_paths_[cmd - 1] = path;
+  return {};
+}
+
 Bytes FeatureModem::TypedMessage(const uint8_t *payload, uint32_t, int32_t *result) {
   const uint32_t type = GetU32(payload);
   const uint32_t len = GetU32(payload + 4);
@@ -276,8 +384,25 @@ Bytes FeatureModem::TypedMessage(const uint8_t *payload, uint32_t, int32_t *resu
   }
   switch (type) {
     case COMMON_MSG_NV_SYNC:
-      // Items and files are written through to the store as they change; a sync counts.
+      // Items and files are written through to the store as they change; a sync makes their
+      // directory entries durable before it is answered.
+      *result = SyncStore();
+      if (*result != 0) {
+        return {};
+      }
       ++nv_syncs_;
+      break;
+    case COMMON_MSG_MODEM_SSR:
+    case COMMON_MSG_MODEM_CRASH:
+      if (len < 4) {
+        *result = kNvBadParam;
+        return {};
+      }
+      orders_.push_back({type, GetU32(value)});
+      if (orders_.size() > kMaxOrders) {
+        orders_.erase(orders_.begin());
+      }
+      ++restarts_due_;
       break;
     case COMMON_MSG_MCFG_GET_DISCOVER_TIMER:
       answer.resize(4);
@@ -286,6 +411,10 @@ Bytes FeatureModem::TypedMessage(const uint8_t *payload, uint32_t, int32_t *resu
     case COMMON_MSG_MCFG_SET_DISCOVER_TIMER:
       if (len < 4) {
         *result = kNvBadParam;
+        return {};
+      }
+      if (!PutU32Setting(kMcfgNamespace, kDiscoverTimerKey, GetU32(value))) {
+        *result = kStoreFailed;
         return {};
       }
       discover_timer_ = GetU32(value);
@@ -645,19 +774,93 @@ void FeatureModem::SetDdsInfo(const std::array<uint32_t, 17> &info) {
 // Tables and views
 // ---------------------------------------------------------------------------------------------
 
-void FeatureModem::SetWord(uint32_t cmd, uint32_t value) {
+bool FeatureModem::SetWord(uint32_t cmd, uint32_t value) {
   std::lock_guard<std::mutex> lock(mu_);
+  if (!PutU32Setting(kProfileNamespace, kWordPrefix + std::to_string(cmd), value)) {
+    return false;
+  }
   words_[cmd] = value;
+  return true;
 }
 
-void FeatureModem::SetString(uint32_t cmd, const std::string &text) {
+bool FeatureModem::SetString(uint32_t cmd, const std::string &text) {
   std::lock_guard<std::mutex> lock(mu_);
+  if (store_ != nullptr && !store_->Put(kProfileNamespace, kStringPrefix + std::to_string(cmd),
+                                        text.data(), text.size())) {
+    return false;
+  }
   strings_[cmd] = text;
+  return true;
 }
 
-void FeatureModem::SetRecord(uint32_t cmd, const std::vector<uint8_t> &record) {
+bool FeatureModem::SetRecord(uint32_t cmd, const std::vector<uint8_t> &record) {
   std::lock_guard<std::mutex> lock(mu_);
+  if (store_ != nullptr && !store_->Put(kProfileNamespace, kRecordPrefix + std::to_string(cmd),
+                                        record.data(), record.size())) {
+    return false;
+  }
   records_[cmd] = record;
+  return true;
+}
+
+FeatureModem::Profile FeatureModem::GetProfile() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return Profile{words_, strings_, records_};
+}
+
+std::vector<FeatureModem::Order> FeatureModem::Orders() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return orders_;
+}
+
+void FeatureModem::SetRestartDownMs(uint32_t ms) {
+  std::lock_guard<std::mutex> lock(mu_);
+  restart_down_ms_ = ms;
+}
+
+uint32_t FeatureModem::RestartDownMs() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return restart_down_ms_;
+}
+
+bool FeatureModem::TakeRestartDue() {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (restarts_due_ == 0) {
+    return false;
+  }
+  --restarts_due_;
+  return true;
+}
+
+std::string FeatureModem::McfgPath(uint32_t get_cmd) const {
+  std::lock_guard<std::mutex> lock(mu_);
+  auto it = mcfg_paths_.find(get_cmd);
+  return it == mcfg_paths_.end() ? std::string() : it->second;
+}
+
+uint32_t FeatureModem::DiscoverTimer() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return discover_timer_;
+}
+
+std::set<uint32_t> FeatureModem::McfgEventClients() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return mcfg_event_clients_;
+}
+
+void FeatureModem::ClientGone(uint32_t client) {
+  std::lock_guard<std::mutex> lock(mu_);
+  mcfg_event_clients_.erase(client);
+}
+
+bool FeatureModem::NotifyState(uint32_t cmd, uint32_t *value) const {
+  std::lock_guard<std::mutex> lock(mu_);
+  auto it = notify_.find(cmd);
+  if (it == notify_.end()) {
+    return false;
+  }
+  *value = it->second;
+  return true;
 }
 
 void FeatureModem::SetFeatureOutcome(uint32_t feature, uint8_t outcome,

@@ -29,6 +29,11 @@ struct GenericReply {
   std::vector<uint8_t> data;
 };
 
+// Types of the default profile's texts and record (the caller's command number).
+constexpr uint32_t kProfileVersionType = 40;
+constexpr uint32_t kProfileSerialType = 41;
+constexpr uint32_t kProfileRfRecordType = 42;
+
 // Modem-side failure codes (the result field inside the payload).
 constexpr int32_t kStoreFailed = 4;         // NV item or setting: the store could not be written
 constexpr int32_t kNvNotActive = 5;         // NV item never written
@@ -60,12 +65,14 @@ struct BaseModelState {
 
 class FeatureModem {
  public:
+  using Bytes = std::vector<uint8_t>;
+
   // `store` (may be null: memory only) keeps NV items and modem files across runs.
   explicit FeatureModem(StateStore *store);
 
-  // One generic request (message 0x02) of request id `request_id`. Unknown request ids get a
-  // non-zero verdict.
-  GenericReply Generic(uint32_t request_id, const uint8_t *data, uint32_t len);
+  // One generic request (message 0x02) of request id `request_id` from `client`. Unknown
+  // request ids get a non-zero verdict.
+  GenericReply Generic(uint32_t request_id, const uint8_t *data, uint32_t len, uint32_t client = 0);
 
   // Base model messages: each returns the modem's result.
   uint32_t SetModelCfg(const uint32_t *cfg, uint32_t count);
@@ -78,14 +85,44 @@ class FeatureModem {
   bool ReportScene(uint32_t scene, uint32_t scene_ext);
   void SetDdsInfo(const std::array<uint32_t, 17> &info);
 
-  // Tables that a real modem would fill from its hardware; tests and the tool set them.
-  void SetWord(uint32_t cmd, uint32_t value);                        // u32 answers (8, 19, ...)
-  void SetString(uint32_t cmd, const std::string &text);             // text answers
-  void SetRecord(uint32_t cmd, const std::vector<uint8_t> &record);  // length-prefixed blobs
+  // The modem profile: what a real modem reports from its hardware (u32 answers of commands 8,
+  // 19, 26, 30, 32, 33; texts and length-prefixed records by type). Persisted in the state
+  // directory; false when the store refused the change (the profile is then as it was).
+  bool SetWord(uint32_t cmd, uint32_t value);
+  bool SetString(uint32_t cmd, const std::string &text);
+  bool SetRecord(uint32_t cmd, const std::vector<uint8_t> &record);
+  struct Profile {
+    std::map<uint32_t, uint32_t> words;
+    std::map<uint32_t, std::string> strings;
+    std::map<uint32_t, Bytes> records;
+  };
+  Profile GetProfile() const;
   void SetFeatureOutcome(uint32_t feature, uint8_t outcome, const std::vector<uint8_t> &report);
   void SetCellInfo(const std::vector<uint8_t> &info);
   // Delays of the whole-store NV operations (backup, restore, golden copy), in ms.
   void SetStoreDelays(uint32_t backup_ms, uint32_t restore_ms, uint32_t golden_ms);
+
+  // Restart and crash orders (typed messages 31 and 99), newest last (the last kMaxOrders).
+  struct Order {
+    uint32_t type;  // 31 restart, 99 crash
+    uint32_t flag;
+  };
+  static constexpr size_t kMaxOrders = 8;
+  std::vector<Order> Orders() const;
+  // After an order the modem restarts every service, down for this long (ms).
+  void SetRestartDownMs(uint32_t ms);
+  uint32_t RestartDownMs() const;
+  // True once per order answered since the last call: the caller restarts the modem.
+  bool TakeRestartDue();
+
+  // MBN list paths by their get command (9, 11), the discovery timer, and the clients that
+  // asked for configuration events (command 23); a client that goes is forgotten.
+  std::string McfgPath(uint32_t get_cmd) const;
+  uint32_t DiscoverTimer() const;
+  std::set<uint32_t> McfgEventClients() const;
+  void ClientGone(uint32_t client);
+  // Last screen (17) and sleep (34) status received; false when none was.
+  bool NotifyState(uint32_t cmd, uint32_t *value) const;
 
   // State views for tests and the tool.
   uint8_t ExtendMode() const;
@@ -103,7 +140,6 @@ class FeatureModem {
   void SetTamper(Tamper tamper);
 
  private:
-  using Bytes = std::vector<uint8_t>;
   struct PendingWrite {
     uint32_t sub;
     std::string path;
@@ -126,6 +162,9 @@ class FeatureModem {
   int32_t EraseFile(uint32_t sub, const std::string &path);
   void Load();
   bool PutSetting(const char *key, uint8_t value);
+  bool PutU32Setting(const char *ns, const std::string &key, uint32_t value);
+  int32_t SyncStore() const;
+  Bytes McfgCommand(uint32_t cmd, const uint8_t *payload, uint32_t client, int32_t *result);
 
   mutable std::mutex mu_;
   StateStore *store_;
@@ -141,7 +180,13 @@ class FeatureModem {
   uint8_t extend_mode_ = 0;
   uint8_t build_info_ = 0;
   uint32_t nv_syncs_ = 0;
-  uint32_t discover_timer_ = 0;
+  uint32_t discover_timer_ = 30;
+  std::map<uint32_t, std::string> mcfg_paths_;
+  std::set<uint32_t> mcfg_event_clients_;
+  std::vector<Order> orders_;
+  uint32_t restart_down_ms_ = 300;
+  uint32_t restarts_due_ = 0;
+  uint32_t client_ = 0;  // client of the common request being handled
   std::map<uint32_t, uint32_t> words_;
   std::map<uint32_t, std::string> strings_;
   std::map<uint32_t, Bytes> records_;
@@ -176,6 +221,12 @@ FeatureModem &Install(Modem &modem);
 int DetectReason(Modem &modem, const std::array<std::vector<uint32_t>, 4> &lists,
                  const std::array<uint32_t, 4> &ind);
 int DetectScene(Modem &modem, uint32_t scene, uint32_t scene_ext);
+
+// The modem's configuration service reports an event: indication 0x03 with event
+// kMcfgEvent and `data` to every client that asked for configuration events (command 23).
+// Returns the clients reached, or a negative status.
+constexpr uint32_t kMcfgEvent = 23;
+int ReportMcfgEvent(Modem &modem, const std::vector<uint8_t> &data);
 
 }  // namespace features
 }  // namespace modemsim

@@ -62,6 +62,15 @@ void InstallBaseModel(Modem &modem, FeatureModem *fm) {
       });
 }
 
+// A restart or crash order: once the answer is out, every service goes down for `down_ms` and
+// comes back, as after a subsystem restart (clients get their error callbacks).
+constexpr uint32_t kRestartAfterAnswerMs = 20;
+void RestartEveryService(Modem &modem, uint32_t down_ms) {
+  for (const ServiceStatus &s : modem.Status()) {
+    modem.ScheduleRestart(s.id, kRestartAfterAnswerMs, down_ms);
+  }
+}
+
 void InitModule(Modem &modem) {
   Install(modem);
 }
@@ -80,10 +89,16 @@ FeatureModem &Install(Modem &modem) {
       &modem.ModuleState<FeatureModem>(modem.state().persistent() ? &modem.state() : nullptr);
   for (uint32_t id : kRequestIds) {
     extend::SetRequestHandler(modem, id, [fm](const extend::Request &req, extend::Reply &reply) {
-      GenericReply answer = fm->Generic(req.request_id, req.data, req.data_len);
+      GenericReply answer = fm->Generic(req.request_id, req.data, req.data_len, req.client);
       reply.result = answer.verdict;
       reply.SetData(answer.data.data(), answer.data.size());
+      if (fm->TakeRestartDue()) {
+        RestartEveryService(req.modem, fm->RestartDownMs());
+      }
     });
+  }
+  if (Service *service = modem.FindService(extend::kServiceId)) {
+    service->OnClientGone([fm](uint32_t client) { fm->ClientGone(client); });
   }
   InstallBaseModel(modem, fm);
   return *fm;
@@ -115,6 +130,31 @@ int DetectScene(Modem &modem, uint32_t scene, uint32_t scene_ext) {
   tarvik_extend_qmi_base_model_scene_msg_v01 record{0, scene, scene_ext};
   return extend::InjectIndication(modem, TARVIK_EXTEND_QMI_BASE_MODEL_SCENE_MSG_V01, &record,
                                   sizeof(record));
+}
+
+int ReportMcfgEvent(Modem &modem, const std::vector<uint8_t> &data) {
+  FeatureModem *fm = Of(modem);
+  if (fm == nullptr) {
+    return -1;
+  }
+  tarvik_extend_qmi_ind_msg_v01 ind{};
+  if (data.size() > sizeof(ind.data)) {
+    return QMI_CLIENT_PARAM_ERR;
+  }
+  ind.ind = kMcfgEvent;
+  ind.data_valid = 1;
+  ind.data_len = static_cast<uint32_t>(data.size());
+  std::copy(data.begin(), data.end(), ind.data);
+  int reached = 0;
+  for (uint32_t client : fm->McfgEventClients()) {
+    const int rc = modem.PushIndication(extend::kServiceId, TARVIK_EXTEND_QMI_EVENT_MSG_V01, &ind,
+                                        sizeof(ind), client);
+    if (rc < 0) {
+      return rc;
+    }
+    reached += rc;
+  }
+  return reached;
 }
 
 }  // namespace features

@@ -73,6 +73,31 @@ TEST(FeatureTool, EveryCommandAnswersOneJsonShapeAndStateOutlivesTheRun) {
       {"prop ctl", 0, {{"requests", json::array()}}},
       {"device", 0, {{"single_sim", nullptr}}},
       {"build", 0, {{"build_type_name", nullptr}}},
+      {"sim set chipset-id 0x301", 0, {{"set", "chipset-id"}}},
+      {"sim set string 40 hello there", 0, {}},
+      {"sim profile", 0, {{"strings", {{"40", "hello there"}, {"41", "TV5G-0042-1187"}}}}},
+      {"capability ids", 0, {{"chipset_id", 0x301}, {"dsda", true}}},
+      {"capability string 40 11", 1, {{"status", 0x0FFFF00B}}},
+      {"capability string 40 12", 0, {{"text", "hello there"}, {"len", 11}}},
+      {"capability raw 42", 0, {{"len", 9}}},
+      {"capability card-mode", 0, {{"card_mode", 3}}},
+      {"mcfg path-set 12 /tool/mbn.txt", 0, {}},
+      {"mcfg path-get 11", 0, {{"path", "/tool/mbn.txt"}}},
+      {"mcfg path-get 10", 1, {{"status", 0x0FFFF00A}}},
+      {"mcfg timer-set 12", 0, {}},
+      {"mcfg timer-get", 0, {{"timeout", 12}}},
+      {"mcfg cust-max", 0, {{"cust_max", 32}}},
+      {"mcfg reg-events", 0, {}},
+      {"ssr-level set 2", 0, {{"changed", true}, {"level", "ALL_DISABLE"}}},
+      {"ssr-level get", 0, {{"type", 0}}},
+      {"ssr-level name 8", 0, {{"name", "ALL_DIS"}, {"len", 7}}},
+      {"ssr nv-sync", 0, {}},
+      {"ssr restart 0x80000001", 0, {{"flag", 0x80000001u}}},
+      {"ssr counts 0x80000001", 0, {{"counts", nullptr}}},
+      {"device-name match all_product", 0, {{"match", true}}},
+      {"device-name read", 0, {{"device_name", ""}}},
+      {"notify screen 2", 0, {{"value", 2}}},
+      {"notify sleep 1", 0, {{"value", 1}}},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.args);
@@ -84,8 +109,9 @@ TEST(FeatureTool, EveryCommandAnswersOneJsonShapeAndStateOutlivesTheRun) {
     // The command is its first word and a verb after it ("nv read", "send").
     const size_t verb = row.args.find(' ') + 1, end = row.args.find(' ', verb);
     const std::string second = verb > 0 ? row.args.substr(verb, end - verb) : "";
-    const bool has_verb = !second.empty() && second.find_first_not_of(
-                                                 "abcdefghijklmnopqrstuvwxyz") == std::string::npos;
+    const bool has_verb =
+        !second.empty() && second[0] != '-' &&
+        second.find_first_not_of("abcdefghijklmnopqrstuvwxyz-") == std::string::npos;
     EXPECT_EQ(last["command"], row.args.substr(0, has_verb ? end : verb - 1));
     EXPECT_TRUE(last.contains("status")) << last;
     EXPECT_TRUE(last["status_name"].is_string()) << last;
@@ -98,6 +124,11 @@ TEST(FeatureTool, EveryCommandAnswersOneJsonShapeAndStateOutlivesTheRun) {
   }
   std::ifstream back(dir + "/back.bin", std::ios::binary);
   EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(back), {}) == content);
+  // The restart order counted under its whole value only.
+  const json counts =
+      tarvik_test::JsonLines(RunTool(state + "ssr counts 0x80000001").out).back()["counts"];
+  EXPECT_EQ(counts["0x80000001"], 1);
+  EXPECT_EQ(counts["0x00000001"], 0);
 }
 
 // Exit 1 is an answer (absent, different); exit 3 is no answer: a transport failure must not

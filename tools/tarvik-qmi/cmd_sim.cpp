@@ -62,6 +62,12 @@ const Verb kVerbs[] = {
     {"clear", "SERVICE", 1, 1, Run},
     {"indicate", "SERVICE MSG HEX|-", 3, 3, Run},
     {"event", "EVENT [HEX]", 1, 2, Run},
+    {"profile", "", 0, 0, Run},
+    {"set",
+     "chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max|restart-down-ms N | string TYPE TEXT | "
+     "record TYPE HEX",
+     2, 64, Run},
+    {"mcfg-event", "[HEX]", 0, 1, Run},
 };
 TARVIK_COMMAND("sim", "controls the simulated modem: faults, restarts, indications, status",
                kVerbs);

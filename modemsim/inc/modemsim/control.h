@@ -13,6 +13,16 @@
 //                                        client of the service
 //   event EVENT [HEX]                    the extend service's event indication (payload HEX) to
 //                                        every client that switched EVENT on
+//   profile                              the identity words, texts and records the modem answers
+//   set chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max N
+//                                        changes a word of the profile (persisted)
+//   set string TYPE TEXT | set record TYPE HEX
+//                                        the text / record (HEX after its length byte) answered
+//                                        to command TYPE (persisted)
+//   set restart-down-ms MS               how long services stay down after a restart order
+//   mcfg-event [HEX]                     a configuration event (indication 0x03, event 23) to
+//                                        every client that asked for them
+// `status` also shows the last screen and sleep status, restart and crash orders and NV syncs.
 // SERVICE, MSG and EVENT accept decimal or 0x-hex. COUNT absent: until cleared.
 //
 // A first word "--json" makes the output one JSON object on one line: the command's fields on

@@ -164,6 +164,87 @@ TARVIK_EXPORT void tarvik_qmi_client_unsol_ind_cb(qmi_client_type handle, unsign
                                                   void *ind_buf, unsigned int ind_buf_len,
                                                   void *ind_cb_data);
 
+/* ---- Restart and crash control, capability queries, MCFG, device name and status ----
+ * Each sends one common command or typed message and holds no lock beyond the channel's (the
+ * restart counting and the first fill of the device name cache take locks of their own). */
+
+/* Restart counts: "persist.radio.ssr_count_0x%08x" per counted value. A flag with bit 31 set is
+ * one value; otherwise each of bits 0-8 and 16-19 that is set counts under its own value. */
+TARVIK_EXPORT void tarvik_save_modem_ssr_count(int flag);
+TARVIK_EXPORT void tarvik_update_modem_ssr_count(uint32_t type);
+/* Counts the restart, then orders it (message 31 with `flag`); the outcome is only logged. */
+TARVIK_EXPORT void tarvik_modem_ssr(uint32_t flag);
+/* Crash into a subsystem restart: sets the restart level to subsystem restart, waits
+ * "persist.radio.ssr_wait_s" before and after the order (both only when the level changed) and
+ * restores the level afterwards. A negative wait before stops the order; after, it keeps the
+ * changed level. Blocks for the waits. */
+TARVIK_EXPORT void tarvik_modem_crash_without_orange_screen(uint32_t flag);
+/* Crash into a full dump: sets the dump level (kept), waits once when it changed. */
+TARVIK_EXPORT void tarvik_modem_crash_with_orange_screen(uint32_t flag);
+/* NV sync (message 35): the channel's status OR the modem's result; 0 only when both are 0. */
+TARVIK_EXPORT uint32_t tarvik_modem_nv_sync(void);
+/* "persist.radio.legacy_hook_update_mask" when above 0, else the first 4 bytes of the modem
+ * file "/oem/cmn/legacy_hook_update_mask" (the property's value when that cannot be read). */
+TARVIK_EXPORT int tarvik_get_legacy_hook_update_mask(void);
+
+/* Card modes of tarvik_get_card_mode_flag. */
+#define CARD_MODE_FLAG_SS 1u
+#define CARD_MODE_FLAG_DSDS 2u
+#define CARD_MODE_FLAG_DSDA 3u
+
+/* Number queries: the modem's value, 0 on any failure (indistinguishable from a value 0). */
+TARVIK_EXPORT uint32_t tarvik_modem_chipset_id_get(void);
+TARVIK_EXPORT uint32_t tarvik_modem_hw_id_get(void);
+TARVIK_EXPORT uint32_t tarvik_modem_bp_chip_id_get(void);
+/* True only when the modem answers exactly 1. */
+TARVIK_EXPORT bool tarvik_modem_cdma_support_status_get(void);
+TARVIK_EXPORT bool tarvik_modem_dsda_support_status_get(void);
+/* Always 1. */
+TARVIK_EXPORT uint32_t tarvik_modem_dsda_default_status_get(void);
+/* The text the modem answers to command `type`: *in_out_len is the capacity of `str_info` on
+ * entry and the text's length (no terminator counted) on success; it must exceed the length.
+ * An answer without terminator is cut to 499 characters. Never copies a partial answer:
+ * TARVIK_CMN_ERR_BUF_TOO_SHORT (count 0) when it does not fit. */
+TARVIK_EXPORT uint32_t tarvik_modem_string_info_get(uint32_t type, char *str_info,
+                                                    uint32_t *in_out_len);
+/* The length-prefixed record (first byte: its length L, itself included) the modem answers to
+ * command `type`; the capacity must exceed L. On success the count is L. */
+TARVIK_EXPORT uint32_t tarvik_modem_raw_content_get(uint32_t type, void *raw_content,
+                                                    uint32_t *in_out_len);
+/* 1 single SIM (the modem is not asked), 2 DSDS, 3 DSDA ("persist.vendor.radio.dsda_cap",
+ * default 1, on a modem that supports it). */
+TARVIK_EXPORT uint32_t tarvik_get_card_mode_flag(void);
+
+/* MBN list text file paths: kinds 9/11 read (`path_val` holds 180 bytes, always terminated),
+ * 10/12 set (at most 179 characters). Another kind, or a null path, is refused with
+ * TARVIK_CMN_ERR_INVALID_ARG without traffic. */
+#define TARVIK_MCFG_PATH_SIZE 180u
+TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_get(char *path_val, uint32_t mbn_msg_type);
+TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_set(const char *path_val, uint32_t mbn_msg_type);
+/* Customer entries an MBN list may hold; 0 on failure. */
+TARVIK_EXPORT uint32_t tarvik_mbn_list_cust_max_num_get(void);
+/* The discovery timer's time-out in the modem's unit; -1 on failure. */
+TARVIK_EXPORT int tarvik_mcfg_ext_get_discover_timer_timeout(void);
+/* 1 on success, 0 on failure. */
+TARVIK_EXPORT uint32_t tarvik_mcfg_ext_set_discover_timer_timeout(uint32_t timeout);
+/* Asks the modem for configuration event indications: the channel's status, else the modem's
+ * result. */
+TARVIK_EXPORT uint32_t tarvik_reg_mcfg_event_ind(void);
+
+/* Device name file on subscription 0; written from tarvik_device_name_get only when it cannot
+ * be read. */
+#define TARVIK_DEVICE_NAME_FILE "/oem/cmn/device_name"
+TARVIK_EXPORT void tarvik_device_name_save_to_efs(void);
+/* The name as the file holds it, read once per process (also when the read fails: then empty);
+ * static storage, never freed. A first call from two threads at once reads the file once. */
+TARVIK_EXPORT const char *tarvik_device_name_read_from_efs(void);
+/* True when `list` (`len` entries) holds "all_product" or an entry found in the file's name. */
+TARVIK_EXPORT bool tarvik_device_name_list_contain_ex(char **list, uint32_t len);
+/* Screen status 0 or 1 (2 and above: 0 returned, nothing sent); sleep status as given. Return 0,
+ * the mapped channel status or the modem's result. */
+TARVIK_EXPORT uint32_t tarvik_qcril_screen_status_notify_to_modem(uint32_t status);
+TARVIK_EXPORT uint32_t tarvik_qcril_sleep_status_notify_to_modem(uint32_t status);
+
 /* ---- UIM client ----
  * The flags are single bytes written from the QMI client library's callback thread (and, for
  * PURGE_STATE, by the radio layer's indication handling) while a request polls them: access

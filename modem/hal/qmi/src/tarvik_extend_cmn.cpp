@@ -3,6 +3,7 @@
 // the standard UIM, NAS and RF SAR services. One section per family; log lines carry this file.
 #include "tarvik_extend_cmn.h"
 
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -10,8 +11,10 @@
 #include "network_access_service_v01.h"
 #include "sar_v01.h"
 #include "tarvik_extend_api.h"
+#include "tarvik_extend_nvefs.h"
 #include "tarvik_std_client.h"
 #include "tarvik_utils_cmn.h"
+#include "tarvik_utils_cust.h"
 
 /* ---------------------------------------------------------------------------------------------
  * Common request layer and result mapping
@@ -273,17 +276,582 @@ TARVIK_EXPORT void tarvik_qmi_client_unsol_ind_cb(qmi_client_type, unsigned int 
  * Modem restart and crash control
  * ------------------------------------------------------------------------------------------- */
 
+namespace {
+
+constexpr const char *kSsrCountPrefix = "persist.radio.ssr_count_";
+constexpr const char *kLegacyMaskProp = "persist.radio.legacy_hook_update_mask";
+constexpr const char *kLegacyMaskFile = "/oem/cmn/legacy_hook_update_mask";
+constexpr uint32_t kSsrNonMask = 0x80000000u;
+// Bits of a restart flag that count on their own: 0-8 and 16-19.
+constexpr uint32_t kSsrCountedBits = 0x000F01FFu;
+constexpr uint32_t kLegacyMaskFileLen = 32;
+
+// The count's property name is built in this one buffer; the lock keeps two counting threads
+// from building names over each other and from losing an increment between read and write.
+char g_ssr_count_name[256];
+pthread_mutex_t g_ssr_count_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// Typed message with a 4-byte flag; logs the mapped outcome under `func`. Returns the mapped
+// channel status; *modem_result the modem's result.
+int SendFlagMessage(const char *func, uint32_t type, uint32_t flag, int32_t *modem_result) {
+  tarvik_cmn_rsp_t rsp;
+  const int status = tarvik_qmi_result_map(static_cast<int>(
+      tarvik_send_common_qmi_msg(type, sizeof(flag), &flag, reinterpret_cast<uint32_t *>(&rsp))));
+  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", status, rsp.result);
+  *modem_result = rsp.result;
+  return status;
+}
+
+// The crash order and what it logs; neither failure stops the caller's next step.
+void SendCrash(const char *func, uint32_t flag) {
+  tarvik_save_modem_ssr_count(static_cast<int>(flag));
+  int32_t modem_result = 0;
+  if (SendFlagMessage(func, COMMON_MSG_MODEM_CRASH, flag, &modem_result) != 0) {
+    TARVIK_LOGD_FN(func, "tarvik_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
+  } else if (modem_result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+  }
+}
+
+// The wait around a crash; false (logged) when the configured wait is negative.
+bool CrashWait(const char *func) {
+  if (static_cast<int>(tarvik_modem_ssr_wait_s(-1)) < 0) {
+    TARVIK_LOGE_FN(func, "wait_s < 0, ssr is stoped");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVIK_EXPORT void tarvik_update_modem_ssr_count(uint32_t type) {
+  pthread_mutex_lock(&g_ssr_count_lock);
+  snprintf(g_ssr_count_name, sizeof(g_ssr_count_name), "%s0x%08x", kSsrCountPrefix, type);
+  int32_t old_count = 0;
+  tarvik_get_property_value_from_int(g_ssr_count_name, &old_count, 0);
+  TARVIK_LOGD("ssr_type = 0x%08X, ssr_count_old = %d", type, old_count);
+  tarvik_set_property_value_to_int(g_ssr_count_name, old_count + 1);
+  pthread_mutex_unlock(&g_ssr_count_lock);
+}
+
+TARVIK_EXPORT void tarvik_save_modem_ssr_count(int flag) {
+  const uint32_t bits = static_cast<uint32_t>(flag);
+  if ((bits & kSsrNonMask) != 0) {
+    TARVIK_LOGD("non-mask ssr type, flag = 0x%08X", bits);
+    tarvik_update_modem_ssr_count(bits);
+    return;
+  }
+  for (uint32_t bit = 0; bit < 32; ++bit) {
+    const uint32_t value = 1u << bit;
+    if ((bits & kSsrCountedBits & value) != 0) {
+      tarvik_update_modem_ssr_count(value);
+    }
+  }
+}
+
+TARVIK_EXPORT void tarvik_modem_ssr(uint32_t flag) {
+  TARVIK_LOGD("flag = 0x%08X", flag);
+  tarvik_save_modem_ssr_count(static_cast<int>(flag));
+  int32_t modem_result = 0;
+  SendFlagMessage(__func__, COMMON_MSG_MODEM_SSR, flag, &modem_result);
+}
+
+TARVIK_EXPORT void tarvik_modem_crash_without_orange_screen(uint32_t flag) {
+  TARVIK_LOGD("flag = 0x%08X", flag);
+  const uint32_t before = tarvik_get_modem_ssr_type();
+  TARVIK_LOGD("before ssr, type: %d", before);
+  const bool changed = tarvik_set_modem_ssr_type(MODEM_RESTART_LEVEL_ID_SSR) != 0;
+  if (changed) {
+    TARVIK_LOGD("ssr type is changed, need to wait before ssr");
+    if (!CrashWait(__func__)) {
+      return;
+    }
+  } else {
+    TARVIK_LOGE("ssr type is not changed, wont wait before ssr");
+  }
+  SendCrash(__func__, flag);
+  if (!changed) {
+    TARVIK_LOGD("ssr type is not changed, wont wait after ssr");
+    return;
+  }
+  TARVIK_LOGD("ssr type is changed, need to wait after ssr");
+  if (CrashWait(__func__)) {
+    tarvik_set_modem_ssr_type(before);
+  }
+}
+
+TARVIK_EXPORT void tarvik_modem_crash_with_orange_screen(uint32_t flag) {
+  TARVIK_LOGD("flag = 0x%08X", flag);
+  if (tarvik_set_modem_ssr_type(MODEM_RESTART_LEVEL_ID_DUMP) != 0) {
+    TARVIK_LOGD("ssr type is changed, need to wait before dump");
+    if (!CrashWait(__func__)) {
+      return;
+    }
+  }
+  SendCrash(__func__, flag);
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_nv_sync(void) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status = tarvik_send_common_qmi_msg(COMMON_MSG_NV_SYNC, 0, nullptr,
+                                                     reinterpret_cast<uint32_t *>(&rsp));
+  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", static_cast<int>(status),
+              rsp.result);
+  return status | static_cast<uint32_t>(rsp.result);
+}
+
+TARVIK_EXPORT int tarvik_get_legacy_hook_update_mask(void) {
+  int32_t mask = 0;
+  tarvik_get_property_value_from_int(kLegacyMaskProp, &mask, 0);
+  TARVIK_LOGD("The cust_mask from prop: %d", mask);
+  if (mask > 0) {
+    return mask;
+  }
+  TARVIK_LOGD("The cust_mask from prop is not cfged, will read it from efs");
+  uint32_t len = sizeof(mask);
+  const int ret = tarvik_efs_read(TARVIK_SUB_0, kLegacyMaskFile, kLegacyMaskFileLen, &mask, &len);
+  TARVIK_LOGD("The cust_mask from efs: %d, ret = %d", mask, ret);
+  return mask;
+}
+
+}  // extern "C"
+
 /* ---------------------------------------------------------------------------------------------
  * Modem capability and identity queries
  * ------------------------------------------------------------------------------------------- */
+
+namespace {
+
+constexpr const char *kDsdaCapProp = "persist.vendor.radio.dsda_cap";
+constexpr uint32_t kDsdaDefaultStatus = 1;
+
+// A bare command answered with a u32 at response offset 8. `short_log` picks the shorter
+// "result = ..." line some queries log. False (logged under `func`) on any failure.
+bool NumberQuery(const char *func, uint32_t cmd, bool short_log, uint32_t *value) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status =
+      tarvik_common_qmi_req(cmd, 0, nullptr, reinterpret_cast<uint32_t *>(&rsp));
+  if (short_log) {
+    TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
+  } else {
+    TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
+  }
+  if (status != 0) {
+    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+    return false;
+  }
+  if (rsp.result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+    return false;
+  }
+  memcpy(value, rsp.data, sizeof(*value));
+  return true;
+}
+
+// The text and record queries share their steps up to the answer; returns 0 with the answer in
+// *rsp, or the status to return (the count then set as the caller's contract says).
+uint32_t AnswerQuery(const char *func, uint32_t type, const void *out, const char *null_line,
+                     uint32_t *in_out_len, tarvik_cmn_rsp_t *rsp) {
+  if (in_out_len == nullptr) {
+    TARVIK_LOGD_FN(func, "p_in_out_len is null");
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  if (out == nullptr) {
+    TARVIK_LOGD_FN(func, "%s", null_line);
+    *in_out_len = 0;
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  const uint32_t status =
+      tarvik_common_qmi_req(type, 0, nullptr, reinterpret_cast<uint32_t *>(rsp));
+  TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d, type = %d, in_len = %d",
+                 static_cast<int>(status), rsp->result, static_cast<int>(type),
+                 static_cast<int>(*in_out_len));
+  if (status != 0) {
+    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+    *in_out_len = 0;
+    return status;
+  }
+  if (rsp->result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+    *in_out_len = 0;
+    return static_cast<uint32_t>(rsp->result);
+  }
+  return 0;
+}
+
+// The answer of `n` bytes does not fit a capacity of *in_out_len (it must exceed n).
+bool RefuseShort(const char *func, uint32_t n, uint32_t *in_out_len) {
+  if (*in_out_len > n) {
+    return false;
+  }
+  TARVIK_LOGD_FN(func, "in_len(%d) is too short, need to > %d", static_cast<int>(*in_out_len),
+                 static_cast<int>(n));
+  *in_out_len = 0;
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVIK_EXPORT uint32_t tarvik_modem_chipset_id_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_CHIPSET_ID, false, &value)) {
+    TARVIK_LOGD("The current chipset_id: %d", static_cast<int>(value));
+  }
+  return value;
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_hw_id_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_HW_ID, false, &value)) {
+    TARVIK_LOGD("The current hw_id: %d", static_cast<int>(value));
+  }
+  return value;
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_bp_chip_id_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_BP_CHIP_ID, true, &value)) {
+    TARVIK_LOGD("The current modem_bp_chip_id: %d", static_cast<int>(value));
+  }
+  return value;
+}
+
+TARVIK_EXPORT bool tarvik_modem_cdma_support_status_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_CDMA_SUPPORT, true, &value)) {
+    TARVIK_LOGD("The current cdma_support_status: %d", static_cast<int>(value));
+  }
+  return value == 1;
+}
+
+TARVIK_EXPORT bool tarvik_modem_dsda_support_status_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_DSDA_SUPPORT, true, &value)) {
+    TARVIK_LOGD("The current dsda_support_status: %d", static_cast<int>(value));
+  }
+  return value == 1;
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_dsda_default_status_get(void) {
+  TARVIK_LOGD("The dsda default status is on");
+  TARVIK_LOGD("default_status: %d", static_cast<int>(kDsdaDefaultStatus));
+  return kDsdaDefaultStatus;
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_string_info_get(uint32_t type, char *str_info,
+                                                    uint32_t *in_out_len) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status =
+      AnswerQuery(__func__, type, str_info, "str_info is null", in_out_len, &rsp);
+  if (status != 0) {
+    return status;
+  }
+  // An answer that fills the data area without a terminator is cut to its first 499 bytes.
+  const uint32_t n = static_cast<uint32_t>(
+      strnlen(reinterpret_cast<const char *>(rsp.data), TARVIK_CMN_RSP_DATA_MAX - 1));
+  if (RefuseShort(__func__, n, in_out_len)) {
+    return TARVIK_CMN_ERR_BUF_TOO_SHORT;
+  }
+  memcpy(str_info, rsp.data, n);
+  str_info[n] = '\0';
+  *in_out_len = n;
+  TARVIK_LOGD("String info from modem: %s, len: %d", str_info, static_cast<int>(n));
+  return 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_modem_raw_content_get(uint32_t type, void *raw_content,
+                                                    uint32_t *in_out_len) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status =
+      AnswerQuery(__func__, type, raw_content, "raw_content is null", in_out_len, &rsp);
+  if (status != 0) {
+    return status;
+  }
+  const uint32_t record_len = rsp.data[0];
+  if (RefuseShort(__func__, record_len, in_out_len)) {
+    return TARVIK_CMN_ERR_BUF_TOO_SHORT;
+  }
+  memcpy(raw_content, rsp.data, record_len);
+  *in_out_len = record_len;
+  TARVIK_LOGD("raw_content from modem: len: %d", static_cast<int>(record_len));
+  return 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_get_card_mode_flag(void) {
+  uint32_t mode = CARD_MODE_FLAG_DSDS;
+  if (tarvik_get_single_sim_flag()) {
+    TARVIK_LOGD("RAVU_SINGLESIM_ON, CARD_MODE_FLAG_SS");
+    mode = CARD_MODE_FLAG_SS;
+  } else if (!tarvik_modem_dsda_support_status_get()) {
+    TARVIK_LOGD("The dsda of modem is not supported, CARD_MODE_FLAG_DSDS");
+  } else {
+    const int32_t dsda_cap_def = static_cast<int32_t>(tarvik_modem_dsda_default_status_get());
+    TARVIK_LOGD("dsda default flag is TRUE, dsda_cap_def %d", dsda_cap_def);
+    int32_t dsda_cap = 0;
+    tarvik_get_property_value_from_int(kDsdaCapProp, &dsda_cap, dsda_cap_def);
+    TARVIK_LOGD("dsda_cap %d", dsda_cap);
+    if (dsda_cap != 0) {
+      TARVIK_LOGD(
+          "The sim is mult type, dsda is supported and dsda_prop is on, CARD_MODE_FLAG_DSDA");
+      mode = CARD_MODE_FLAG_DSDA;
+    } else {
+      TARVIK_LOGD(
+          "The sim is mult type, dsda is supported and dsda_prop is off, CARD_MODE_FLAG_DSDS");
+    }
+  }
+  TARVIK_LOGD("function exit, card_mode_flag = %d <-------------", static_cast<int>(mode));
+  return mode;
+}
+
+}  // extern "C"
 
 /* ---------------------------------------------------------------------------------------------
  * Modem configuration (MCFG) controls
  * ------------------------------------------------------------------------------------------- */
 
+namespace {
+
+// The typed-message answer header: the type answered and its payload's length, then the
+// payload.
+constexpr size_t kTypedRspType = 0;
+constexpr size_t kTypedRspLen = 4;
+constexpr size_t kTypedRspValue = 8;
+
+uint32_t U32At(const tarvik_cmn_rsp_t &rsp, size_t at) {
+  uint32_t v;
+  memcpy(&v, rsp.data + at, sizeof(v));
+  return v;
+}
+
+// Typed message `type` of the discovery timer; true when the modem carried it out and answered
+// that type. Logs under `func`.
+bool DiscoverTimerMessage(const char *func, uint32_t type, uint32_t len, const void *value,
+                          tarvik_cmn_rsp_t *rsp) {
+  const int status = tarvik_qmi_result_map(static_cast<int>(
+      tarvik_send_common_qmi_msg(type, len, value, reinterpret_cast<uint32_t *>(rsp))));
+  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", status, rsp->result);
+  if (status != 0) {
+    return false;
+  }
+  if (rsp->result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+    return false;
+  }
+  const uint32_t t_rsp = U32At(*rsp, kTypedRspType);
+  TARVIK_LOGD_FN(func, "t_rsp %d", static_cast<int>(t_rsp));
+  if (t_rsp != type) {
+    TARVIK_LOGD_FN(func, "t_rsp != t");
+    return false;
+  }
+  TARVIK_LOGD_FN(func, "l_rsp %d", static_cast<int>(U32At(*rsp, kTypedRspLen)));
+  return true;
+}
+
+// A path kind must be `first` or `first + 2` (the two kinds); logged under `func`.
+bool PathKindValid(const char *func, uint32_t kind, uint32_t first, const void *path) {
+  TARVIK_LOGD_FN(func, "mbn_msg_type = %d", static_cast<int>(kind));
+  if (kind != first && kind != first + 2) {
+    TARVIK_LOGD_FN(func, "mbn_msg_type is invalid");
+    return false;
+  }
+  if (path == nullptr) {
+    TARVIK_LOGD_FN(func, "path_val is null");
+    return false;
+  }
+  return true;
+}
+
+// Sends a path command; the status to return (0: `rsp` holds the answer).
+uint32_t PathRequest(const char *func, uint32_t kind, uint32_t len, const void *payload,
+                     tarvik_cmn_rsp_t *rsp) {
+  const uint32_t status =
+      tarvik_common_qmi_req(kind, len, payload, reinterpret_cast<uint32_t *>(rsp));
+  TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d", static_cast<int>(status), rsp->result);
+  if (status != 0) {
+    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+    return status;
+  }
+  if (rsp->result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+    return static_cast<uint32_t>(rsp->result);
+  }
+  return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_get(char *path_val, uint32_t mbn_msg_type) {
+  if (!PathKindValid(__func__, mbn_msg_type, COMMON_CMD_MBN_TXT_PATH_GET, path_val)) {
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status = PathRequest(__func__, mbn_msg_type, 0, nullptr, &rsp);
+  if (status != 0) {
+    return status;
+  }
+  memcpy(path_val, rsp.data, TARVIK_MCFG_PATH_SIZE);
+  path_val[TARVIK_MCFG_PATH_SIZE - 1] = '\0';
+  TARVIK_LOGD("path_val: %s", path_val);
+  return 0;
+}
+
+TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_set(const char *path_val, uint32_t mbn_msg_type) {
+  if (!PathKindValid(__func__, mbn_msg_type, COMMON_CMD_MBN_TXT_PATH_SET, path_val)) {
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  const size_t len = strnlen(path_val, TARVIK_MCFG_PATH_SIZE);
+  if (len >= TARVIK_MCFG_PATH_SIZE) {
+    TARVIK_LOGD("path_val len can not >= %d", static_cast<int>(TARVIK_MCFG_PATH_SIZE));
+    return TARVIK_CMN_ERR_INVALID_ARG;
+  }
+  TARVIK_LOGD("path_val = %s", path_val);
+  tarvik_cmn_rsp_t rsp;
+  return PathRequest(__func__, mbn_msg_type, static_cast<uint32_t>(len), path_val, &rsp);
+}
+
+TARVIK_EXPORT uint32_t tarvik_mbn_list_cust_max_num_get(void) {
+  uint32_t value = 0;
+  if (NumberQuery(__func__, COMMON_CMD_MBN_LIST_CUST_MAX_NUM, false, &value)) {
+    TARVIK_LOGD("The current mbn_list_cust_max_num: %d", static_cast<int>(value));
+  }
+  return value;
+}
+
+TARVIK_EXPORT int tarvik_mcfg_ext_get_discover_timer_timeout(void) {
+  tarvik_cmn_rsp_t rsp;
+  if (!DiscoverTimerMessage(__func__, COMMON_MSG_MCFG_GET_DISCOVER_TIMER, 0, nullptr, &rsp)) {
+    return -1;
+  }
+  const int timeout = static_cast<int>(U32At(rsp, kTypedRspValue));
+  TARVIK_LOGD("discover_timer_timeout %d", timeout);
+  return timeout;
+}
+
+TARVIK_EXPORT uint32_t tarvik_mcfg_ext_set_discover_timer_timeout(uint32_t timeout) {
+  TARVIK_LOGD("discover_timer_timeout %d", static_cast<int>(timeout));
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t ret = DiscoverTimerMessage(__func__, COMMON_MSG_MCFG_SET_DISCOVER_TIMER,
+                                            sizeof(timeout), &timeout, &rsp)
+                           ? 1
+                           : 0;
+  TARVIK_LOGD("function exit, ret = %d <-------------", static_cast<int>(ret));
+  return ret;
+}
+
+TARVIK_EXPORT uint32_t tarvik_reg_mcfg_event_ind(void) {
+  tarvik_cmn_rsp_t rsp;
+  const uint32_t status = tarvik_common_qmi_req(COMMON_CMD_REG_MCFG_EVENT_IND, 0, nullptr,
+                                                reinterpret_cast<uint32_t *>(&rsp));
+  TARVIK_LOGD("result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
+  if (rsp.result != 0) {
+    TARVIK_LOGD("qmi response fail");
+  }
+  return TransportOrModem(static_cast<int>(status), rsp);
+}
+
+}  // extern "C"
+
 /* ---------------------------------------------------------------------------------------------
  * Device name and status notifications
  * ------------------------------------------------------------------------------------------- */
+
+namespace {
+
+constexpr uint32_t kDeviceNamePathLen = 20;
+constexpr uint32_t kDeviceNameMax = 256;
+constexpr uint32_t kScreenStatusLimit = 2;
+
+// Filled once; the lock makes a first read from two threads read the file once, and the flag
+// (set under the lock, read without it) lets every later call return at once.
+char g_device_name[kDeviceNameMax];
+bool g_device_name_read = false;
+pthread_mutex_t g_device_name_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// Command `cmd` with a 4-byte status; the outcome logged under `func`.
+uint32_t NotifyStatus(const char *func, uint32_t cmd, uint32_t status) {
+  tarvik_cmn_rsp_t rsp;
+  const int result = tarvik_qmi_result_map(static_cast<int>(
+      tarvik_common_qmi_req(cmd, sizeof(status), &status, reinterpret_cast<uint32_t *>(&rsp))));
+  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", result, rsp.result);
+  if (result != 0) {
+    TARVIK_LOGD_FN(func, "tarvik_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
+    return static_cast<uint32_t>(result);
+  }
+  if (rsp.result != 0) {
+    TARVIK_LOGD_FN(func, "qmi response fail");
+    return static_cast<uint32_t>(rsp.result);
+  }
+  return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVIK_EXPORT void tarvik_device_name_save_to_efs(void) {
+  char device_name[kDeviceNameMax];
+  memset(device_name, 0, sizeof(device_name));
+  uint32_t len = sizeof(device_name);
+  const int ret =
+      tarvik_efs_read(TARVIK_SUB_0, TARVIK_DEVICE_NAME_FILE, kDeviceNamePathLen, device_name, &len);
+  device_name[kDeviceNameMax - 1] = '\0';
+  TARVIK_LOGD("tarvik_efs_read, device_name: %s, ret = %d, device_name_max_len = %d", device_name,
+              ret, static_cast<int>(kDeviceNameMax));
+  if (ret == 0) {
+    TARVIK_LOGD("The device_name has been saved to efs, do nothing");
+    return;
+  }
+  const char *name = tarvik_device_name_get();
+  tarvik_efs_write(TARVIK_SUB_0, TARVIK_DEVICE_NAME_FILE, kDeviceNamePathLen, name,
+                   static_cast<uint32_t>(strlen(name)));
+}
+
+TARVIK_EXPORT const char *tarvik_device_name_read_from_efs(void) {
+  if (__atomic_load_n(&g_device_name_read, __ATOMIC_ACQUIRE)) {
+    return g_device_name;
+  }
+  pthread_mutex_lock(&g_device_name_lock);
+  if (!g_device_name_read) {
+    tarvik_device_name_save_to_efs();
+    uint32_t len = kDeviceNameMax;
+    const int ret = tarvik_efs_read(TARVIK_SUB_0, TARVIK_DEVICE_NAME_FILE, kDeviceNamePathLen,
+                                    g_device_name, &len);
+    g_device_name[kDeviceNameMax - 1] = '\0';
+    TARVIK_LOGD("tarvik_efs_read, device_name: %s, ret = %d, device_name_max_len = %d",
+                g_device_name, ret, static_cast<int>(kDeviceNameMax));
+    TARVIK_LOGD("device_name: %s", g_device_name);
+    __atomic_store_n(&g_device_name_read, true, __ATOMIC_RELEASE);
+  }
+  pthread_mutex_unlock(&g_device_name_lock);
+  return g_device_name;
+}
+
+TARVIK_EXPORT bool tarvik_device_name_list_contain_ex(char **list, uint32_t len) {
+  const char *const *entries = list;
+  return tarvik_string_list_contain(entries, len, "all_product") ||
+         (list != nullptr && len != 0 &&
+          tarvik_string_list_contain(entries, len, tarvik_device_name_read_from_efs()));
+}
+
+TARVIK_EXPORT uint32_t tarvik_qcril_screen_status_notify_to_modem(uint32_t status) {
+  if (status >= kScreenStatusLimit) {
+    TARVIK_LOGE("status is out of range");
+    return 0;
+  }
+  return NotifyStatus(__func__, COMMON_CMD_SCREEN_STATUS, status);
+}
+
+TARVIK_EXPORT uint32_t tarvik_qcril_sleep_status_notify_to_modem(uint32_t status) {
+  return NotifyStatus(__func__, COMMON_CMD_SLEEP_STATUS, status);
+}
+
+}  // extern "C"
 
 /* ---------------------------------------------------------------------------------------------
  * UIM client

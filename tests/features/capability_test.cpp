@@ -1,0 +1,335 @@
+// Capability and identity queries, MCFG controls, the device name and the status notifications,
+// as the modem receives them.
+#include <string.h>
+
+#include <string>
+#include <thread>
+
+#include "cutils/properties.h"
+#include "extend/extend_service.h"
+#include "features_env.h"
+#include "qmi_client.h"
+#include "syslog_capture.h"
+#include "tarvik_extend_api.h"
+#include "tarvik_extend_cmn.h"
+#include "tarvik_extend_nvefs.h"
+#include "test_env.h"
+
+namespace features_test {
+namespace {
+
+using CapabilityTest = FeatureTest;
+
+// The commands of the common requests the modem received, in order.
+std::vector<uint32_t> Commands(const std::vector<Sent> &sent) {
+  std::vector<uint32_t> out;
+  for (const Sent &s : sent) out.push_back(s.As<tarvik_cmn_req_t>().cmd);
+  return out;
+}
+
+void SetResult(CapabilityTest *, std::vector<uint8_t> *answer, int32_t code) {
+  memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &code, 4);
+}
+
+TEST_F(CapabilityTest, NumberQueries) {
+  struct Row {
+    const char *name;
+    uint32_t cmd;
+    uint32_t word;
+    long long (*call)();
+    long long expected;
+  };
+  const Row rows[] = {
+      {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3,
+       [] { return (long long)tarvik_modem_chipset_id_get(); }, 0x1B3},
+      {"hw", COMMON_CMD_HW_ID, 0x77, [] { return (long long)tarvik_modem_hw_id_get(); }, 0x77},
+      {"bp chip", COMMON_CMD_BP_CHIP_ID, 9, [] { return (long long)tarvik_modem_bp_chip_id_get(); },
+       9},
+      {"cdma 1", COMMON_CMD_CDMA_SUPPORT, 1,
+       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 1},
+      {"cdma 2 is no", COMMON_CMD_CDMA_SUPPORT, 2,
+       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 0},
+      {"dsda 1", COMMON_CMD_DSDA_SUPPORT, 1,
+       [] { return (long long)tarvik_modem_dsda_support_status_get(); }, 1},
+      {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30,
+       [] { return (long long)tarvik_mbn_list_cust_max_num_get(); }, 30},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    fm_->SetWord(row.cmd, row.word);
+    ClearSent();
+    EXPECT_EQ(row.call(), row.expected);
+    EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
+    // A refusal by the modem and a transport failure both read as 0.
+    Tamper(REQUEST_ID_COMMON,
+           [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 3); });
+    EXPECT_EQ(row.call(), 0);
+    fm_->SetTamper({});
+    FailTransport(QMI_TIMEOUT_ERR, 1);
+    EXPECT_EQ(row.call(), 0);
+  }
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_modem_chipset_id_get: qmi response fail"));
+  EXPECT_TRUE(tarvik_test::SyslogContains(
+      "tarvik_modem_hw_id_get: tarvik_common_qmi_req fail, REQUEST_ID_COMMON"));
+}
+
+TEST_F(CapabilityTest, CardMode) {
+  struct Row {
+    const char *name;
+    const char *multisim;
+    uint32_t dsda;
+    const char *dsda_cap;
+    uint32_t mode;
+    size_t asked;
+  };
+  const Row rows[] = {{"single SIM asks nothing", "ssss", 1, "", CARD_MODE_FLAG_SS, 0},
+                      {"no DSDA in the modem", "dsds", 0, "", CARD_MODE_FLAG_DSDS, 1},
+                      {"DSDA, property unset", "dsds", 1, "", CARD_MODE_FLAG_DSDA, 1},
+                      {"DSDA, property off", "dsds", 1, "0", CARD_MODE_FLAG_DSDS, 1}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    property_set("persist.radio.multisim.config", row.multisim);
+    property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
+    fm_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda);
+    ClearSent();
+    EXPECT_EQ(tarvik_get_card_mode_flag(), row.mode);
+    EXPECT_EQ(SentRequests().size(), row.asked);
+  }
+}
+
+TEST_F(CapabilityTest, StringAndRecordBounds) {
+  fm_->SetString(50, "0123456789");
+  fm_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
+  struct Row {
+    const char *name;
+    bool record;
+    uint32_t type;
+    uint32_t capacity;
+    uint32_t status;
+    uint32_t count;
+  };
+  const Row rows[] = {
+      {"10 characters in 10", false, 50, 10, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
+      {"10 characters in 11", false, 50, 11, 0, 10},
+      {"record of 5 in 5", true, 51, 5, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
+      {"record of 5 in 6", true, 51, 6, 0, 5},
+      {"unknown type", false, 77, 64, static_cast<uint32_t>(modemsim::features::kCmnNotSupported),
+       0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    char out[64];
+    memset(out, '#', sizeof(out));
+    uint32_t len = row.capacity;
+    ClearSent();
+    EXPECT_EQ(row.record ? tarvik_modem_raw_content_get(row.type, out, &len)
+                         : tarvik_modem_string_info_get(row.type, out, &len),
+              row.status);
+    EXPECT_EQ(len, row.count);
+    EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.type});
+    if (row.status != 0) {
+      EXPECT_EQ(out[0], '#') << "nothing copied";
+    } else if (row.record) {
+      EXPECT_EQ(0, memcmp(out, "\x05\xA1\xA2\xA3\xA4", 5));
+      EXPECT_EQ(out[5], '#');
+    } else {
+      EXPECT_STREQ(out, "0123456789");
+    }
+  }
+  uint32_t len = 8;
+  ClearSent();
+  EXPECT_EQ(tarvik_modem_string_info_get(50, nullptr, &len), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(len, 0u);
+  EXPECT_EQ(tarvik_modem_raw_content_get(51, &len, nullptr), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_TRUE(SentRequests().empty());
+
+  // A text filling the whole data area without a terminator is cut, never read past.
+  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    answer->assign(TARVIK_CMN_RSP_SIZE, 'A');
+    memset(answer->data(), 0, 8);
+  });
+  std::vector<char> wide(600, '#');
+  len = 600;
+  EXPECT_EQ(tarvik_modem_string_info_get(50, wide.data(), &len), 0u);
+  EXPECT_EQ(len, 499u);
+  EXPECT_EQ(strlen(wide.data()), 499u);
+}
+
+TEST_F(CapabilityTest, McfgPaths) {
+  char path[TARVIK_MCFG_PATH_SIZE];
+  const std::string p179(179, 'p'), p180(180, 'p');
+  ExpectCalls({
+      {"get kind 10", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 10); },
+       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"get null", [&] { return tarvik_mcfg_mbn_txt_path_get(nullptr, 9); },
+       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"set kind 11", [&] { return tarvik_mcfg_mbn_txt_path_set("x", 11); },
+       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"set null", [&] { return tarvik_mcfg_mbn_txt_path_set(nullptr, 10); },
+       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"set 180", [&] { return tarvik_mcfg_mbn_txt_path_set(p180.c_str(), 12); },
+       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"set 179", [&] { return tarvik_mcfg_mbn_txt_path_set(p179.c_str(), 12); }, 0, true},
+      {"set kind 10", [&] { return tarvik_mcfg_mbn_txt_path_set("/data/a.txt", 10); }, 0, true},
+      {"get kind 9", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 9); }, 0, true},
+  });
+  EXPECT_STREQ(path, "/data/a.txt");
+  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
+  EXPECT_EQ(path, p179);
+  EXPECT_EQ(fm_->McfgPath(11), p179);
+  // The set request carries the characters alone.
+  ClearSent();
+  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/b", 10), 0u);
+  const auto req = SentRequests(REQUEST_ID_COMMON)[0].As<tarvik_cmn_req_t>();
+  EXPECT_EQ(req.cmd, 10u);
+  EXPECT_EQ(0, memcmp(req.payload, "/b\0", 3));
+  // A field without terminator yields 179 characters.
+  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    answer->assign(8 + TARVIK_MCFG_PATH_SIZE + 20, 'q');
+    memset(answer->data(), 0, 8);
+  });
+  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 9), 0u);
+  EXPECT_EQ(strlen(path), 179u);
+  Tamper(REQUEST_ID_COMMON,
+         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 7); });
+  EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
+}
+
+TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
+  EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(77), 1u);
+  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
+  // An answer to another type is refused.
+  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
+    const uint32_t other = COMMON_MSG_MCFG_SET_DISCOVER_TIMER;
+    memcpy(answer->data() + 8, &other, 4);
+  });
+  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), -1);
+  EXPECT_TRUE(tarvik_test::SyslogContains("t_rsp != t"));
+  fm_->SetTamper({});
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(5), 0u);
+  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+
+  // Configuration events reach the client that asked for them, and no other.
+  EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 0);
+  EXPECT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
+  EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)).back(), COMMON_CMD_REG_MCFG_EVENT_IND);
+  EXPECT_EQ(fm_->McfgEventClients().size(), 1u);
+  EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
+}
+
+// The profile, paths and timer survive a restart of the modem on the same state directory.
+TEST_F(CapabilityTest, ProfileAndSettingsPersist) {
+  const std::string dir = tarvik_test::ScratchDir() + "/state";
+  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
+  ASSERT_TRUE(fm_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
+  ASSERT_TRUE(fm_->SetString(60, "kept"));
+  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/kept.txt", 12), 0u);
+  ASSERT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(9), 1u);
+  ASSERT_EQ(tarvik_modem_nv_sync(), 0u);
+  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
+  EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x2A1u);
+  char text[16];
+  uint32_t len = sizeof(text);
+  EXPECT_EQ(tarvik_modem_string_info_get(60, text, &len), 0u);
+  EXPECT_STREQ(text, "kept");
+  char path[TARVIK_MCFG_PATH_SIZE];
+  EXPECT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
+  EXPECT_STREQ(path, "/kept.txt");
+  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 9);
+}
+
+class DeviceNameTest : public FeatureTest {
+ protected:
+  std::vector<uint8_t> NameFile() {
+    std::vector<uint8_t> content;
+    fm_->File(0, TARVIK_DEVICE_NAME_FILE, &content);
+    return content;
+  }
+  size_t FileRequests() { return SentRequests(REQUEST_ID_NVEFS).size(); }
+};
+
+TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
+  property_set("ro.product.device", "kestrel");
+  char *all[] = {const_cast<char *>("all_product")};
+  EXPECT_TRUE(tarvik_device_name_list_contain_ex(all, 1));
+  EXPECT_TRUE(SentRequests().empty()) << "the wildcard needs no name";
+
+  EXPECT_STREQ(tarvik_device_name_read_from_efs(), "kestrel");
+  const std::vector<uint8_t> kestrel = {'k', 'e', 's', 't', 'r', 'e', 'l'};
+  EXPECT_EQ(NameFile(), kestrel) << "characters without terminator";
+  ClearSent();
+  char *lists[] = {const_cast<char *>("falcon"), const_cast<char *>("kestrel")};
+  EXPECT_TRUE(tarvik_device_name_list_contain_ex(lists, 2));
+  EXPECT_FALSE(tarvik_device_name_list_contain_ex(lists, 1));
+  EXPECT_EQ(FileRequests(), 0u) << "cached after one read";
+}
+
+TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
+  property_set("ro.product.device", "kestrel");
+  const char old[] = "merlin";
+  ASSERT_EQ(tarvik_efs_write(0, TARVIK_DEVICE_NAME_FILE, 20, old, 6), 0);
+  // First read from two threads at once: both see the same name, the file is read once.
+  ClearSent();
+  const char *seen[2] = {};
+  std::thread other([&] { seen[1] = tarvik_device_name_read_from_efs(); });
+  seen[0] = tarvik_device_name_read_from_efs();
+  other.join();
+  EXPECT_STREQ(seen[0], "merlin");
+  EXPECT_STREQ(seen[1], "merlin");
+  EXPECT_EQ(FileRequests(), 2u) << "one read by the save step, one into the cache";
+  EXPECT_EQ(NameFile(), std::vector<uint8_t>(old, old + 6));
+}
+
+TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
+  property_set("ro.product.device", "kestrel");
+  FailTransport(QMI_TIMEOUT_ERR, -1);
+  EXPECT_STREQ(tarvik_device_name_read_from_efs(), "");
+  ClearSent();
+  modem_->ClearFaults(modemsim::extend::kServiceId);
+  EXPECT_STREQ(tarvik_device_name_read_from_efs(), "");
+  EXPECT_EQ(FileRequests(), 0u);
+}
+
+TEST_F(CapabilityTest, ScreenAndSleepStatus) {
+  struct Row {
+    const char *name;
+    uint32_t (*notify)(uint32_t);
+    uint32_t cmd;
+    uint32_t status;
+    bool sent;
+  };
+  const Row rows[] = {
+      {"screen on", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS, 1, true},
+      {"screen 2 is not sent", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS,
+       2, false},
+      {"sleep 7", tarvik_qcril_sleep_status_notify_to_modem, COMMON_CMD_SLEEP_STATUS, 7, true},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    ClearSent();
+    EXPECT_EQ(row.notify(row.status), 0u);
+    const auto sent = SentRequests(REQUEST_ID_COMMON);
+    ASSERT_EQ(sent.size(), row.sent ? 1u : 0u);
+    uint32_t held = 0;
+    if (row.sent) {
+      const auto req = sent[0].As<tarvik_cmn_req_t>();
+      EXPECT_EQ(req.cmd, row.cmd);
+      EXPECT_EQ(0, memcmp(req.payload, &row.status, 4));
+      ASSERT_TRUE(fm_->NotifyState(row.cmd, &held));
+      EXPECT_EQ(held, row.status);
+    } else {
+      EXPECT_TRUE(!fm_->NotifyState(row.cmd, &held) || held != row.status);
+    }
+  }
+  EXPECT_TRUE(tarvik_test::SyslogContains("status is out of range", 3));
+  FailTransport(QMI_TIMEOUT_ERR, 1);
+  EXPECT_EQ(tarvik_qcril_sleep_status_notify_to_modem(0), static_cast<uint32_t>(-103));
+  Tamper(REQUEST_ID_COMMON,
+         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 4); });
+  EXPECT_EQ(tarvik_qcril_screen_status_notify_to_modem(0), 4u);
+}
+
+}  // namespace
+}  // namespace features_test
