@@ -6,6 +6,7 @@
 
 #include "gtest/gtest.h"
 #include "tarvik_extend_qmi_v01.h"
+#include "user_identity_module_v01.h"
 
 namespace {
 
@@ -19,6 +20,7 @@ const struct {
   const qmi_idl_service_object *service;
 } kServices[] = {
     {"extend", &tarvik_extend_qmi_idl_service_object_v01},
+    {"uim", &uim_qmi_idl_service_object_v01},
 };
 
 // Fills `rec` so that it encodes to its largest size: every presence flag set, every variable
@@ -42,6 +44,14 @@ void FillMax(const qmi_elem_info *ei, uint8_t *rec) {
       case QMI_STRING:
         memset(field, 'x', ei->elem_len);
         break;
+      case QMI_SIGNED_1_BYTE_ENUM:
+      case QMI_SIGNED_2_BYTE_ENUM:
+        if (ei->elem_size == 4) {  // kept in 4 bytes, sent in fewer: a value the wire holds
+          const int32_t value = 0x25;
+          for (uint32_t i = 0; i < ei->elem_len; ++i) memcpy(field + 4 * i, &value, 4);
+          break;
+        }
+        [[fallthrough]];
       default:
         memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
         break;
