@@ -62,6 +62,10 @@ const Verb kVerbs[] = {
     {"clear", "SERVICE", 1, 1, Run},
     {"indicate", "SERVICE MSG HEX|-", 3, 3, Run},
     {"event", "EVENT [HEX]", 1, 2, Run},
+    {"card",
+     "SLOT none|sim|euicc EID|present|absent|error|switch on|off | slots N | purge "
+     "purged|failed|silent [MS]",
+     2, 3, Run},
 };
 TARVIK_COMMAND("sim", "controls the simulated modem: faults, restarts, indications, status",
                kVerbs);

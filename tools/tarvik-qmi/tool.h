@@ -47,6 +47,7 @@ enum class Family {
   kClient,   // QMI client library: -1..-21 and the codec's -40..-51
   kModem,    // the modem's QMI error codes (0x30 invalid argument, 0x5E not supported...)
   kControl,  // simulated modem control: 0 done, 1 refused, 2 usage
+  kUim,      // UIM operations: the client codes, -1 no client/memory/record, -4 purge failed
 };
 
 // "subscription invalid" for (kFeature, -104); "ok" for 0; a generic name for unknown codes.
