@@ -67,6 +67,16 @@ sleep 0.8
 step "${modem[@]}" sim event 3 0c0d
 wait "$watcher"
 step "${modem[@]}" --json sim status
+step "${modem[@]}" uim status
+step "${modem[@]}" uim eid 2
+step "${modem[@]}" uim power 1 down
+step "${modem[@]}" uim power 1 up ignore-hotswap
+step "${modem[@]}" uim open 2
+step "${modem[@]}" uim apdu 2 1 80E2910006BF3E035C015A
+step "${modem[@]}" uim close 2 1
+step "${modem[@]}" uim purge 0
+step "${modem[@]}" sim card purge failed 50
+fails "${modem[@]}" uim purge 1
 kill "$daemon"
 wait "$daemon"
 trap - EXIT
