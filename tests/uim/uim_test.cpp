@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "tarvik_extend_cmn.h"
+#include "test_env.h"
 #include "uim/uim_service.h"
 #include "user_identity_module_v01.h"
 
@@ -489,6 +491,28 @@ TEST_F(Uim, AnAllocationFailureSendsNothingAndLeaksNothing) {
       EXPECT_EQ(qcril_alloc_host_outstanding(), 0);
     }
   }
+}
+
+TEST(UimCardReader, CardSetUpOutlivesTheModem) {
+  const std::string dir = tarvik_test::ScratchDir() + "/modem";
+  const uim::Eid eid = {0xAB, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xCD};
+  {
+    auto modem = modemsim::CreateStandardModem(dir);
+    ASSERT_EQ(uim::SetSlotCount(*modem, 3), uim::kOk);
+    ASSERT_EQ(uim::SetCard(*modem, 1, uim::CardKind::kNone), uim::kOk);
+    ASSERT_EQ(uim::SetCard(*modem, 3, uim::CardKind::kEuicc, eid), uim::kOk);
+    ASSERT_EQ(uim::SetSwitch(*modem, 2, false), uim::kOk);
+  }
+  auto modem = modemsim::CreateStandardModem(dir);
+  const uim::View v = uim::Of(*modem);
+  ASSERT_EQ(v.slots.size(), 3u);
+  EXPECT_EQ(v.slots[0].kind, uim::CardKind::kNone);
+  EXPECT_EQ(v.slots[1].kind, uim::CardKind::kEuicc);
+  EXPECT_FALSE(v.slots[1].switch_card);
+  EXPECT_EQ(v.slots[1].state, UIM_CARD_STATE_ABSENT_V01);  // the switch sees no card
+  EXPECT_EQ(v.slots[2].kind, uim::CardKind::kEuicc);
+  EXPECT_EQ(v.slots[2].eid, eid);
+  EXPECT_EQ(v.slots[2].state, UIM_CARD_STATE_PRESENT_V01);
 }
 
 }  // namespace
