@@ -87,6 +87,17 @@ wait "$watcher"
 step "${modem[@]}" capability card-mode
 step "${modem[@]}" ssr counts
 step "${modem[@]}" sim status
+
+step "${modem[@]}" uim status
+step "${modem[@]}" uim eid 2
+step "${modem[@]}" uim power 1 down
+step "${modem[@]}" uim power 1 up ignore-hotswap
+step "${modem[@]}" uim open 2
+step "${modem[@]}" uim apdu 2 1 80E2910006BF3E035C015A
+step "${modem[@]}" uim close 2 1
+step "${modem[@]}" uim purge 0
+step "${modem[@]}" sim card purge failed 50
+fails "${modem[@]}" uim purge 1
 kill "$daemon"
 wait "$daemon"
 trap - EXIT

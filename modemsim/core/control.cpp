@@ -13,6 +13,7 @@
 #include "extend/extend_service.h"
 #include "features/feature_modem.h"
 #include "tarvik_extend_cmn.h"
+#include "uim/uim_service.h"
 
 namespace modemsim {
 namespace {
@@ -43,6 +44,16 @@ bool ParseHex(const std::string &word, std::vector<uint8_t> *out) {
     out->push_back(static_cast<uint8_t>(strtoul(word.substr(i, 2).c_str(), nullptr, 16)));
   }
   return true;
+}
+
+std::string HexBytes(const uint8_t *p, size_t n) {
+  std::string text;
+  char b[3];
+  for (size_t i = 0; i < n; ++i) {
+    snprintf(b, sizeof(b), "%02X", p[i]);
+    text += b;
+  }
+  return text;
 }
 
 std::string Hex(uint32_t v) {
@@ -244,7 +255,74 @@ int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
   if (features::FeatureModem *fm = features::Of(modem)) {
     FeatureStatus(*fm, &text, o);
   }
+  const uim::View cards = uim::Of(modem);
+  if (!cards.slots.empty()) {
+    std::string list = "[";
+    for (const uim::SlotView &s : cards.slots) {
+      const std::string eid =
+          s.kind == uim::CardKind::kEuicc ? HexBytes(s.eid.data(), s.eid.size()) : "";
+      char line[200];
+      snprintf(line, sizeof(line), "\nslot %u %s %s switch %s%s%s channels %zu", s.slot,
+               uim::KindName(s.kind), uim::StateName(s.state), s.switch_card ? "on" : "off",
+               eid.empty() ? "" : " eid ", eid.c_str(), s.channels.size());
+      text += line;
+      snprintf(line, sizeof(line),
+               "%s{\"slot\":%u,\"card\":\"%s\",\"state\":\"%s\",\"switch\":%s,"
+               "\"eid\":\"%s\",\"channels\":%zu}",
+               list.size() > 1 ? "," : "", s.slot, uim::KindName(s.kind), uim::StateName(s.state),
+               s.switch_card ? "true" : "false", eid.c_str(), s.channels.size());
+      list += line;
+    }
+    o.Field("cards", list + "]");
+  }
   return o.Done(text, out);
+}
+
+// card SLOT none|sim|euicc [EID] | card SLOT present|absent|error | card SLOT switch on|off |
+// card slots N | card purge purged|failed|silent [DELAY_MS]
+int Card(Modem &modem, const Words &w, Output &o, std::string *out) {
+  if (w.size() < 3) return Usage(o, out);
+  unsigned long n = 0;
+  int rc = uim::kOk;
+  if (w[1] == "purge") {
+    static const std::pair<const char *, uim::PurgeMode> kModes[] = {
+        {"purged", uim::PurgeMode::kPurged},
+        {"failed", uim::PurgeMode::kFailed},
+        {"silent", uim::PurgeMode::kSilent}};
+    const auto *mode = std::find_if(std::begin(kModes), std::end(kModes),
+                                    [&](const auto &m) { return w[2] == m.first; });
+    if (mode == std::end(kModes) || w.size() > 4 ||
+        (w.size() == 4 && !ParseNumber(w[3], 600000, &n))) {
+      return Usage(o, out);
+    }
+    rc = uim::SetPurge(modem, mode->second, w.size() == 4 ? (uint32_t)n : 100);
+  } else if (w[1] == "slots") {
+    if (w.size() != 3 || !ParseNumber(w[2], uim::kMaxSlots, &n) || n == 0) return Usage(o, out);
+    rc = uim::SetSlotCount(modem, (uint32_t)n);
+  } else {
+    if (!ParseNumber(w[1], uim::kMaxSlots, &n)) return Usage(o, out);
+    const uint32_t slot = (uint32_t)n;
+    const std::string &what = w[2];
+    std::vector<uint8_t> eid;
+    if (what == "switch" && w.size() == 4 && (w[3] == "on" || w[3] == "off")) {
+      rc = uim::SetSwitch(modem, slot, w[3] == "on");
+    } else if ((what == "none" || what == "sim") && w.size() == 3) {
+      rc = uim::SetCard(modem, slot, what == "sim" ? uim::CardKind::kSim : uim::CardKind::kNone);
+    } else if (what == "euicc" && w.size() == 4 && ParseHex(w[3], &eid) &&
+               eid.size() == uim::Eid().size()) {
+      uim::Eid e;
+      std::copy(eid.begin(), eid.end(), e.begin());
+      rc = uim::SetCard(modem, slot, uim::CardKind::kEuicc, e);
+    } else if ((what == "present" || what == "absent" || what == "error") && w.size() == 3) {
+      rc = uim::SetCardState(modem, slot, what == "present" ? 1 : what == "error" ? 2 : 0);
+    } else {
+      return Usage(o, out);
+    }
+  }
+  if (rc == uim::kNoUim) return NoService(o, uim::kServiceId, out);
+  if (rc == uim::kBadSlot) return o.Refused("no such slot, or no card in it", 1, out);
+  if (rc != uim::kOk) return o.Refused("the modem's store refused the change", 1, out);
+  return o.Done("card set-up changed", out);
 }
 
 // fault SERVICE MSG|any KIND [ARG] [COUNT]
@@ -379,7 +457,9 @@ const char *ControlUsage() {
          "fault SERVICE MSG|any noanswer|delay MS|result QMI_ERROR|transport [-ERR] [COUNT] |\n"
          "clear SERVICE | indicate SERVICE MSG HEX|- | event EVENT [HEX] | profile |\n"
          "set chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max|restart-down-ms N |\n"
-         "set string TYPE TEXT | set record TYPE HEX | mcfg-event [HEX]";
+         "set string TYPE TEXT | set record TYPE HEX | mcfg-event [HEX] |\n"
+         "card SLOT none|sim|euicc EID|present|absent|error|switch on|off | card slots N |\n"
+         "card purge purged|failed|silent [DELAY_MS]";
 }
 
 int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::string *out) {
@@ -392,6 +472,7 @@ int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::
   if (w[0] == "set") return Set(modem, w, o, out);
   if (w[0] == "profile") return Profile(modem, w, o, out);
   if (w[0] == "mcfg-event") return McfgEvent(modem, w, o, out);
+  if (w[0] == "card") return Card(modem, w, o, out);
   for (const auto &c : kServiceCommands) {
     if (w[0] != c.name) continue;
     unsigned long service = 0;

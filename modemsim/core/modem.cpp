@@ -173,7 +173,7 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   if (!wire::ParseQmiHeader(msg, len, &hdr) || hdr.type != wire::kQmiRequest) {
     return QMI_CLIENT_PARAM_ERR;
   }
-  Task task{client, std::vector<uint8_t>(msg, msg + len), false, Fault{}, 0, 0};
+  Task task{client, std::vector<uint8_t>(msg, msg + len), false, Fault{}, 0, 0, 0, 0, {}};
   std::unique_lock<std::mutex> lock(mu_);
   auto it = clients_.find(client);
   if (it == clients_.end()) return QMI_SERVICE_ERR;
@@ -217,7 +217,10 @@ void Modem::WorkerLoop() {
     Task task = std::move(first->second);
     queue_.erase(first);
     lock.unlock();
-    if (task.restart != 0) {
+    if (task.call) {
+      std::lock_guard<std::mutex> process(process_mu_);
+      task.call();
+    } else if (task.restart != 0) {
       Restart(task.restart, task.down_ms);
     } else if (task.bring_up != 0) {
       BringUp(task.bring_up, &task.epoch);
@@ -463,7 +466,7 @@ int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
   }
   if (down_ms == 0) return SetPresent(service_id, true);
   std::lock_guard<std::mutex> lock(mu_);
-  Task task{0, {}, false, Fault{}, service_id, 0};
+  Task task{0, {}, false, Fault{}, service_id, 0, 0, 0, {}};
   task.epoch = service->down_epoch_;
   Enqueue(Clock::now() + std::chrono::milliseconds(down_ms), std::move(task));
   queue_cv_.notify_one();
@@ -472,8 +475,16 @@ int Modem::Restart(uint32_t service_id, uint32_t down_ms) {
 
 void Modem::ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms) {
   std::lock_guard<std::mutex> lock(mu_);
-  Task task{0, {}, false, Fault{}, 0, service_id};
+  Task task{0, {}, false, Fault{}, 0, service_id, 0, 0, {}};
   task.down_ms = down_ms;
+  Enqueue(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
+  queue_cv_.notify_one();
+}
+
+void Modem::Schedule(uint32_t after_ms, std::function<void()> call) {
+  std::lock_guard<std::mutex> lock(mu_);
+  Task task{0, {}, false, Fault{}, 0, 0, 0, 0, {}};
+  task.call = std::move(call);
   Enqueue(Clock::now() + std::chrono::milliseconds(after_ms), std::move(task));
   queue_cv_.notify_one();
 }

@@ -9,6 +9,7 @@
 #include "sar_v01.h"
 #include "sns_client_v01.h"
 #include "tarvik_extend_qmi_v01.h"
+#include "user_identity_module_v01.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ const struct {
     {"sar", &sar_qmi_idl_service_object_v01, sar_get_service_object_internal_v01, 1, 15},
     {"sensor", &SNS_CLIENT_SVC_qmi_idl_service_object_v01,
      SNS_CLIENT_SVC_get_service_object_internal_v01, 1, 3},
+    {"uim", &uim_qmi_idl_service_object_v01, uim_get_service_object_internal_v01, 1, 113},
 };
 
 // Fills `rec` so that it encodes to its largest size: every presence flag set, every variable

@@ -16,6 +16,7 @@
 #include "tarvik_extend_nvefs.h"
 #include "tarvik_extend_qmi_v01.h"
 #include "test_env.h"
+#include "uim/uim_service.h"
 
 namespace features_test {
 namespace {
@@ -123,6 +124,13 @@ TEST_F(ModemStateTest, AResultFaultFailsTheRequestOnEveryService) {
       {SNS_CLIENT_SVC_SERVICE_ID_V01, SNS_CLIENT_REQ_V01,
        StandardVerdict<sns_client_req_msg_v01, sns_client_resp_msg_v01, Sns, SNS_CLIENT_REQ_V01>,
        modemsim::kQmiErrInvalidArg},
+      {modemsim::uim::kServiceId, QMI_UIM_OPEN_LOGICAL_CHANNEL_REQ_V01,
+       [] {
+         const tarvik_uim_open_channel_req_t req{2, 0};
+         uint8_t channel = 0;
+         return tarvik_uim_open_channel(&req, &channel);
+       },
+       -1},
   };
   for (const auto &status : modem_->Status()) {
     bool covered = false;

@@ -68,6 +68,10 @@ const Verb kVerbs[] = {
      "record TYPE HEX",
      2, 64, Run},
     {"mcfg-event", "[HEX]", 0, 1, Run},
+    {"card",
+     "SLOT none|sim|euicc EID|present|absent|error|switch on|off | slots N | purge "
+     "purged|failed|silent [MS]",
+     2, 3, Run},
 };
 TARVIK_COMMAND("sim", "controls the simulated modem: faults, restarts, indications, status",
                kVerbs);

@@ -92,6 +92,14 @@ const Name kClient[] = {
     {-51, "codec: range failure"},
 };
 
+// UIM operations: the client library's codes, with the meanings these operations give them.
+const Name kUim[] = {
+    {-1, "no client, no memory or no record"},
+    {-2, "service error or bad record"},
+    {-3, "timed out or no purge answer"},
+    {-4, "purge failed or refused"},
+};
+
 // QMI error codes of the result TLV (the common ones).
 const Name kModem[] = {
     {0x01, "malformed message"},
@@ -164,6 +172,10 @@ std::string StatusName(Family family, long status) {
     case Family::kControl:
       name = Find(kControl, status);
       return name != nullptr ? name : "control error";
+    case Family::kUim:
+      name = Find(kUim, status);
+      if (name == nullptr) name = Find(kClient, status);
+      return name != nullptr ? name : "client error";
     case Family::kFeature:
     case Family::kNv:
     case Family::kFile:

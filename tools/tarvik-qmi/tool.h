@@ -50,6 +50,7 @@ enum class Family {
   kControl,  // simulated modem control: 0 done, 1 refused, 2 usage
   kService,  // standard-service clients (NAS, SAR): -1 no client or no memory, else kClient
   kSensor,   // sensor client: -1 invalid argument, -2 no client, -3 the request failed
+  kUim,      // UIM operations: the client codes, -1 no client/memory/record, -4 purge failed
 };
 
 // "subscription invalid" for (kFeature, -104); "ok" for 0; a generic name for unknown codes.

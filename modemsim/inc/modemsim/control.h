@@ -23,6 +23,13 @@
 //   mcfg-event [HEX]                     a configuration event (indication 0x03, event 23) to
 //                                        every client that asked for them
 // `status` also shows the last screen and sleep status, restart and crash orders and NV syncs.
+//   card SLOT none|sim|euicc EID_HEX     the card in a UIM slot (from 1); EID: 16 bytes
+//   card SLOT present|absent|error       its state, as if the card changed
+//   card SLOT switch on|off              whether the slot's hot-swap switch sees a card
+//   card slots N                         number of UIM slots (1-5)
+//   card purge purged|failed|silent [DELAY_MS]
+//                                        outcome of the next GUTI purges and its delay (100)
+// `status` lists the UIM slots after the services ("cards" in JSON).
 // SERVICE, MSG and EVENT accept decimal or 0x-hex. COUNT absent: until cleared.
 //
 // A first word "--json" makes the output one JSON object on one line: the command's fields on

@@ -229,6 +229,11 @@ class Modem final : public qmi_host::Server {
   // The same, started on the modem's worker thread after `after_ms`: what a handler uses (a
   // handler must not call Restart itself, it holds its service's mutex).
   void ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms = 0);
+  // Runs `call` on the modem's worker thread after `after_ms`, one at a time with the request
+  // handlers (no service mutex held): what a module uses for something the modem does later on
+  // its own, such as an indication some time after a request was answered. Calls still queued
+  // when the modem goes are dropped.
+  void Schedule(uint32_t after_ms, std::function<void()> call);
   // Takes a service away until it is made present again (a restart or bring-up queued before
   // is cancelled).
   int SetPresent(uint32_t service_id, bool present);
@@ -281,7 +286,8 @@ class Modem final : public qmi_host::Server {
     uint32_t bring_up = 0;  // non-zero: bring this service up instead
     uint32_t restart = 0;   // non-zero: restart this service (down for down_ms) instead
     uint32_t down_ms = 0;
-    uint64_t epoch = 0;  // bring-up: the service's down_epoch_ when it was queued
+    uint64_t epoch = 0;          // bring-up: the service's down_epoch_ when it was queued
+    std::function<void()> call;  // set: run this instead
   };
 
   void Enqueue(Clock::time_point when, Task &&task);

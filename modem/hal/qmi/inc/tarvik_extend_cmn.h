@@ -261,6 +261,96 @@ TARVIK_EXPORT extern uint8_t PURGE_STATE;
 /* Error callback of the UIM and NAS clients: logs, and sets SSR_Detected on QMI_SERVICE_ERR. */
 TARVIK_EXPORT void error_cb(qmi_client_type handle, qmi_client_error_type error, void *cb_data);
 
+/* Creates the UIM client (waiting up to 4000 ms for the service); true when one was created,
+ * which also clears SSR_Detected and failed_cnt. */
+TARVIK_EXPORT bool init_uim_qmi_client(void);
+/* Releases the UIM client if there is one; the next operation creates a new one. */
+TARVIK_EXPORT void uim_qmi_client_recovery(void);
+
+/* Card power. `power` 0 powers the card in `slot` (a UIM slot number, sent as given) down, any
+ * other value up; `ignore_hotswap` non-zero asks the modem to ignore the hot-swap switch at
+ * power-up. */
+typedef struct {
+  uint32_t power;
+  uint32_t slot;
+  uint32_t ignore_hotswap;
+} tarvik_uim_power_req_t;
+
+/* The eSIM variant: `esim_enable` is written to the modem's eSIM enable file (subscription 1)
+ * before the request; when that write fails nothing is sent and the result is -1. */
+typedef struct {
+  uint32_t power;
+  uint32_t slot;
+  uint32_t ignore_hotswap;
+  uint32_t esim_enable;
+} tarvik_esim_power_req_t;
+
+/* SIM type: `count` (0 to 5) values. */
+#define TARVIK_UIM_SIM_TYPE_MAX 5u
+typedef struct {
+  uint32_t count;
+  uint32_t values[TARVIK_UIM_SIM_TYPE_MAX];
+} tarvik_uim_sim_type_req_t;
+
+/* Results of the UIM operations: 0 success, a negative QMI client error of the transport
+ * (QMI_SERVICE_ERR releases the client at once, three transport failures since its creation
+ * too), -1 when no client could be had, memory ran out or the record is null; the modem's own
+ * verdict only where stated. The caller runs one UIM operation at a time. */
+
+/* The transport result only: a power request the modem refuses still returns 0. */
+TARVIK_EXPORT int tarvik_uim_request_uicc_power_ex(const tarvik_uim_power_req_t *req);
+TARVIK_EXPORT int tarvik_esim_request_uicc_power_ex(const tarvik_esim_power_req_t *req);
+/* -2 for a null record or a count above 5 (nothing sent). Failures are not counted. */
+TARVIK_EXPORT int tarvik_setSimType(const tarvik_uim_sim_type_req_t *req);
+
+/* Caller records of the card queries: byte-packed. Slots are UIM slot numbers. */
+typedef struct __attribute__((packed)) {
+  uint8_t slot;
+} tarvik_uim_slot_req_t;
+
+typedef struct __attribute__((packed)) {
+  uint8_t slot;
+  uint8_t file_control_information;
+} tarvik_uim_open_channel_req_t;
+
+typedef struct __attribute__((packed)) {
+  uint8_t slot;
+  uint8_t channel_id;
+} tarvik_uim_close_channel_req_t;
+
+#define TARVIK_UIM_APDU_MAX 255u
+typedef struct __attribute__((packed)) {
+  uint8_t slot;
+  uint8_t channel_id;
+  uint8_t apdu_len;
+  uint8_t apdu[TARVIK_UIM_APDU_MAX];
+} tarvik_uim_apdu_req_t;
+
+#define TARVIK_UIM_EID_LEN 16u
+/* Size the output of tarvik_uim_send_apdu must have: one length byte and the longest response
+ * APDU the service returns (1024 bytes). */
+#define TARVIK_UIM_APDU_RESP_BUF_LEN 1025u
+
+/* The 16 EID bytes of the card in `slot` into `eid`; left untouched when the modem has no EID
+ * to give (the result is then still 0). */
+TARVIK_EXPORT int tarvik_uim_request_eid(const tarvik_uim_slot_req_t *req, uint8_t *eid);
+/* Card states (0 absent, 1 present, 2 error, 3 not reported): first card in the low byte,
+ * second in the high byte. 3, 3 when the modem refuses; untouched on a transport failure. */
+TARVIK_EXPORT int tarvik_uim_get_card_status(uint16_t *states);
+/* Opens a channel to the eUICC's ISD-R; -1 when the modem refuses. */
+TARVIK_EXPORT int tarvik_uim_open_channel(const tarvik_uim_open_channel_req_t *req,
+                                          uint8_t *channel_id);
+/* Transport result only. */
+TARVIK_EXPORT int tarvik_uim_close_channel(const tarvik_uim_close_channel_req_t *req);
+/* Sends `apdu_len` bytes on a channel; `resp` (TARVIK_UIM_APDU_RESP_BUF_LEN bytes) gets the
+ * response length's low 8 bits, then the whole response APDU (SW1 SW2 last). -1 when the modem
+ * refuses. */
+TARVIK_EXPORT int tarvik_uim_send_apdu(const tarvik_uim_apdu_req_t *req, uint8_t *resp);
+/* Asks the modem to purge the 5G GUTI of the first (slot 0) or second (other values)
+ * subscription and blocks up to 2 s for PURGE_STATE to be set by the radio layer: 0 purged, -4
+ * failed or refused, -3 no answer, -2 when the request released the client. */
+TARVIK_EXPORT int tarvik_uim_purge_guti(const tarvik_uim_slot_req_t *req);
+
 /* ---- NAS client and 5G network controls ----
  * One long-lived NAS client bound to the process instance id (0 or 1; any other id is never
  * bound), created by the first control that needs it and kept for the life of the process. The
