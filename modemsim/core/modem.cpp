@@ -573,6 +573,13 @@ std::vector<uint32_t> Modem::Clients(uint32_t service_id) const {
   return out;
 }
 
+std::vector<uint32_t> Modem::ServiceIds() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  std::vector<uint32_t> ids;
+  for (const auto &s : services_) ids.push_back(s.first);
+  return ids;
+}
+
 std::vector<ServiceStatus> Modem::Status() const {
   std::vector<ServiceStatus> out;
   std::vector<Service *> services;

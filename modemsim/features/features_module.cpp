@@ -66,8 +66,8 @@ void InstallBaseModel(Modem &modem, FeatureModem *fm) {
 // comes back, as after a subsystem restart (clients get their error callbacks).
 constexpr uint32_t kRestartAfterAnswerMs = 20;
 void RestartEveryService(Modem &modem, uint32_t down_ms) {
-  for (const ServiceStatus &s : modem.Status()) {
-    modem.ScheduleRestart(s.id, kRestartAfterAnswerMs, down_ms);
+  for (const uint32_t id : modem.ServiceIds()) {
+    modem.ScheduleRestart(id, kRestartAfterAnswerMs, down_ms);
   }
 }
 

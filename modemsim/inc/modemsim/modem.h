@@ -262,7 +262,10 @@ class Modem final : public qmi_host::Server {
   // the in-process transport), as an opaque non-zero id; 0 for a client that is not open.
   uintptr_t ConnectionOf(uint32_t client) const;
 
+  // Takes every service's mutex: never from a handler (use ServiceIds there).
   std::vector<ServiceStatus> Status() const;
+  // The ids of the services the modem hosts; safe from a handler.
+  std::vector<uint32_t> ServiceIds() const;
 
   // qmi_host::Server
   void Attach(qmi_host::ClientSink *sink) override;
