@@ -8,6 +8,7 @@
 
 #include <utility>
 
+#include "dfs/dfs_service.h"
 #include "extend/extend_service.h"
 
 namespace modemsim {
@@ -99,6 +100,10 @@ int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
     json += line;
   }
   o.Field("services", json + "]");
+  // The data filter service's clients: binding, filter mode, filters held.
+  const std::string dfs_text = dfs::StatusText(modem);
+  if (!dfs_text.empty()) text += (text.empty() ? "" : "\n") + dfs_text;
+  o.Field("dfs", dfs::StatusJson(modem));
   return o.Done(text, out);
 }
 
