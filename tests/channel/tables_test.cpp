@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "data_filter_service_v01.h"
 #include "gtest/gtest.h"
 #include "tarvik_extend_qmi_v01.h"
 
@@ -19,6 +20,7 @@ const struct {
   const qmi_idl_service_object *service;
 } kServices[] = {
     {"extend", &tarvik_extend_qmi_idl_service_object_v01},
+    {"dfs", &dfs_qmi_idl_service_object_v01},
 };
 
 // Fills `rec` so that it encodes to its largest size: every presence flag set, every variable
@@ -41,6 +43,15 @@ void FillMax(const qmi_elem_info *ei, uint8_t *rec) {
         break;
       case QMI_STRING:
         memset(field, 'x', ei->elem_len);
+        break;
+      case QMI_SIGNED_1_BYTE_ENUM:
+      case QMI_SIGNED_2_BYTE_ENUM:
+        if (ei->elem_size == 4) {  // a 4-byte enum sent narrow: a value that fits its width
+          const int32_t v = ei->data_type == QMI_SIGNED_1_BYTE_ENUM ? 0x25 : 0x2525;
+          for (uint32_t i = 0; i < ei->elem_len; ++i) memcpy(field + 4 * i, &v, sizeof(v));
+          break;
+        }
+        memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
         break;
       default:
         memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
