@@ -25,14 +25,26 @@ struct Client {
   int64_t iface_id = -1;
   int mux_id = -1;
   bool report_mode = false;
+};
+
+// The filter mode and filters of one data path: a data port (mux id) and IP family. A client
+// bound there works on it; an unbound client has a path of its own.
+struct Table {
   uint8_t mode = 0;
   std::vector<FilterView> filters;
 };
+using PathKey = std::pair<int64_t, int32_t>;
 
 struct DfsState {
   std::map<uint32_t, Client> clients;
+  std::map<PathKey, Table> tables;
   uint32_t next_handle = 1;
   size_t capacity = kDefaultCapacity;
+
+  static PathKey KeyOf(uint32_t id, const Client &c) {
+    return c.bound ? PathKey{c.mux_id, c.ip_pref} : PathKey{-1 - (int64_t)id, 0};
+  }
+  Table &TableOf(uint32_t id) { return tables[KeyOf(id, clients[id])]; }
 };
 
 std::string V4Text(uint32_t addr) {
@@ -143,8 +155,9 @@ FilterView Describe(const Add &req, uint16_t id, uint32_t handle) {
 void AddFilters(DfsState *state, Call &call) {
   const Add &req = call.Request<Add>();
   AddResp &resp = call.Response<AddResp>();
-  Client &client = state->clients[call.client];
-  const std::map<uint16_t, uint64_t> errors = RuleCheck(req, client.ip_pref).Run();
+  const std::map<uint16_t, uint64_t> errors =
+      RuleCheck(req, state->clients[call.client].ip_pref).Run();
+  Table &table = state->TableOf(call.client);
   if (!errors.empty()) {
     resp.rule_errors_valid = 1;
     for (const auto &e : errors) {
@@ -158,19 +171,19 @@ void AddFilters(DfsState *state, Call &call) {
     call.SetResult(1, kQmiErrMissingArg);
     return;
   }
-  if (client.filters.size() + req.filter_id_len > state->capacity) {
+  if (table.filters.size() + req.filter_id_len > state->capacity) {
     call.SetResult(1, kQmiErrInsufficientResources);
     return;
   }
   resp.filter_handles_valid = 1;
   for (uint32_t k = 0; k < req.filter_id_len; ++k) {
     const uint32_t handle = state->next_handle++;
-    client.filters.push_back(Describe(req, req.filter_id[k], handle));
+    table.filters.push_back(Describe(req, req.filter_id[k], handle));
     resp.filter_handles[resp.filter_handles_len++] = {req.filter_id[k], handle};
   }
 }
 
-void Bind(Call &call, Client *client) {
+void Bind(DfsState *state, Call &call) {
   const auto &req = call.Request<dfs_bind_client_req_msg_v01>();
   if (!req.mux_id_valid) {
     call.SetResult(1, kQmiErrMissingArg);
@@ -190,11 +203,13 @@ void Bind(Call &call, Client *client) {
     call.SetResult(1, kQmiErrInvalidArg);
     return;
   }
-  client->bound = true;
-  client->ip_pref = req.ip_preference_valid ? (int32_t)req.ip_preference : 0;
-  client->ep_type = ep_type;
-  client->iface_id = iface;
-  client->mux_id = req.mux_id;
+  Client &client = state->clients[call.client];
+  if (!client.bound) state->tables.erase(DfsState::KeyOf(call.client, client));
+  client.bound = true;
+  client.ip_pref = req.ip_preference_valid ? (int32_t)req.ip_preference : 0;
+  client.ep_type = ep_type;
+  client.iface_id = iface;
+  client.mux_id = req.mux_id;
 }
 
 void InitModule(Modem &modem) {
@@ -206,29 +221,41 @@ void InitModule(Modem &modem) {
       state->clients[call.client].report_mode = req.report_filter_mode != 0;
     }
   });
-  dfs.Handle(QMI_DFS_BIND_CLIENT_REQ_V01,
-             [state](Call &call) { Bind(call, &state->clients[call.client]); });
+  dfs.Handle(QMI_DFS_BIND_CLIENT_REQ_V01, [state](Call &call) { Bind(state, call); });
   dfs.Handle(QMI_DFS_SET_FILTER_MODE_REQ_V01, [state](Call &call) {
-    Client &client = state->clients[call.client];
+    Table &table = state->TableOf(call.client);
     const uint8_t mode = call.Request<dfs_set_filter_mode_req_msg_v01>().filter_mode != 0;
-    if (mode == client.mode) return;
-    client.mode = mode;
-    if (client.report_mode) {
-      const dfs_filter_mode_ind_msg_v01 ind = {mode};
-      call.modem.PushIndication(DFS_V01_SERVICE_ID, QMI_DFS_FILTER_MODE_IND_V01, &ind, sizeof(ind),
-                                call.client);
+    if (mode == table.mode) return;
+    table.mode = mode;
+    // Every registered client on this data path hears of the change.
+    const PathKey key = DfsState::KeyOf(call.client, state->clients[call.client]);
+    const dfs_filter_mode_ind_msg_v01 ind = {mode};
+    for (const auto &c : state->clients) {
+      if (c.second.report_mode && DfsState::KeyOf(c.first, c.second) == key) {
+        call.modem.PushIndication(DFS_V01_SERVICE_ID, QMI_DFS_FILTER_MODE_IND_V01, &ind,
+                                  sizeof(ind), c.first);
+      }
     }
   });
   dfs.Handle(QMI_DFS_GET_FILTER_MODE_REQ_V01, [state](Call &call) {
     auto &resp = call.Response<dfs_get_filter_mode_resp_msg_v01>();
     resp.filter_mode_valid = 1;
-    resp.filter_mode = state->clients[call.client].mode;
+    resp.filter_mode = state->TableOf(call.client).mode;
   });
   dfs.Handle(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01,
-             [state](Call &call) { state->clients[call.client].filters.clear(); });
+             [state](Call &call) { state->TableOf(call.client).filters.clear(); });
   dfs.Handle(QMI_DFS_ADD_FILTERS_REQ_V01, [state](Call &call) { AddFilters(state, call); });
-  dfs.OnRestart([state] { state->clients.clear(); });
-  dfs.OnClientGone([state](uint32_t client) { state->clients.erase(client); });
+  dfs.OnRestart([state] {
+    state->clients.clear();
+    state->tables.clear();
+  });
+  // A bound path keeps its table when its client goes; an unbound client's own goes with it.
+  dfs.OnClientGone([state](uint32_t client) {
+    auto it = state->clients.find(client);
+    if (it == state->clients.end()) return;
+    if (!it->second.bound) state->tables.erase(DfsState::KeyOf(client, it->second));
+    state->clients.erase(it);
+  });
 }
 
 // Runs `fn` on the module state under the service's mutex; false without the service.
@@ -249,42 +276,77 @@ std::vector<ClientView> Clients(Modem &modem) {
   WithState(modem, [&out](DfsState &state) {
     for (const auto &c : state.clients) {
       const Client &s = c.second;
+      const Table &t = state.TableOf(c.first);
       out.push_back({c.first, s.bound, s.ip_pref, s.ep_type, s.iface_id, s.mux_id, s.report_mode,
-                     s.mode, s.filters});
+                     t.mode, t.filters});
     }
   });
   return out;
 }
 
-void SetCapacity(Modem &modem, size_t per_client) {
-  WithState(modem, [per_client](DfsState &state) { state.capacity = per_client; });
+void SetCapacity(Modem &modem, size_t per_path) {
+  WithState(modem, [per_path](DfsState &state) { state.capacity = per_path; });
+}
+
+size_t FilterCount(Modem &modem) {
+  size_t n = 0;
+  WithState(modem, [&n](DfsState &state) {
+    for (const auto &t : state.tables) n += t.second.filters.size();
+  });
+  return n;
+}
+
+std::vector<PathView> Paths(Modem &modem) {
+  std::vector<PathView> out;
+  WithState(modem, [&out](DfsState &state) {
+    for (const auto &t : state.tables) {
+      if (t.first.first < 0) continue;  // an unbound client's own
+      out.push_back({(int)t.first.first, t.first.second, t.second.mode, t.second.filters.size()});
+    }
+  });
+  return out;
 }
 
 std::string StatusText(Modem &modem) {
   std::string text;
+  char line[160];
   for (const ClientView &c : Clients(modem)) {
-    char line[160];
     snprintf(line, sizeof(line), "%sdfs client %u %s mux %d ip %d mode %u filters %zu",
              text.empty() ? "" : "\n", c.client, c.bound ? "bound" : "unbound", c.mux_id, c.ip_pref,
              c.mode, c.filters.size());
+    text += line;
+  }
+  for (const PathView &p : Paths(modem)) {
+    snprintf(line, sizeof(line), "%sdfs path mux %d ip %d mode %u filters %zu",
+             text.empty() ? "" : "\n", p.mux_id, p.ip_pref, p.mode, p.filters);
     text += line;
   }
   return text;
 }
 
 std::string StatusJson(Modem &modem) {
-  std::string json = "[";
+  std::string json = "{\"clients\":[";
+  char item[240];
+  const char *sep = "";
   for (const ClientView &c : Clients(modem)) {
-    char item[200];
     snprintf(item, sizeof(item),
              "%s{\"client\":%u,\"bound\":%s,\"mux_id\":%d,\"ep_type\":%lld,\"iface_id\":%lld,"
              "\"ip_pref\":%d,\"indications\":%s,\"mode\":%u,\"filters\":%zu}",
-             json.size() > 1 ? "," : "", c.client, c.bound ? "true" : "false", c.mux_id,
-             (long long)c.ep_type, (long long)c.iface_id, c.ip_pref,
-             c.report_mode ? "true" : "false", c.mode, c.filters.size());
+             sep, c.client, c.bound ? "true" : "false", c.mux_id, (long long)c.ep_type,
+             (long long)c.iface_id, c.ip_pref, c.report_mode ? "true" : "false", c.mode,
+             c.filters.size());
     json += item;
+    sep = ",";
   }
-  return json + "]";
+  json += "],\"paths\":[";
+  sep = "";
+  for (const PathView &p : Paths(modem)) {
+    snprintf(item, sizeof(item), "%s{\"mux_id\":%d,\"ip_pref\":%d,\"mode\":%u,\"filters\":%zu}",
+             sep, p.mux_id, p.ip_pref, p.mode, p.filters);
+    json += item;
+    sep = ",";
+  }
+  return json + "]}";
 }
 
 }  // namespace dfs

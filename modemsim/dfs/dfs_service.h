@@ -1,6 +1,10 @@
-// The simulated modem's data filter service (DFS, 0x30): per client its binding to a data port,
-// its indication registration, its filter mode and its filter table with modem-issued handles.
-// A client's table lives as long as the client; a modem restart forgets every table.
+// The simulated modem's data filter service (DFS, 0x30): per client its binding to a data port
+// (mux id, endpoint, IP family) and its indication registration; per data path (the data port
+// and IP family a client is bound to) the filter mode and the filter table with modem-issued
+// handles, which a client works on while bound there. A bound path keeps its table when its
+// clients go (a radio process or tool run that ends leaves its filters in place, as a modem
+// would); an unbound client's table is its own and goes with it; a modem restart forgets every
+// table.
 #pragma once
 
 #include <stddef.h>
@@ -14,7 +18,7 @@
 namespace modemsim {
 namespace dfs {
 
-// Filters one client may hold unless SetCapacity says otherwise.
+// Filters one data path may hold unless SetCapacity says otherwise.
 constexpr size_t kDefaultCapacity = 512;
 
 struct FilterView {
@@ -43,10 +47,23 @@ struct ClientView {
 // The clients of the modem's DFS service, by client id (empty without the service).
 std::vector<ClientView> Clients(Modem &modem);
 
-// How many filters one client's table holds at most.
-void SetCapacity(Modem &modem, size_t per_client);
+// The data paths some client was bound to (they outlive their clients).
+struct PathView {
+  int mux_id;
+  int32_t ip_pref;
+  uint8_t mode;
+  size_t filters;
+};
+std::vector<PathView> Paths(Modem &modem);
 
-// One line per client for `sim status` (empty without clients), and the same as a JSON array.
+// How many filters one data path holds at most.
+void SetCapacity(Modem &modem, size_t per_path);
+
+// Filters held over every data path.
+size_t FilterCount(Modem &modem);
+
+// For `sim status`: one line per client and per data path (empty without any), and the same as
+// a JSON object {"clients":[...],"paths":[...]}.
 std::string StatusText(Modem &modem);
 std::string StatusJson(Modem &modem);
 

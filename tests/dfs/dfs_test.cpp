@@ -96,12 +96,7 @@ class DfsTest : public ::testing::Test {
     for (uint16_t m : Received()) n += m == id;
     return n;
   }
-  // Filters the modem holds over all clients.
-  size_t Held() const {
-    size_t n = 0;
-    for (const auto &c : dfs::Clients(*modem_)) n += c.filters.size();
-    return n;
-  }
+  size_t Held() const { return dfs::FilterCount(*modem_); }
   const modemsim::Received &Last(uint16_t id) const {
     static modemsim::Received last;
     for (const auto &r : modem_->ReceivedBy(kDfs)) {
@@ -353,10 +348,15 @@ TEST_F(DfsTest, DeviceChangeReleasesBothClientsAndResetsTheCount) {
   // Enabled again on the new device: both families opened there, then one add.
   const auto clients = dfs::Clients(*modem_);
   ASSERT_EQ(clients.size(), 2u);
-  for (const auto &c : clients) EXPECT_EQ(c.mux_id, 2);
+  size_t on_new = 0;
+  for (const auto &c : clients) {
+    EXPECT_EQ(c.mux_id, 2);
+    on_new += c.filters.size();
+  }
+  EXPECT_EQ(on_new, 1u);
   EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
   EXPECT_EQ(CountOf(QMI_DFS_BIND_CLIENT_REQ_V01), 2u);
-  EXPECT_EQ(Held(), 1u);
+  EXPECT_EQ(Held(), 3u);  // a release sends nothing: the old device keeps its two
 }
 
 TEST_F(DfsTest, ModemRestartRecoversOnTheNextEnter) {
@@ -438,6 +438,7 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
     EXPECT_EQ(CountOf(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01), 6u);
     EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 6u);
     EXPECT_TRUE(SyslogContains("retry_del_close: attempt 3/3 fail"));
+    EXPECT_EQ(Held(), row.fail_remove ? 1u : 0u);
     EXPECT_TRUE(dfs::Clients(*modem_).empty());  // released whatever the result
     modem_->ClearFaults(kDfs);
   }

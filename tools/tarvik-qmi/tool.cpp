@@ -122,6 +122,12 @@ const Name kModem[] = {
 
 const Name kControl[] = {{1, "refused"}, {2, "usage"}};
 
+const Name kBlacklist[] = {
+    {-1, "malformed request"}, {6, "not supported"},   {500, "invalid parameters"},
+    {501, "enabling failed"},  {502, "adding failed"}, {503, "disabling failed"},
+    {504, "removal failed"},   {505, "over limit"},
+};
+
 template <size_t N>
 const char *Find(const Name (&names)[N], long code) {
   for (const Name &n : names) {
@@ -152,6 +158,9 @@ std::string StatusName(Family family, long status) {
     case Family::kControl:
       name = Find(kControl, status);
       return name != nullptr ? name : "control error";
+    case Family::kBlacklist:
+      name = Find(kBlacklist, status);
+      return name != nullptr ? name : "blacklist error";
     case Family::kFeature:
     case Family::kNv:
     case Family::kFile:
@@ -172,7 +181,7 @@ std::string StatusName(Family family, long status) {
 
 std::string StatusText(Family family, long status) {
   char code[32];
-  if (status > 0) {
+  if (status > 0 && family != Family::kBlacklist) {
     snprintf(code, sizeof(code), "0x%lX", static_cast<unsigned long>(status));
   } else {
     snprintf(code, sizeof(code), "%ld", status);
