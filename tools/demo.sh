@@ -67,6 +67,12 @@ sleep 0.8
 step "${modem[@]}" sim event 3 0c0d
 wait "$watcher"
 step "${modem[@]}" --json sim status
+# Five-tuple blacklist filters: the modem keeps them per data path between runs.
+step "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv6 udp 2001:db8::1 2001:db8::2 53 5353
+fails "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 80x 443
+step "${modem[@]}" dfs mode rmnet_data0 4
+step "${modem[@]}" sim status
+step "${modem[@]}" --json dfs exit rmnet_data0
 kill "$daemon"
 wait "$daemon"
 trap - EXIT
