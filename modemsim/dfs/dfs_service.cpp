@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "data_filter_service_v01.h"
 #include "qmi_platform_host.h"
@@ -40,6 +41,7 @@ struct DfsState {
   std::map<PathKey, Table> tables;
   uint32_t next_handle = 1;
   size_t capacity = kDefaultCapacity;
+  AnswerHook answer_hook;
 
   static PathKey KeyOf(uint32_t id, const Client &c) {
     return c.bound ? PathKey{c.mux_id, c.ip_pref} : PathKey{-1 - (int64_t)id, 0};
@@ -212,9 +214,28 @@ void Bind(DfsState *state, Call &call) {
   client.mux_id = req.mux_id;
 }
 
+// The service as its handlers see it: every answer passes the answer hook, if one is set.
+class DfsService {
+ public:
+  DfsService(Service &service, DfsState *state) : service_(service), state_(state) {}
+  template <typename Fn>
+  void Handle(uint16_t msg_id, Fn fn) {
+    DfsState *state = state_;
+    service_.Handle(msg_id, [state, fn](Call &call) {
+      fn(call);
+      if (state->answer_hook) state->answer_hook(call.msg_id, call.response, call.response_len);
+    });
+  }
+  Service &service() { return service_; }
+
+ private:
+  Service &service_;
+  DfsState *state_;
+};
+
 void InitModule(Modem &modem) {
   DfsState *state = &modem.ModuleState<DfsState>();
-  Service &dfs = modem.AddService(&dfs_qmi_idl_service_object_v01, 0);
+  DfsService dfs(modem.AddService(&dfs_qmi_idl_service_object_v01, 0), state);
   dfs.Handle(QMI_DFS_INDICATION_REGISTER_REQ_V01, [state](Call &call) {
     const auto &req = call.Request<dfs_indication_register_req_msg_v01>();
     if (req.report_filter_mode_valid) {
@@ -245,12 +266,12 @@ void InitModule(Modem &modem) {
   dfs.Handle(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01,
              [state](Call &call) { state->TableOf(call.client).filters.clear(); });
   dfs.Handle(QMI_DFS_ADD_FILTERS_REQ_V01, [state](Call &call) { AddFilters(state, call); });
-  dfs.OnRestart([state] {
+  dfs.service().OnRestart([state] {
     state->clients.clear();
     state->tables.clear();
   });
   // A bound path keeps its table when its client goes; an unbound client's own goes with it.
-  dfs.OnClientGone([state](uint32_t client) {
+  dfs.service().OnClientGone([state](uint32_t client) {
     auto it = state->clients.find(client);
     if (it == state->clients.end()) return;
     if (!it->second.bound) state->tables.erase(DfsState::KeyOf(client, it->second));
@@ -286,6 +307,10 @@ std::vector<ClientView> Clients(Modem &modem) {
 
 void SetCapacity(Modem &modem, size_t per_path) {
   WithState(modem, [per_path](DfsState &state) { state.capacity = per_path; });
+}
+
+void SetAnswerHook(Modem &modem, AnswerHook hook) {
+  WithState(modem, [&hook](DfsState &state) { state.answer_hook = std::move(hook); });
 }
 
 size_t FilterCount(Modem &modem) {

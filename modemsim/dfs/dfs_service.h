@@ -10,6 +10,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,12 @@ std::vector<PathView> Paths(Modem &modem);
 
 // How many filters one data path holds at most.
 void SetCapacity(Modem &modem, size_t per_path);
+
+// Called with the response record of every answer after the handler filled it (its message id,
+// record and length), under the service's mutex: what tests and fuzz targets use to answer
+// what a modem might. An empty hook removes it.
+using AnswerHook = std::function<void(uint16_t msg_id, void *record, uint32_t len)>;
+void SetAnswerHook(Modem &modem, AnswerHook hook);
 
 // Filters held over every data path.
 size_t FilterCount(Modem &modem);

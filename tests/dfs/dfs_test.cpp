@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -414,6 +415,44 @@ TEST_F(DfsTest, EnterFailuresKeepTheCount) {
     modem_->ClearFaults(kDfs);
     EXPECT_EQ(Exit(""), 0);
   }
+}
+
+TEST_F(DfsTest, AddAnswersWithoutHandlesOrWithRuleErrors) {
+  struct Row {
+    const char *name;
+    std::function<void(dfs_add_filters_resp_msg_v01 *)> answer;
+    int ret;
+    const char *line;
+    uint16_t last;  // the last request: the diagnostic read-back after a failed add
+  };
+  const Row rows[] = {
+      {"no handle list", [](dfs_add_filters_resp_msg_v01 *r) { r->filter_handles_valid = 0; }, 0,
+       "Add_DFS_Filter success but no handles returned", QMI_DFS_ADD_FILTERS_REQ_V01},
+      {"a rule error",
+       [](dfs_add_filters_resp_msg_v01 *r) {
+         *r = {};
+         r->resp = {QMI_RESULT_FAILURE_V01, QMI_ERR_INVALID_ARG_V01};
+         r->rule_errors_valid = 1;
+         r->rule_errors_len = 1;
+         r->rule_errors[0] = {1, DFS_RULE_ERR_TCP_DST_V01};
+       },
+       502, "filter rule error mask: 1024", QMI_DFS_GET_FILTER_MODE_REQ_V01},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    dfs::SetAnswerHook(*modem_, [&row](uint16_t msg_id, void *record, uint32_t) {
+      if (msg_id == QMI_DFS_ADD_FILTERS_REQ_V01) {
+        row.answer(static_cast<dfs_add_filters_resp_msg_v01 *>(record));
+      }
+    });
+    EXPECT_EQ(Enter(), row.ret);
+    EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
+    EXPECT_EQ(Received().back(), row.last);
+  }
+  dfs::SetAnswerHook(*modem_, nullptr);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));  // the failed add did not count
 }
 
 TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
