@@ -172,6 +172,10 @@ TEST_F(DfsTest, RequestBufferBoundsAndWhatPassesThrough) {
     for (const auto &f : c.filters) EXPECT_EQ(f.dport, 80);
   }
   EXPECT_EQ(tarvik_filter_control_handle_msg(nullptr, 40, nullptr), -1);
+  // A longer name equal in its first 79 characters is the same device: no new binding.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(kV4Tcp, (kLongDev + "-other").c_str()), 0);
+  EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
 }
 
 TEST_F(DfsTest, ModeChecksComeBeforeAnyRequest) {
