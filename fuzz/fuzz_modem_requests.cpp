@@ -1,7 +1,8 @@
 // Drives the simulated modem with arbitrary requests and control commands, as another process
 // may send them to tarvik-modemd: the input is a sequence of records, each a 2-byte length and a
 // body whose first byte picks what it is (0: a QMI message for the echo client, 1: the same for
-// the extend client, 2: control command words separated by NUL). Whatever comes in, the modem
+// the extend client, 2: control command words separated by NUL, 3: a QMI message for the data
+// filter client). Whatever comes in, the modem
 // must not read or write out of bounds, and everything it sends back must carry a well-formed
 // QMI header answering the request's message id. What one input can ask of the modem is bounded
 // (the echo service refuses more than kMaxNotify indications, the store operations do not wait),
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "data_filter_service_v01.h"
 #include "features/feature_modem.h"
 #include "modemsim/control.h"
 #include "modemsim/echo_service.h"
@@ -52,19 +54,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   modemsim::features::Of(*modem)->SetStoreDelays(0, 0, 0);
   CheckingSink sink;
   modem->Attach(&sink);
-  uint32_t clients[2] = {0, 0};
+  uint32_t clients[4] = {0, 0, 0, 0};
   modem->Open(&sink, modemsim::echo::kServiceId, QMI_CLIENT_INSTANCE_ANY, &clients[0]);
   modem->Open(&sink, TARVIK_EXTEND_QMI_SERVICE_ID_V01, QMI_CLIENT_INSTANCE_ANY, &clients[1]);
+  modem->Open(&sink, DFS_V01_SERVICE_ID, QMI_CLIENT_INSTANCE_ANY, &clients[3]);
   size_t pos = 0;
   while (pos + 3 <= size) {
     const size_t len = wire::GetU16(data + pos);
     pos += 2;
     if (len == 0 || len > size - pos) break;
-    const uint8_t kind = data[pos] % 3;
+    const uint8_t kind = data[pos] % 4;
     const uint8_t *body = data + pos + 1;
     const size_t body_len = len - 1;
     pos += len;
-    if (kind <= 1) {
+    if (kind != 2) {
       modem->Deliver(clients[kind], body, body_len);
     } else {
       std::vector<std::string> words(1);

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "dfs/dfs_service.h"
 #include "extend/extend_service.h"
 #include "features/feature_modem.h"
 #include "tarvik_extend_cmn.h"
@@ -275,6 +276,10 @@ int Status(Modem &modem, const Words &w, Output &o, std::string *out) {
     }
     o.Field("cards", list + "]");
   }
+  // The data filter service's clients: binding, filter mode, filters held.
+  const std::string dfs_text = dfs::StatusText(modem);
+  if (!dfs_text.empty()) text += (text.empty() ? "" : "\n") + dfs_text;
+  o.Field("dfs", dfs::StatusJson(modem));
   return o.Done(text, out);
 }
 

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "data_filter_service_v01.h"
 #include "gtest/gtest.h"
 #include "network_access_service_v01.h"
 #include "sar_v01.h"
@@ -32,6 +33,7 @@ const struct {
     {"sensor", &SNS_CLIENT_SVC_qmi_idl_service_object_v01,
      SNS_CLIENT_SVC_get_service_object_internal_v01, 1, 3},
     {"uim", &uim_qmi_idl_service_object_v01, uim_get_service_object_internal_v01, 1, 113},
+    {"dfs", &dfs_qmi_idl_service_object_v01, dfs_get_service_object_internal_v01, 1, 16},
 };
 
 // Fills `rec` so that it encodes to its largest size: every presence flag set, every variable

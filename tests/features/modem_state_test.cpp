@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "data_filter_service_v01.h"
 #include "extend/extend_service.h"
 #include "features_env.h"
 #include "network_access_service_v01.h"
@@ -131,6 +132,23 @@ TEST_F(ModemStateTest, AResultFaultFailsTheRequestOnEveryService) {
          return tarvik_uim_open_channel(&req, &channel);
        },
        -1},
+      // The data filter service: a raw client's filter-mode query, failed by the modem.
+      {DFS_V01_SERVICE_ID, QMI_DFS_GET_FILTER_MODE_REQ_V01,
+       [] {
+         qmi_client_os_params os{};
+         qmi_client_type client = nullptr;
+         if (qmi_client_init_instance(&dfs_qmi_idl_service_object_v01, QMI_CLIENT_INSTANCE_ANY,
+                                      nullptr, nullptr, &os, 1000, &client) != QMI_NO_ERR) {
+           return -100;
+         }
+         dfs_empty_req_msg_v01 req{};
+         dfs_get_filter_mode_resp_msg_v01 resp{};
+         const int rc = qmi_client_send_msg_sync(client, QMI_DFS_GET_FILTER_MODE_REQ_V01, &req,
+                                                 sizeof(req), &resp, sizeof(resp), 1000);
+         qmi_client_release(client);
+         return rc != QMI_NO_ERR ? rc : (resp.resp.result != 0 ? -(int)resp.resp.error : 0);
+       },
+       -0x30},
   };
   for (const auto &status : modem_->Status()) {
     bool covered = false;

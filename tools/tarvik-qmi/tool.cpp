@@ -136,6 +136,12 @@ const Name kSensor[] = {
     {-3, "the request failed"},
 };
 
+const Name kBlacklist[] = {
+    {-1, "malformed request"}, {6, "not supported"},   {500, "invalid parameters"},
+    {501, "enabling failed"},  {502, "adding failed"}, {503, "disabling failed"},
+    {504, "removal failed"},   {505, "over limit"},
+};
+
 template <size_t N>
 const char *Find(const Name (&names)[N], long code) {
   for (const Name &n : names) {
@@ -176,6 +182,9 @@ std::string StatusName(Family family, long status) {
       name = Find(kUim, status);
       if (name == nullptr) name = Find(kClient, status);
       return name != nullptr ? name : "client error";
+    case Family::kBlacklist:
+      name = Find(kBlacklist, status);
+      return name != nullptr ? name : "blacklist error";
     case Family::kFeature:
     case Family::kNv:
     case Family::kFile:
@@ -196,7 +205,7 @@ std::string StatusName(Family family, long status) {
 
 std::string StatusText(Family family, long status) {
   char code[32];
-  if (status > 0) {
+  if (status > 0 && family != Family::kBlacklist) {
     snprintf(code, sizeof(code), "0x%lX", static_cast<unsigned long>(status));
   } else {
     snprintf(code, sizeof(code), "%ld", status);

@@ -41,16 +41,17 @@ using Args = std::vector<std::string>;
 
 // Families of status codes: the same number means different things by who returned it.
 enum class Family {
-  kChannel,  // vendor channel: 0, -1..-5
-  kFeature,  // modem features: -101..-109, 0x0FFFF00A/B/01, else the modem's result (QMI error)
-  kNv,       // NV items: the feature codes, else the modem's NV status
-  kFile,     // modem files: the feature codes, else the modem's file error (errno-like)
-  kClient,   // QMI client library: -1..-21 and the codec's -40..-51
-  kModem,    // the modem's QMI error codes (0x30 invalid argument, 0x5E not supported...)
-  kControl,  // simulated modem control: 0 done, 1 refused, 2 usage
-  kService,  // standard-service clients (NAS, SAR): -1 no client or no memory, else kClient
-  kSensor,   // sensor client: -1 invalid argument, -2 no client, -3 the request failed
-  kUim,      // UIM operations: the client codes, -1 no client/memory/record, -4 purge failed
+  kChannel,    // vendor channel: 0, -1..-5
+  kFeature,    // modem features: -101..-109, 0x0FFFF00A/B/01, else the modem's result (QMI error)
+  kNv,         // NV items: the feature codes, else the modem's NV status
+  kFile,       // modem files: the feature codes, else the modem's file error (errno-like)
+  kClient,     // QMI client library: -1..-21 and the codec's -40..-51
+  kModem,      // the modem's QMI error codes (0x30 invalid argument, 0x5E not supported...)
+  kControl,    // simulated modem control: 0 done, 1 refused, 2 usage
+  kService,    // standard-service clients (NAS, SAR): -1 no client or no memory, else kClient
+  kSensor,     // sensor client: -1 invalid argument, -2 no client, -3 the request failed
+  kUim,        // UIM operations: the client codes, -1 no client/memory/record, -4 purge failed
+  kBlacklist,  // five-tuple blacklist commands: 6, 500..505, -1 malformed request buffer
 };
 
 // "subscription invalid" for (kFeature, -104); "ok" for 0; a generic name for unknown codes.

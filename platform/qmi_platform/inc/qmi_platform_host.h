@@ -26,6 +26,10 @@ typedef struct {
  * count or an entry without a name. */
 int qmi_platform_host_set_devices(const qmi_platform_host_device *devices, size_t count);
 
+/* The data port a modem binds to: the index of the first device with mux id `mux_id` (and, when
+ * `epid` is not -1, endpoint type `ep_type` and endpoint id `epid`), or -1 when none has. */
+int qmi_platform_host_find_port(int ep_type, int epid, int mux_id);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -77,4 +77,16 @@ int qmi_platform_host_set_devices(const qmi_platform_host_device *devices, size_
   return 0;
 }
 
+int qmi_platform_host_find_port(int ep_type, int epid, int mux_id) {
+  std::lock_guard<std::mutex> lock(g_mu);
+  LoadDefaultLocked();
+  for (size_t i = 0; i < g_devices->size(); ++i) {
+    const Device &d = (*g_devices)[i];
+    if (d.mux_id == mux_id && (epid == -1 || (d.ep_type == ep_type && d.epid == epid))) {
+      return (int)i;
+    }
+  }
+  return -1;
+}
+
 }  // extern "C"

@@ -1,0 +1,78 @@
+// The simulated modem's data filter service (DFS, 0x30): per client its binding to a data port
+// (mux id, endpoint, IP family) and its indication registration; per data path (the data port
+// and IP family a client is bound to) the filter mode and the filter table with modem-issued
+// handles, which a client works on while bound there. A bound path keeps its table when its
+// clients go (a radio process or tool run that ends leaves its filters in place, as a modem
+// would); an unbound client's table is its own and goes with it; a modem restart forgets every
+// table.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "modemsim/modem.h"
+
+namespace modemsim {
+namespace dfs {
+
+// Filters one data path may hold unless SetCapacity says otherwise.
+constexpr size_t kDefaultCapacity = 512;
+
+struct FilterView {
+  uint32_t handle;
+  uint16_t filter_id;
+  bool ipv6;
+  std::string proto;  // "tcp", "udp" or "" (no port rules)
+  std::string src;    // addresses as text ("" when the filter has none)
+  std::string dst;
+  uint16_t sport;
+  uint16_t dport;
+};
+
+struct ClientView {
+  uint32_t client;
+  bool bound;
+  int32_t ip_pref;   // as bound (0: none given)
+  int64_t ep_type;   // -1: no endpoint given
+  int64_t iface_id;  // -1: no endpoint given
+  int mux_id;        // -1: unbound
+  bool report_mode;  // registered for the filter-mode indication
+  uint8_t mode;      // filter mode
+  std::vector<FilterView> filters;
+};
+
+// The clients of the modem's DFS service, by client id (empty without the service).
+std::vector<ClientView> Clients(Modem &modem);
+
+// The data paths some client was bound to (they outlive their clients).
+struct PathView {
+  int mux_id;
+  int32_t ip_pref;
+  uint8_t mode;
+  size_t filters;
+};
+std::vector<PathView> Paths(Modem &modem);
+
+// How many filters one data path holds at most.
+void SetCapacity(Modem &modem, size_t per_path);
+
+// Called with the response record of every answer after the handler filled it (its message id,
+// record and length), under the service's mutex: what tests and fuzz targets use to answer
+// what a modem might. An empty hook removes it.
+using AnswerHook = std::function<void(uint16_t msg_id, void *record, uint32_t len)>;
+void SetAnswerHook(Modem &modem, AnswerHook hook);
+
+// Filters held over every data path.
+size_t FilterCount(Modem &modem);
+
+// For `sim status`: one line per client and per data path (empty without any), and the same as
+// a JSON object {"clients":[...],"paths":[...]}.
+std::string StatusText(Modem &modem);
+std::string StatusJson(Modem &modem);
+
+}  // namespace dfs
+}  // namespace modemsim

@@ -1,0 +1,511 @@
+// Five-tuple blacklist commands, driven as a radio module would, against the simulated modem's
+// data filter service: what the caller gets back, what the modem received and what it holds.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <string.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "data_filter_service_v01.h"
+#include "dfs/dfs_service.h"
+#include "modemsim/modem.h"
+#include "qmi_platform_host.h"
+#include "syslog_capture.h"
+#include "tarvik_filter_control.h"
+
+namespace {
+
+namespace dfs = modemsim::dfs;
+using tarvik_test::SyslogContains;
+
+constexpr uint32_t kDfs = DFS_V01_SERVICE_ID;
+const std::string kLongDev(79, 'r');  // a data port whose name takes the whole name buffer
+
+using Tuple = std::vector<std::string>;
+const Tuple kV4Tcp = {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1000", "443"};
+
+// A request buffer: little-endian words, texts without terminator.
+class Buffer {
+ public:
+  Buffer &U32(uint32_t v) {
+    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    return *this;
+  }
+  Buffer &Text(const std::string &s) {
+    bytes.insert(bytes.end(), s.begin(), s.end());
+    return *this;
+  }
+  Buffer &Field(const std::string &s) { return U32((uint32_t)s.size()).Text(s); }
+  // mode, name, count and the fields of `tuple`.
+  static Buffer Command(uint32_t mode, const std::string &dev, const Tuple &tuple) {
+    Buffer b;
+    b.U32(mode).Field(dev).U32((uint32_t)tuple.size());
+    for (const auto &f : tuple) b.Field(f);
+    return b;
+  }
+  std::vector<uint8_t> bytes;
+};
+
+class DfsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const qmi_platform_host_device devices[] = {
+        {"rmnet_data0", 4, 1, 1},
+        {"rmnet_data1", 4, 1, 2},
+        {kLongDev.c_str(), 4, 1, 9},
+        {"rmnet_nomux", 4, 1, 0},
+    };
+    ASSERT_EQ(qmi_platform_host_set_devices(devices, 4), 0);
+    modem_ = modemsim::CreateStandardModem("");
+    modem_->ServeInProcess();
+  }
+
+  int Call(const char *dev, const Tuple &tuple, int mode, uint32_t *status, int count = -2) {
+    std::vector<std::string> copy = tuple;
+    std::vector<char *> ptrs;
+    for (auto &f : copy) ptrs.push_back(&f[0]);
+    return tarvik_set_fiveTuple_blacklist(dev, ptrs.empty() ? nullptr : ptrs.data(),
+                                          count == -2 ? (int)ptrs.size() : count, mode, status);
+  }
+  int Enter(const Tuple &tuple = kV4Tcp, const char *dev = "rmnet_data0") {
+    uint32_t status = 12345;
+    const int ret = Call(dev, tuple, 1, &status);
+    EXPECT_EQ((uint32_t)ret, status);
+    return ret;
+  }
+  int Exit(const char *dev = "rmnet_data0") {
+    uint32_t status = 12345;
+    const int ret = Call(dev, {}, 0, &status);
+    EXPECT_EQ((uint32_t)ret, status);
+    return ret;
+  }
+
+  // Message ids the DFS service received, oldest first.
+  std::vector<uint16_t> Received() const {
+    std::vector<uint16_t> ids;
+    for (const auto &r : modem_->ReceivedBy(kDfs)) ids.push_back(r.msg_id);
+    return ids;
+  }
+  size_t CountOf(uint16_t id) const {
+    size_t n = 0;
+    for (uint16_t m : Received()) n += m == id;
+    return n;
+  }
+  size_t Held() const { return dfs::FilterCount(*modem_); }
+  const modemsim::Received &Last(uint16_t id) const {
+    static modemsim::Received last;
+    for (const auto &r : modem_->ReceivedBy(kDfs)) {
+      if (r.msg_id == id) last = r;
+    }
+    return last;
+  }
+
+  std::unique_ptr<modemsim::Modem> modem_;
+};
+
+TEST_F(DfsTest, RequestBufferBoundsAndWhatPassesThrough) {
+  const std::string f63 = std::string(61, ' ') + "80";  // strtol skips the blanks
+  Tuple with63 = kV4Tcp;
+  with63[5] = f63;
+  struct Row {
+    const char *name;
+    std::vector<uint8_t> bytes;
+    int ret;
+    const char *line;  // expected log line
+    bool traffic;
+  };
+  auto cut = [](Buffer b, size_t n) {
+    b.bytes.resize(n);
+    return b.bytes;
+  };
+  const Row rows[] = {
+      {"11 bytes", std::vector<uint8_t>(11, 0), -1, "invalid param: reqData=", false},
+      {"L 80", Buffer().U32(0).U32(80).Text(std::string(80, 'r')).U32(0).bytes, -1,
+       "rmnet read failed: offset=8, reqDataLen=92", false},
+      {"L top bit", Buffer().U32(0).U32(0x80000004u).Text("abcd").U32(0).bytes, -1,
+       "rmnet read failed: offset=8", false},
+      {"L past the end", Buffer().U32(0).U32(5).Text("abcd").bytes, -1,
+       "rmnet read failed: offset=8, reqDataLen=12", false},
+      {"no count word", cut(Buffer::Command(0, "rmnet_data0", {}), 21), -1,
+       "ipCount read overflow: offset=19", false},
+      {"N 7", Buffer::Command(1, "rmnet_data0", Tuple(7, "x")).bytes, -1,
+       "ipCount=7 out of range [0,6]", false},
+      {"length word past the end", cut(Buffer::Command(1, "rmnet_data0", kV4Tcp), 25), -1,
+       "field[0] read failed: offset=23", false},
+      {"F 64", Buffer::Command(1, "rmnet_data0", {std::string(64, 'x')}).bytes, -1,
+       "field[0] read failed: offset=27", false},
+      {"F top bit", Buffer().U32(1).U32(0).U32(1).U32(0x80000001u).Text("x").bytes, -1,
+       "field[0] read failed: offset=16", false},
+      {"F past the end", cut(Buffer::Command(1, "rmnet_data0", {"IPV4"}), 30), -1,
+       "field[0] read failed: offset=27", false},
+      {"L 0 and N 0: null name and array", Buffer::Command(0, "", {}).bytes, 0,
+       "rmnet_dev=null, fieldCount=0, mode=0", false},
+      {"name begins with a zero byte", Buffer::Command(0, std::string("\0ab", 3), {}).bytes, 0,
+       "rmnet empty/null, releasing all clients directly", false},
+      {"L 79, F 63, trailing bytes", Buffer::Command(1, kLongDev, with63).U32(7).bytes, 0,
+       "filter added, total count=1", true},
+      {"N 6 of 5 fields", cut(Buffer::Command(1, "rmnet_data0", kV4Tcp), 50), -1,
+       "field[3] read failed: offset=50", false},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    modem_->ClearReceived(kDfs);
+    uint32_t status = 12345;
+    EXPECT_EQ(
+        tarvik_filter_control_handle_msg(row.bytes.data(), (uint32_t)row.bytes.size(), &status),
+        row.ret);
+    EXPECT_EQ(status, row.ret == -1 ? 500u : (uint32_t)row.ret);
+    EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
+    EXPECT_EQ(!Received().empty(), row.traffic);
+  }
+  // The long name reached the modem as its own data port; the 63-byte port text as 80.
+  ASSERT_EQ(Held(), 1u);
+  for (const auto &c : dfs::Clients(*modem_)) {
+    EXPECT_EQ(c.mux_id, 9);
+    for (const auto &f : c.filters) EXPECT_EQ(f.dport, 80);
+  }
+  EXPECT_EQ(tarvik_filter_control_handle_msg(nullptr, 40, nullptr), -1);
+  // A longer name equal in its first 79 characters is the same device: no new binding.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(kV4Tcp, (kLongDev + "-other").c_str()), 0);
+  EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
+}
+
+TEST_F(DfsTest, ModeChecksComeBeforeAnyRequest) {
+  struct Row {
+    const char *name;
+    const char *dev;
+    Tuple tuple;
+    int mode;
+    int count;  // -2: the tuple's size
+    int ret;
+    const char *line;
+  };
+  const Tuple empty_dst = {"IPV4", "TCP", "10.0.0.1", "", "1", "2"};
+  const Row rows[] = {
+      {"mode 1, 5 fields", "rmnet_data0", Tuple(kV4Tcp.begin(), kV4Tcp.end() - 1), 1, -2, 500,
+       "mode=1 invalid params: rmnet=rmnet_data0, ipFields="},
+      {"mode 1, no device", nullptr, kV4Tcp, 1, -2, 500, "mode=1 invalid params: rmnet=null"},
+      {"mode 1, an empty field", "rmnet_data0", empty_dst, 1, -2, 500,
+       "ipFields[3] is null or empty"},
+      {"mode 0, count 1",
+       "rmnet_data0",
+       {},
+       0,
+       1,
+       500,
+       "mode=0 invalid params: fieldCount=1 should be 0"},
+      {"mode 0, count -1",
+       nullptr,
+       {},
+       0,
+       -1,
+       0,
+       "rmnet empty/null, releasing all clients directly"},
+      {"mode 2", "rmnet_data0", kV4Tcp, 2, -2, 6, "mode=2 (delete specific filter) not supported"},
+      {"mode 3", "rmnet_data0", kV4Tcp, 3, -2, 500, "invalid mode=3"},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    uint32_t status = 12345;
+    EXPECT_EQ(Call(row.dev, row.tuple, row.mode, &status, row.count), row.ret);
+    EXPECT_EQ(status, (uint32_t)row.ret);
+    EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
+  }
+  EXPECT_TRUE(Received().empty());
+  EXPECT_TRUE(dfs::Clients(*modem_).empty());
+}
+
+TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
+  struct Row {
+    const char *name;
+    Tuple tuple;
+    int ret;
+    const char *line;  // for a rejection
+    bool client;       // a client of the tuple's family was opened
+  };
+  const Row rows[] = {
+      {"ipv6 lower case", {"ipv6", "udp", "2001:db8::1", "2001:db8::2", "53", "5353"}, 0, "", true},
+      {"IPv7",
+       {"IPv7", "TCP", "10.0.0.1", "10.0.0.2", "1", "2"},
+       500,
+       "unsupported ip_ver: IPv7",
+       true},
+      {"sport 0",
+       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "0", "2"},
+       500,
+       "invalid src port: 0",
+       true},
+      {"dport 65536",
+       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1", "65536"},
+       500,
+       "invalid dst port: 65536",
+       true},
+      {"sport 80x",
+       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "80x", "2"},
+       500,
+       "invalid src port: 80x",
+       true},
+      {"sport -1",
+       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "-1", "2"},
+       500,
+       "invalid src port: -1",
+       true},
+      {"IPv4 address as IPv6",
+       {"IPV6", "TCP", "10.0.0.1", "::1", "1", "2"},
+       500,
+       "invalid IPv6 src addr: 10.0.0.1",
+       true},
+      {"IPv4 dst garbage",
+       {"IPV4", "TCP", "10.0.0.1", "10.0.0", "1", "2"},
+       500,
+       "invalid IPv4 dst addr: 10.0.0",
+       true},
+      {"icmp after both ports",
+       {"IPV4", "icmp", "10.0.0.1", "10.0.0.2", "1", "65535"},
+       500,
+       "unsupported proto: icmp",
+       true},
+      {"ports 1, 65535 and ' 80'",
+       {"IPV4", "tcp", "10.0.0.1", "10.0.0.2", " 80", "65535"},
+       0,
+       "",
+       true},
+  };
+  size_t added = 0;
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    const size_t adds = CountOf(QMI_DFS_ADD_FILTERS_REQ_V01);
+    EXPECT_EQ(Enter(row.tuple), row.ret);
+    added += row.ret == 0;
+    EXPECT_EQ(CountOf(QMI_DFS_ADD_FILTERS_REQ_V01), adds + (row.ret == 0));
+    EXPECT_EQ(Held(), added);
+    if (row.ret != 0) {
+      EXPECT_TRUE(SyslogContains(row.line, 3)) << tarvik_test::SyslogDump();
+      EXPECT_TRUE(SyslogContains("Add_DFS_Filter rejected invalid five-tuple fields"));
+      EXPECT_FALSE(row.name == std::string("icmp after both ports") && SyslogContains("port:"));
+    }
+  }
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
+
+  // The last add as the modem received it: one filter, id 1, TCP on IPv4.
+  const auto &add = Last(QMI_DFS_ADD_FILTERS_REQ_V01).As<dfs_add_filters_req_msg_v01>();
+  EXPECT_EQ(add.filter_id_len, 1u);
+  EXPECT_EQ(add.filter_id[0], 1);
+  ASSERT_TRUE(add.ipv4_src_valid && add.ipv4_dst_valid && add.tcp_src_valid && add.tcp_dst_valid);
+  EXPECT_FALSE(add.ipv6_src_valid || add.udp_src_valid || add.udp_dst_valid);
+  EXPECT_EQ(add.ipv4_src[0].addr, inet_addr("10.0.0.1"));
+  EXPECT_EQ(add.ipv4_dst[0].subnet_mask, 0xFFFFFFFFu);
+  EXPECT_EQ(add.tcp_src[0].port, 80);
+  EXPECT_EQ(add.tcp_dst[0].port, 65535);
+  EXPECT_EQ(add.filter_option, 2u);
+
+  // Each family has its own client, bound as its preference says; the IPv6 filter is on it.
+  for (const auto &c : dfs::Clients(*modem_)) {
+    SCOPED_TRACE(c.client);
+    EXPECT_TRUE(c.bound);
+    EXPECT_EQ(c.mux_id, 1);
+    EXPECT_EQ(c.mode, 1);
+    ASSERT_EQ(c.filters.size(), 1u);
+    EXPECT_EQ(c.filters[0].ipv6, c.ip_pref == 6);
+    EXPECT_EQ(c.filters[0].proto, c.ip_pref == 6 ? "udp" : "tcp");
+    EXPECT_EQ(c.filters[0].src, c.ip_pref == 6 ? "2001:db8::1" : "10.0.0.1");
+  }
+  EXPECT_EQ(dfs::Clients(*modem_).size(), 2u);
+}
+
+TEST_F(DfsTest, LimitOf400ThenExitStartsAgain) {
+  for (int i = 0; i < 400; ++i) ASSERT_EQ(Enter(), 0) << i;
+  EXPECT_EQ(Held(), 400u);
+  const size_t before = Received().size();
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(Enter(), 505);
+  EXPECT_TRUE(SyslogContains("filter count 400 >= limit 400, returning OVER_LIMIT"));
+  EXPECT_EQ(Received().size(), before);
+
+  EXPECT_EQ(Exit(), 0);
+  EXPECT_EQ(Held(), 0u);
+  EXPECT_TRUE(dfs::Clients(*modem_).empty());  // released after the removal
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("filter added, total count=1"));
+  EXPECT_EQ(Held(), 1u);
+}
+
+TEST_F(DfsTest, DeviceChangeReleasesBothClientsAndResetsTheCount) {
+  ASSERT_EQ(Enter(), 0);
+  ASSERT_EQ(Enter({"IPV6", "TCP", "::1", "::2", "1", "2"}), 0);
+  ASSERT_EQ(dfs::Clients(*modem_).size(), 2u);
+  modem_->ClearReceived(kDfs);
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(Enter(kV4Tcp, "rmnet_data1"), 0);
+  EXPECT_TRUE(SyslogContains("rmnet changed [rmnet_data0]->[rmnet_data1], resetting"));
+  EXPECT_TRUE(SyslogContains("filter added, total count=1"));
+  // Enabled again on the new device: both families opened there, then one add.
+  const auto clients = dfs::Clients(*modem_);
+  ASSERT_EQ(clients.size(), 2u);
+  size_t on_new = 0;
+  for (const auto &c : clients) {
+    EXPECT_EQ(c.mux_id, 2);
+    on_new += c.filters.size();
+  }
+  EXPECT_EQ(on_new, 1u);
+  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
+  EXPECT_EQ(CountOf(QMI_DFS_BIND_CLIENT_REQ_V01), 2u);
+  EXPECT_EQ(Held(), 3u);  // a release sends nothing: the old device keeps its two
+}
+
+TEST_F(DfsTest, ModemRestartRecoversOnTheNextEnter) {
+  ASSERT_EQ(Enter(), 0);
+  ASSERT_EQ(modem_->Restart(kDfs), 0);
+  for (int i = 0; i < 200 && !SyslogContains("DFS QMI error_cb: error=-2"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ASSERT_TRUE(SyslogContains("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
+  modem_->ClearReceived(kDfs);
+  // Enabling is skipped (the flag is still set); the add's set-up releases and reopens.
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("SSR detected, recovering DFS clients"));
+  EXPECT_EQ(Received(),
+            (std::vector<uint16_t>{QMI_DFS_BIND_CLIENT_REQ_V01, QMI_DFS_INDICATION_REGISTER_REQ_V01,
+                                   QMI_DFS_ADD_FILTERS_REQ_V01}));
+  EXPECT_EQ(Held(), 1u);
+  // Not enabled any more: the next enter enables the mode again.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
+}
+
+TEST_F(DfsTest, EnterFailuresKeepTheCount) {
+  struct Row {
+    const char *name;
+    const char *dev;
+    int fail_msg;  // answered with a modem error, -1: none
+    size_t capacity;
+    int ret;
+    const char *line;
+  };
+  const Row rows[] = {
+      {"bind refused", "rmnet_data0", QMI_DFS_BIND_CLIENT_REQ_V01, 512, 501, "dfs bind failed"},
+      {"unknown device", "rmnet_none", -1, 512, 501, "dev translation error"},
+      {"enable refused", "rmnet_data0", QMI_DFS_SET_FILTER_MODE_REQ_V01, 512, 501,
+       "set DFS mode failed: ipv4=-2 ipv6=-2"},
+      {"table full", "rmnet_data0", -1, 0, 502, "Add_DFS_Filter failed: rc=0, err=68"},
+      {"no mux id: unbound client", "rmnet_nomux", -1, 512, 0, "mux_id invalid"},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    dfs::SetCapacity(*modem_, row.capacity);
+    if (row.fail_msg >= 0) {
+      modemsim::Fault fault;
+      fault.kind = modemsim::Fault::kResult;
+      fault.error = modemsim::kQmiErrInternal;
+      modem_->SetFault(kDfs, row.fail_msg, fault);
+    }
+    EXPECT_EQ(Enter(kV4Tcp, row.dev), row.ret);
+    EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
+    EXPECT_FALSE(SyslogContains("filter added") && row.ret != 0);
+    modem_->ClearFaults(kDfs);
+    EXPECT_EQ(Exit(""), 0);
+  }
+}
+
+TEST_F(DfsTest, AddAnswersWithoutHandlesOrWithRuleErrors) {
+  struct Row {
+    const char *name;
+    std::function<void(dfs_add_filters_resp_msg_v01 *)> answer;
+    int ret;
+    const char *line;
+    uint16_t last;  // the last request: the diagnostic read-back after a failed add
+  };
+  const Row rows[] = {
+      {"no handle list", [](dfs_add_filters_resp_msg_v01 *r) { r->filter_handles_valid = 0; }, 0,
+       "Add_DFS_Filter success but no handles returned", QMI_DFS_ADD_FILTERS_REQ_V01},
+      {"a rule error",
+       [](dfs_add_filters_resp_msg_v01 *r) {
+         *r = {};
+         r->resp = {QMI_RESULT_FAILURE_V01, QMI_ERR_INVALID_ARG_V01};
+         r->rule_errors_valid = 1;
+         r->rule_errors_len = 1;
+         r->rule_errors[0] = {1, DFS_RULE_ERR_TCP_DST_V01};
+       },
+       502, "filter rule error mask: 1024", QMI_DFS_GET_FILTER_MODE_REQ_V01},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    tarvik_test::ClearSyslog();
+    dfs::SetAnswerHook(*modem_, [&row](uint16_t msg_id, void *record, uint32_t) {
+      if (msg_id == QMI_DFS_ADD_FILTERS_REQ_V01) {
+        row.answer(static_cast<dfs_add_filters_resp_msg_v01 *>(record));
+      }
+    });
+    EXPECT_EQ(Enter(), row.ret);
+    EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
+    EXPECT_EQ(Received().back(), row.last);
+  }
+  dfs::SetAnswerHook(*modem_, nullptr);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));  // the failed add did not count
+}
+
+TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
+  struct Row {
+    const char *name;
+    bool fail_remove;
+    uint32_t ret;
+  };
+  const Row rows[] = {{"only the mode step fails", false, 503}, {"removal fails too", true, 504}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_EQ(Enter(), 0);
+    ASSERT_EQ(Held(), 1u);
+    modemsim::Fault fault;
+    fault.kind = modemsim::Fault::kResult;
+    fault.error = modemsim::kQmiErrInternal;
+    modem_->SetFault(kDfs, QMI_DFS_SET_FILTER_MODE_REQ_V01, fault);
+    if (row.fail_remove) modem_->SetFault(kDfs, QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, fault);
+    modem_->ClearReceived(kDfs);
+    tarvik_test::ClearSyslog();
+    EXPECT_EQ((uint32_t)Exit(), row.ret);
+    EXPECT_EQ(CountOf(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01), 6u);
+    EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 6u);
+    EXPECT_TRUE(SyslogContains("retry_del_close: attempt 3/3 fail"));
+    EXPECT_EQ(Held(), row.fail_remove ? 1u : 0u);
+    EXPECT_TRUE(dfs::Clients(*modem_).empty());  // released whatever the result
+    modem_->ClearFaults(kDfs);
+  }
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(Exit(), 0);
+  EXPECT_TRUE(SyslogContains("retry_del_close: all success on attempt 1/3"));
+  EXPECT_EQ(Received().back(), QMI_DFS_SET_FILTER_MODE_REQ_V01);
+}
+
+TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatch) {
+  ASSERT_EQ(Enter(), 0);
+  tarvik_test::ClearSyslog();
+  const dfs_filter_mode_ind_msg_v01 off = {0};
+  ASSERT_GT(modem_->PushIndication(kDfs, QMI_DFS_FILTER_MODE_IND_V01, &off, sizeof(off)), 0);
+  for (int i = 0; i < 200 && !SyslogContains("DFS mode mismatch"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(SyslogContains("DFS mode IND: modem_mode=0 (disabled), local_enabled=1"));
+  EXPECT_TRUE(SyslogContains("DFS mode mismatch: modem=0 local=1", 3));
+  // The local flag is unchanged: the next enter does not enable again.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
+}
+
+}  // namespace
