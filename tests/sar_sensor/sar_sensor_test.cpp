@@ -202,9 +202,9 @@ TEST(SarSensorTool, CommandsReachTheModemAndNameTheirFailures) {
     nlohmann::json fields;
   };
   const Row rows[] = {
-      {"sar set 21", 0, {{"dsi", 21}}},
+      {"sar set 21", 0, {{"dsi", 21}, {"sent", 0}}},
       {"sar get", 0, {{"dsi", 0}}},
-      {"sar set 20", 0, {{"dsi", 20}}},
+      {"sar set 20", 0, {{"dsi", 20}, {"sent", 20}}},
       {"sar get", 0, {{"dsi", 20}}},
       {"sar set x", 2, {{"status", nullptr}}},
       {"sensor send 0a0b --flag", 0, {{"bytes", 2}, {"flag", true}}},

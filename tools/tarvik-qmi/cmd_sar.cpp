@@ -19,6 +19,7 @@ int Set(Report &report, const Args &args) {
     return report.Refuse("DSI '" + args[0] + "' is not a number");
   }
   report.Add(Num("dsi", static_cast<long long>(dsi)));
+  report.Add(Num("sent", dsi >= 1 && dsi <= 20 ? static_cast<long long>(dsi) : 0));
   if (const int ready = Connect(report)) return ready;
   const int status = tarvik_set_sar_dsi(static_cast<uint32_t>(dsi));
   return status != 0 ? report.Failed(Family::kService, status) : report.Ok();
