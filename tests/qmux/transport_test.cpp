@@ -1,0 +1,88 @@
+// The library's clients over the qmux transport, against the simulated modem serving QMUX on a
+// pseudo-terminal: what the modem receives, what the caller gets, and what a device that goes
+// away or a service that cannot be named over QMUX does to them.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "modemsim/modem.h"
+#include "modemsim/qmux_server.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "sar_v01.h"
+#include "sns_client_v01.h"
+#include "tarvik_extend_cmn.h"
+#include "test_env.h"
+
+namespace {
+
+constexpr uint32_t kSar = SAR_QMI_SERVICE_ID_V01;
+
+class OverQmux : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    modem_ = modemsim::CreateStandardModem("");
+    server_ = std::make_unique<modemsim::QmuxServer>(*modem_);
+    std::string error;
+    ASSERT_TRUE(server_->Start(link_, &error)) << error;
+    ASSERT_EQ(qmi_client_host_select_transport(("qmux:" + link_).c_str()), QMI_NO_ERR);
+  }
+  void TearDown() override { qmi_client_host_select_transport("inproc"); }
+
+  const std::string link_ = tarvik_test::ScratchDir() + "/qmux";
+  std::unique_ptr<modemsim::Modem> modem_;
+  std::unique_ptr<modemsim::QmuxServer> server_;
+};
+
+TEST_F(OverQmux, SarSetAndGetReachTheModem) {
+  const uint32_t rows[] = {7, 0, 20, 1};
+  for (uint32_t dsi : rows) {
+    SCOPED_TRACE(dsi);
+    modem_->ClearReceived(kSar);
+    EXPECT_EQ(tarvik_set_sar_dsi(dsi), 0);
+    const auto received = modem_->ReceivedBy(kSar);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].msg_id, QMI_SAR_RF_SET_STATE_REQ_MSG_V01);
+    EXPECT_EQ(received[0].As<sar_rf_set_state_req_msg_v01>().sar_rf_state, dsi);
+    EXPECT_EQ(tarvik_get_sar_dsi(), static_cast<int>(dsi));
+  }
+  EXPECT_EQ(modem_->Clients(kSar).size(), 1u);  // one device client id, kept
+  tarvik_release_qmi_client_rf_sar();
+  EXPECT_TRUE(modem_->Clients(kSar).empty());  // released through the control service
+}
+
+TEST_F(OverQmux, OnlyServicesWithEightBitIdsAreListed) {
+  struct Row {
+    const char *name;
+    qmi_idl_service_object_type object;
+    unsigned int services;
+  };
+  const Row rows[] = {{"RF SAR", sar_get_service_object_v01(), 1},
+                      {"sensor client", SNS_CLIENT_SVC_get_service_object_v01(), 0}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    qmi_service_info info[2];
+    unsigned int entries = 2, services = 99;
+    qmi_client_get_service_list(row.object, info, &entries, &services);
+    EXPECT_EQ(services, row.services);
+  }
+}
+
+TEST_F(OverQmux, ADeviceThatGoesAwayIsAServiceLossUntilItIsBack) {
+  ASSERT_EQ(tarvik_set_sar_dsi(4), 0);
+  server_->Stop();  // the device hangs up
+  EXPECT_EQ(tarvik_get_sar_dsi(), -1);
+  ASSERT_TRUE(server_->Start(link_));
+  modem_->ClearReceived(kSar);
+  // The transport opens the device again and the client starts over on a new client id.
+  int got = -1;
+  for (int i = 0; i < 50 && got != 4; ++i) {
+    got = tarvik_get_sar_dsi();
+    if (got != 4) usleep(100 * 1000);
+  }
+  EXPECT_EQ(got, 4);
+  EXPECT_FALSE(modem_->ReceivedBy(kSar).empty());
+}
+
+}  // namespace
