@@ -52,6 +52,32 @@ TEST_F(OverQmux, SarSetAndGetReachTheModem) {
   EXPECT_TRUE(modem_->Clients(kSar).empty());  // released through the control service
 }
 
+// The tool, pointed at the device as at a real modem.
+TEST_F(OverQmux, ToolCommandsReachTheModem) {
+  struct Row {
+    const char *args;
+    const char *printed;
+    uint32_t service;  // 0: none reached
+  };
+  // One process reads the device at a time, as with a real one: this one lets go of it.
+  ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
+  const std::string modem = "--json --modem qmux:" + link_ + " --instance 0 ";
+  const Row rows[] = {
+      {"sar set 6", R"("status":0)", kSar},          {"sar get", R"("dsi":6)", kSar},
+      {"uim power 0 down", R"("status":0)", 0x0B},   {"nas endc 0", R"("status":0)", 0x03},
+      {"sim status", R"("status_name":"usage")", 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    if (row.service != 0) modem_->ClearReceived(row.service);
+    const tarvik_test::ToolRun run = tarvik_test::RunTool(modem + row.args);
+    EXPECT_NE(run.out.find(row.printed), std::string::npos) << run.out << run.err;
+    if (row.service != 0) {
+      EXPECT_FALSE(modem_->ReceivedBy(row.service).empty());
+    }
+  }
+}
+
 TEST_F(OverQmux, OnlyServicesWithEightBitIdsAreListed) {
   struct Row {
     const char *name;
