@@ -226,8 +226,18 @@ void QmuxServer::HandleControl(const qmux::Frame &request) {
       qmux::AppendTlv(&tlvs, 0x01, v, 2);
       break;
     }
-    case qmux::kCtlSync:
+    case qmux::kCtlSync: {
+      // A control point starting afresh: every client id handed out on the device is released.
+      std::vector<uint32_t> gone;
+      {
+        std::lock_guard<std::mutex> lock(mu_);
+        for (const auto &c : clients_) gone.push_back(c.second);
+        clients_.clear();
+        by_modem_client_.clear();
+      }
+      for (uint32_t c : gone) modem_.Close(c);
       break;
+    }
     default:
       error = 0x005E;  // not supported
       break;

@@ -1,5 +1,5 @@
-// The simulated modem's QMUX device: where it may put its link, and what a control point sees of
-// a service that restarts.
+// The simulated modem's QMUX device: where it may put its link, what a control point sees of a
+// service that restarts, and what a sync does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -136,6 +136,10 @@ TEST(QmuxServerTest, ARestartingServiceAnswersNothingUntilItIsBack) {
   cp.Send(kSar, got[0][2], 3, QMI_SAR_RF_GET_STATE_REQ_MSG_V01, {});
   EXPECT_EQ(cp.Receive(500).size(), 1u);
   EXPECT_EQ(modem->ReceivedBy(SAR_QMI_SERVICE_ID_V01).size(), 2u);
+  // A sync releases every client id of the device.
+  cp.Send(qmux::kControlService, 0, 4, qmux::kCtlSync, {});
+  EXPECT_EQ(cp.Receive(300).size(), 1u);
+  EXPECT_TRUE(modem->Clients(SAR_QMI_SERVICE_ID_V01).empty());
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
 // Serves a modem as a QMI character device would: QMUX frames on a pseudo-terminal in raw mode,
 // reached through a symbolic link to its slave side. The control service (0x00) allocates and
-// releases client ids, reports versions and syncs; every hosted service whose id fits in 8 bits
-// is reached through the modem's qmi_host::Server interface. While a service is down its
-// requests go unanswered, as on a real modem. Used by tarvik-modemd --qmux and its tests.
+// releases client ids, reports versions and syncs (releasing every client id); every hosted service
+// whose id fits in 8 bits is reached through the modem's qmi_host::Server interface. While a
+// service is down its requests go unanswered, as on a real modem. Used by tarvik-modemd --qmux and
+// its tests.
 #pragma once
 
 #include <stdint.h>

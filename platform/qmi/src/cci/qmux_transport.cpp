@@ -176,7 +176,12 @@ class QmuxTransport final : public Transport {
   void AskVersions() {
     qmux::Frame f;
     f.service = qmux::kControlService;
-    f.txn = 0;  // kept apart from the transactions of Control()
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      if (++ctl_txn_ == 0) ctl_txn_ = 1;
+      version_txn_ = ctl_txn_;
+      f.txn = ctl_txn_;
+    }
     f.msg_id = qmux::kCtlGetVersionInfo;
     Write(f);
   }
@@ -255,7 +260,12 @@ class QmuxTransport final : public Transport {
 
   void OnControl(const qmux::Frame &f) {
     if (f.kind != qmux::Kind::kResponse) return;
-    if (f.txn == 0 && f.msg_id == qmux::kCtlGetVersionInfo) {
+    bool versions;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      versions = f.msg_id == qmux::kCtlGetVersionInfo && f.txn == version_txn_;
+    }
+    if (versions) {
       const uint8_t *v = nullptr;
       uint16_t n = 0;
       std::vector<uint8_t> services;
@@ -311,6 +321,7 @@ class QmuxTransport final : public Transport {
   bool first_attempt_done_ = false;
   uint64_t generation_ = 0;
   uint8_t ctl_txn_ = 0;
+  uint8_t version_txn_ = 0;  // the version list asked for last (answered by the reader itself)
   std::map<uint8_t, std::vector<uint8_t>> ctl_replies_;  // control txn -> TLVs
   std::set<uint32_t> open_;
 };
