@@ -121,6 +121,9 @@ TEST_F(OverQmux, ToolCommandsReachTheModem) {
     EXPECT_NE(run.out.find(row.printed), std::string::npos) << run.out << run.err;
     if (row.service != 0) {
       EXPECT_FALSE(modem_->ReceivedBy(row.service).empty());
+      // The tool's process released its client ids as it exited (the device reads them soon).
+      for (int i = 0; i < 100 && !modem_->Clients(row.service).empty(); ++i) usleep(10 * 1000);
+      EXPECT_TRUE(modem_->Clients(row.service).empty());
     }
   }
 }

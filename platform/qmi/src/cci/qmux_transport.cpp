@@ -1,12 +1,16 @@
 // The "qmux:PATH" transport: a QMI character device (or a pseudo-terminal serving QMUX). Client
 // ids come from the device's control service; the services up are the ones its version list
 // names (ids above 0xFF cannot be named, so they are never up). A device that fails or hangs up
-// takes every service down; the device is then opened again until it is back.
+// takes every service down; the device is then opened again until it is back. A device cannot
+// tell that its user went away, so the client ids still open are released when the process
+// exits.
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <stdlib.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -33,6 +37,20 @@ uint32_t ClientHandle(uint8_t service, uint8_t id) {
   return (uint32_t{service} << 8) | id;
 }
 
+class QmuxTransport;
+
+// The transports alive in this process, for the release at exit (never destroyed: exit handlers
+// may run after static destructors).
+struct Live {
+  std::mutex mu;
+  std::set<QmuxTransport *> transports;
+};
+Live &LiveTransports() {
+  static Live *live = new Live();
+  return *live;
+}
+void ReleaseAtExit();
+
 class QmuxTransport final : public Transport {
  public:
   QmuxTransport(qmi_host::ClientSink *sink, std::string path)
@@ -41,6 +59,12 @@ class QmuxTransport final : public Transport {
   // Starts the reader and waits until the device listed its services (or could not be used).
   bool Start() {
     if (pipe2(wake_, O_CLOEXEC) != 0) return false;
+    static std::once_flag at_exit;
+    std::call_once(at_exit, [] { atexit(ReleaseAtExit); });
+    {
+      std::lock_guard<std::mutex> lock(LiveTransports().mu);
+      LiveTransports().transports.insert(this);
+    }
     reader_ = std::thread([this] { ReaderLoop(); });
     std::unique_lock<std::mutex> lock(mu_);
     cv_.wait_for(lock, kReplyWait, [&] { return first_attempt_done_; });
@@ -103,9 +127,37 @@ class QmuxTransport final : public Transport {
   }
 
   ~QmuxTransport() override {
+    {
+      std::lock_guard<std::mutex> lock(LiveTransports().mu);
+      LiveTransports().transports.erase(this);
+    }
     Shutdown();
     for (int fd : wake_) {
       if (fd >= 0) close(fd);
+    }
+  }
+
+  // Sends a release for every client id still open, without waiting for the answers.
+  void ReleaseWithoutWaiting() {
+    std::set<uint32_t> open;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      open.swap(open_);
+    }
+    for (uint32_t client : open) {
+      const uint8_t info[] = {0x01, 0x02, 0x00, static_cast<uint8_t>(client >> 8),
+                              static_cast<uint8_t>(client & 0xFF)};
+      qmux::Frame f;
+      f.service = qmux::kControlService;
+      {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (++ctl_txn_ == 0) ctl_txn_ = 1;
+        f.txn = ctl_txn_;
+      }
+      f.msg_id = qmux::kCtlReleaseClientId;
+      f.tlv = info;
+      f.tlv_len = sizeof(info);
+      Write(f);
     }
   }
 
@@ -325,6 +377,11 @@ class QmuxTransport final : public Transport {
   std::map<uint8_t, std::vector<uint8_t>> ctl_replies_;  // control txn -> TLVs
   std::set<uint32_t> open_;
 };
+
+void ReleaseAtExit() {
+  std::lock_guard<std::mutex> lock(LiveTransports().mu);
+  for (QmuxTransport *t : LiveTransports().transports) t->ReleaseWithoutWaiting();
+}
 
 }  // namespace
 
