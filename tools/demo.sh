@@ -137,3 +137,26 @@ step "${modem[@]}" sim status
 kill "$daemon"
 wait "$daemon"
 trap - EXIT
+
+echo "== QMUX: the simulated modem as a QMI device, driven by the tool and by qmicli"
+socket3=$demo/modemd3.sock
+qmi=$demo/qmi0
+rm -f "$socket3" "$qmi"
+"$bin/tarvik-modemd" --socket "$socket3" --qmux "$qmi" &
+daemon=$!
+trap 'kill "$daemon" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do
+  [ -L "$qmi" ] && "$bin/tarvik-qmi" --modem "unix:$socket3" sim status >/dev/null 2>&1 && break
+  sleep 0.05
+done
+step --modem "qmux:$qmi" sar set 7
+step --modem "qmux:$qmi" --json sar get
+step --modem "qmux:$qmi" --instance 0 nas show
+if command -v qmicli >/dev/null; then
+  qmicli -d "$qmi" --device-open-qmi --sar-rf-get-state 2>/dev/null
+  qmicli -d "$qmi" --device-open-qmi --uim-sim-power-off=1 2>/dev/null
+fi
+step --modem "unix:$socket3" sim status
+kill "$daemon"
+wait "$daemon"
+trap - EXIT

@@ -183,9 +183,10 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStale) {
       {"regular file", "--socket " + dir + "/victim.txt", 1, "exists and is not a socket"},
       {"directory", "--socket " + dir + "/a_dir", 1, "exists and is not a socket"},
       {"live socket", "--socket " + socket_, 1, "another daemon is serving on"},
-      {"help", "--help", 0, "usage: tarvik-modemd --socket PATH"},
+      {"qmux on a file", "--qmux " + dir + "/victim.txt", 1, "is not a link to a pseudo-terminal"},
+      {"help", "--help", 0, "usage: tarvik-modemd [--socket PATH] [--qmux PATH]"},
       {"unknown option", "--sock " + socket_, 2, "unknown option --sock"},
-      {"no socket", "--state " + dir, 2, "--socket PATH is required"},
+      {"no socket", "--state " + dir, 2, "--socket or --qmux is required"},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);

@@ -39,6 +39,9 @@ int Run(Report &report, const Args &args) {
     }
   } else {
     if (const int ready = Connect(report)) return ready;
+    if (EmbeddedModem() == nullptr) {
+      return report.Refuse("sim commands reach a simulated modem: --modem unix:PATH", kExitUsage);
+    }
     status = modemsim::RunControlCommand(*EmbeddedModem(), words, &out);
     if (status == 2 && !json) out += std::string("usage: ") + modemsim::ControlUsage() + "\n";
   }

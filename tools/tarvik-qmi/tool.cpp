@@ -396,7 +396,8 @@ int g_status = 0;
 std::string ModemTarget(const Options &options) {
   if (!options.modem.empty()) return options.modem;
   const char *env = getenv("TARVIK_QMI_TRANSPORT");
-  return env != nullptr && strncmp(env, "unix:", 5) == 0 ? env : "";
+  return env != nullptr && (strncmp(env, "unix:", 5) == 0 || strncmp(env, "qmux:", 5) == 0) ? env
+                                                                                            : "";
 }
 }  // namespace
 
@@ -422,8 +423,13 @@ int Connect(Report &report) {
         g_failure = "cannot start the embedded modem";
         g_status = kExitFailed;
       }
+    } else if (choice.compare(0, 5, "qmux:") == 0 && choice.size() > 5) {
+      if (qmi_client_host_select_transport(choice.c_str()) != QMI_NO_ERR) {
+        g_failure = "cannot use the QMUX device " + choice.substr(5);
+        g_status = kExitFailed;
+      }
     } else if (DaemonSocket(report.options()).empty()) {
-      g_failure = "--modem takes unix:PATH, not '" + choice + "'";
+      g_failure = "--modem takes unix:PATH or qmux:PATH, not '" + choice + "'";
       g_status = kExitUsage;
     } else if (qmi_client_host_select_transport(choice.c_str()) != QMI_NO_ERR) {
       g_failure = "cannot reach tarvik-modemd at " + DaemonSocket(report.options());

@@ -32,7 +32,7 @@ constexpr int kExitError = 3;   // efs exists/cmp: no answer (transport, argumen
 
 struct Options {
   bool json = false;      // --json: one JSON object on stdout, on success and on failure
-  std::string modem;      // --modem: "" (embedded simulated modem) or unix:PATH
+  std::string modem;      // --modem: "" (embedded simulated modem), unix:PATH or qmux:PATH
   std::string state_dir;  // --state: where the embedded modem keeps its non-volatile data
   long instance = -1;     // --instance: the radio process instance id set first; -1: not set
 };

@@ -4,13 +4,16 @@
  * to. Library code never includes this header.
  *
  * Transport choice, made by the host program only:
- *   - explicitly with qmi_client_host_select_transport("inproc" | "unix:PATH"), or
+ *   - explicitly with qmi_client_host_select_transport("inproc" | "unix:PATH" | "qmux:PATH"), or
  *   - on the first client call, from the environment variable TARVIK_QMI_TRANSPORT (same
  *     syntax); unset means "inproc".
  * "inproc" reaches the server registered with qmi_host::RegisterInprocServer (a simulated modem
  * in the same process); while none is registered no service is up. "unix:PATH" reaches
  * tarvik-modemd over a SOCK_SEQPACKET socket; when the daemon goes away every service goes down
- * and the transport reconnects in the background.
+ * and the transport reconnects in the background. "qmux:PATH" opens a QMI character device
+ * (/dev/cdc-wdm0) or tarvik-modemd's --qmux link: client ids come from the device's control
+ * service, the services up are those its version list names (ids above 0xFF never are), and a
+ * read error or hang-up takes every service down until the device can be opened again.
  */
 #ifndef TARVIK_PLATFORM_QMI_CLIENT_HOST_H
 #define TARVIK_PLATFORM_QMI_CLIENT_HOST_H
@@ -31,8 +34,8 @@ extern "C" {
 /*
  * Selects the transport. Clients of the previous transport see their services go down (error
  * callbacks, QMI_SERVICE_ERR). Returns QMI_NO_ERR; QMI_CLIENT_PARAM_ERR for a transport that is
- * neither "inproc" nor "unix:PATH"; QMI_CLIENT_TRANSPORT_ERR when the socket cannot be reached
- * (the transport then keeps trying to connect in the background).
+ * none of "inproc", "unix:PATH", "qmux:PATH"; QMI_CLIENT_TRANSPORT_ERR when the socket or
+ * device cannot be reached (the transport then keeps trying in the background).
  */
 qmi_client_error_type qmi_client_host_select_transport(const char *choice);
 

@@ -82,4 +82,9 @@ std::unique_ptr<Transport> MakeInprocTransport(qmi_host::ClientSink *sink);
 std::unique_ptr<Transport> MakeSocketTransport(qmi_host::ClientSink *sink, const std::string &path,
                                                int *error);
 
+// A QMUX device ("qmux:PATH"): *error as for the socket transport (the device could not be
+// opened, or did not list its services in time).
+std::unique_ptr<Transport> MakeQmuxTransport(qmi_host::ClientSink *sink, const std::string &path,
+                                             int *error);
+
 }  // namespace qmi_cci

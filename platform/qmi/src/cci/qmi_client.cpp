@@ -481,7 +481,8 @@ class Core final : public qmi_host::ClientSink {
  private:
   int SelectLocked(const std::string &choice) {
     const bool inproc = choice == "inproc";
-    if (!inproc && (choice.compare(0, 5, "unix:") != 0 || choice.size() <= 5)) {
+    const bool qmux = choice.compare(0, 5, "qmux:") == 0;
+    if (!inproc && ((!qmux && choice.compare(0, 5, "unix:") != 0) || choice.size() <= 5)) {
       return QMI_CLIENT_PARAM_ERR;
     }
     if (transport_ != nullptr) transport_->Shutdown();
@@ -497,6 +498,7 @@ class Core final : public qmi_host::ClientSink {
     int rc = QMI_NO_ERR;
     std::unique_ptr<qmi_cci::Transport> next =
         inproc ? qmi_cci::MakeInprocTransport(this)
+        : qmux ? qmi_cci::MakeQmuxTransport(this, choice.substr(5), &rc)
                : qmi_cci::MakeSocketTransport(this, choice.substr(5), &rc);
     {
       std::lock_guard<std::mutex> lock(mu_);  // Init compares against it under mu_

@@ -1,0 +1,55 @@
+// QMUX frames as they arrive from a QMI device or from a control point: the first byte sets the
+// size of the pieces the rest is delivered in. Every frame found must build back to the bytes
+// it came from, and its TLV walk must stay inside the frame.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <vector>
+
+#include "qmux_frame.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  if (size == 0) return 0;
+  const size_t piece = 1 + data[0] % 32;
+  const uint8_t *stream = data + 1;
+  const size_t len = size - 1;
+
+  // Whole-buffer parsing, frame after frame, as from a device that hands over one read.
+  size_t at = 0;
+  uint64_t frames = 0;
+  while (at < len) {
+    qmux::Frame f;
+    size_t used = 0;
+    const qmux::ParseResult r = qmux::ParseFrame(stream + at, len - at, &f, &used);
+    if (r == qmux::ParseResult::kNeedMore) break;
+    if (used == 0 || used > len - at) abort();
+    if (r == qmux::ParseResult::kFrame) {
+      ++frames;
+      std::vector<uint8_t> rebuilt;
+      if (!qmux::AppendFrame(f, &rebuilt)) abort();
+      if (rebuilt.size() != used || memcmp(rebuilt.data(), stream + at, used) != 0) abort();
+      const uint8_t *v = nullptr;
+      uint16_t n = 0;
+      for (unsigned type = 0; type < 0x100; type += 0x11) {
+        if (qmux::FindTlv(f.tlv, f.tlv_len, static_cast<uint8_t>(type), &v, &n) &&
+            (v < f.tlv || v + n > f.tlv + f.tlv_len)) {
+          abort();
+        }
+      }
+    }
+    at += used;
+  }
+
+  // The same bytes in pieces, as from a pseudo-terminal: the same frames come out.
+  qmux::FrameReader reader;
+  uint64_t pieced = 0;
+  for (size_t off = 0; off < len; off += piece) {
+    reader.Append(stream + off, piece < len - off ? piece : len - off);
+    qmux::Frame f;
+    while (reader.Next(&f)) ++pieced;
+  }
+  if (pieced != frames) abort();
+  return 0;
+}

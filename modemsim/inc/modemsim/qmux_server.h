@@ -1,0 +1,67 @@
+// Serves a modem as a QMI character device would: QMUX frames on a pseudo-terminal in raw mode,
+// reached through a symbolic link to its slave side. The control service (0x00) allocates and
+// releases client ids, reports versions and syncs (releasing every client id); every hosted service
+// whose id fits in 8 bits is reached through the modem's qmi_host::Server interface. While a
+// service is down its requests go unanswered, as on a real modem. Used by tarvik-modemd --qmux and
+// its tests.
+#pragma once
+
+#include <stdint.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "modemsim/modem.h"
+#include "qmux_frame.h"
+
+namespace modemsim {
+
+class QmuxServer final : public qmi_host::ClientSink {
+ public:
+  explicit QmuxServer(Modem &modem);
+  ~QmuxServer() override;  // Stop()
+  QmuxServer(const QmuxServer &) = delete;
+  QmuxServer &operator=(const QmuxServer &) = delete;
+
+  // Opens the pseudo-terminal and links `path` to its slave side. Nothing may be at `path` but
+  // a symbolic link into /dev/pts/ (left by an earlier server; replaced); anything else is
+  // refused. False on failure with the reason in *error (may be null).
+  bool Start(const std::string &path, std::string *error = nullptr);
+  // Stops serving, closes every client it opened and removes the link if it is still its own.
+  void Stop();
+  // The slave side's device name ("/dev/pts/N"), empty before Start.
+  const std::string &device() const { return device_; }
+  // Frames of the control point that were not QMUX and were dropped.
+  uint64_t dropped_bytes() const;
+
+  // qmi_host::ClientSink
+  void OnServiceUp(uint32_t service_id, uint32_t instance) override;
+  void OnServiceDown(uint32_t service_id, uint32_t instance) override;
+  void OnMessage(uint32_t client, const uint8_t *msg, size_t len) override;
+  void OnTxnError(uint32_t client, uint16_t txn, int error) override;
+
+ private:
+  void ReadLoop();
+  void HandleControl(const qmux::Frame &request);
+  void HandleService(const qmux::Frame &request);
+  void Write(const qmux::Frame &frame);
+
+  Modem &modem_;
+  std::string path_, device_;
+  int master_ = -1;
+  int slave_ = -1;  // kept open: the master sees no hang-up between control points
+  int wake_[2] = {-1, -1};
+  std::thread reader_;
+  std::mutex write_mu_;
+  mutable std::mutex mu_;
+  uint64_t dropped_ = 0;
+  // (service, client id) <-> the modem's client.
+  std::map<std::pair<uint8_t, uint8_t>, uint32_t> clients_;
+  std::map<uint32_t, std::pair<uint8_t, uint8_t>> by_modem_client_;
+};
+
+}  // namespace modemsim

@@ -1,0 +1,164 @@
+// The library's clients over the qmux transport, against the simulated modem serving QMUX on a
+// pseudo-terminal: what the modem receives, what the caller gets, and what a device that goes
+// away or a service that cannot be named over QMUX does to them.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "modemsim/modem.h"
+#include "modemsim/qmux_server.h"
+#include "network_access_service_v01.h"
+#include "qmi_client.h"
+#include "qmi_client_host.h"
+#include "sar_v01.h"
+#include "sns_client_v01.h"
+#include "tarvik_extend_cmn.h"
+#include "tarvik_utils_cmn.h"
+#include "test_env.h"
+#include "user_identity_module_v01.h"
+
+namespace {
+
+constexpr uint32_t kSar = SAR_QMI_SERVICE_ID_V01;
+
+class OverQmux : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    modem_ = modemsim::CreateStandardModem("");
+    server_ = std::make_unique<modemsim::QmuxServer>(*modem_);
+    std::string error;
+    ASSERT_TRUE(server_->Start(link_, &error)) << error;
+    ASSERT_EQ(qmi_client_host_select_transport(("qmux:" + link_).c_str()), QMI_NO_ERR);
+  }
+  void TearDown() override { qmi_client_host_select_transport("inproc"); }
+
+  const std::string link_ = tarvik_test::ScratchDir() + "/qmux";
+  std::unique_ptr<modemsim::Modem> modem_;
+  std::unique_ptr<modemsim::QmuxServer> server_;
+};
+
+TEST_F(OverQmux, SarSetAndGetReachTheModem) {
+  const uint32_t rows[] = {7, 0, 20, 1};
+  for (uint32_t dsi : rows) {
+    SCOPED_TRACE(dsi);
+    modem_->ClearReceived(kSar);
+    EXPECT_EQ(tarvik_set_sar_dsi(dsi), 0);
+    const auto received = modem_->ReceivedBy(kSar);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].msg_id, QMI_SAR_RF_SET_STATE_REQ_MSG_V01);
+    EXPECT_EQ(received[0].As<sar_rf_set_state_req_msg_v01>().sar_rf_state, dsi);
+    EXPECT_EQ(tarvik_get_sar_dsi(), static_cast<int>(dsi));
+  }
+  EXPECT_EQ(modem_->Clients(kSar).size(), 1u);  // one device client id, kept
+  tarvik_release_qmi_client_rf_sar();
+  EXPECT_TRUE(modem_->Clients(kSar).empty());  // released through the control service
+}
+
+TEST_F(OverQmux, UimAndNasCallsReachTheModem) {
+  tarvik_set_ril_process_instance_id(0);
+  uint16_t states = 0xBEEF;
+  struct Row {
+    const char *name;
+    std::function<int()> call;
+    uint32_t service;
+    uint16_t msg_id;
+    uint16_t states;  // card states read afterwards
+  };
+  const Row rows[] = {
+      {"card status", [&] { return tarvik_uim_get_card_status(&states); }, 0x0B,
+       QMI_UIM_GET_CARD_STATUS_REQ_V01, 0x0101},
+      {"power down, first card",
+       [] {
+         tarvik_uim_power_req_t r{0, 1, 0};
+         return tarvik_uim_request_uicc_power_ex(&r);
+       },
+       0x0B, QMI_UIM_POWER_DOWN_REQ_V01, 0x0100},
+      {"power up, first card",
+       [] {
+         tarvik_uim_power_req_t r{1, 1, 1};
+         return tarvik_uim_request_uicc_power_ex(&r);
+       },
+       0x0B, QMI_UIM_POWER_UP_REQ_V01, 0x0101},
+      {"nr mode", [] { return tarvik_set_nr_mode(1); }, 0x03,
+       QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 0x0101},
+      {"endc", [] { return tarvik_enable_endc(0); }, 0x03, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01,
+       0x0101},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    modem_->ClearReceived(row.service);
+    EXPECT_EQ(row.call(), 0);
+    const auto received = modem_->ReceivedBy(row.service);
+    ASSERT_FALSE(received.empty());
+    EXPECT_EQ(received.back().msg_id, row.msg_id);
+    EXPECT_EQ(received.back().decode_status, 0);
+    ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);
+    EXPECT_EQ(states, row.states);
+  }
+}
+
+// The tool, pointed at the device as at a real modem.
+TEST_F(OverQmux, ToolCommandsReachTheModem) {
+  struct Row {
+    const char *args;
+    const char *printed;
+    uint32_t service;  // 0: none reached
+  };
+  // One process reads the device at a time, as with a real one: this one lets go of it.
+  ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
+  const std::string modem = "--json --modem qmux:" + link_ + " --instance 0 ";
+  const Row rows[] = {
+      {"sar set 6", R"("status":0)", kSar},          {"sar get", R"("dsi":6)", kSar},
+      {"uim power 0 down", R"("status":0)", 0x0B},   {"nas endc 0", R"("status":0)", 0x03},
+      {"sim status", R"("status_name":"usage")", 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    if (row.service != 0) modem_->ClearReceived(row.service);
+    const tarvik_test::ToolRun run = tarvik_test::RunTool(modem + row.args);
+    EXPECT_NE(run.out.find(row.printed), std::string::npos) << run.out << run.err;
+    if (row.service != 0) {
+      EXPECT_FALSE(modem_->ReceivedBy(row.service).empty());
+      // The tool's process released its client ids as it exited (the device reads them soon).
+      for (int i = 0; i < 100 && !modem_->Clients(row.service).empty(); ++i) usleep(10 * 1000);
+      EXPECT_TRUE(modem_->Clients(row.service).empty());
+    }
+  }
+}
+
+TEST_F(OverQmux, OnlyServicesWithEightBitIdsAreListed) {
+  struct Row {
+    const char *name;
+    qmi_idl_service_object_type object;
+    unsigned int services;
+  };
+  const Row rows[] = {{"RF SAR", sar_get_service_object_v01(), 1},
+                      {"sensor client", SNS_CLIENT_SVC_get_service_object_v01(), 0}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    qmi_service_info info[2];
+    unsigned int entries = 2, services = 99;
+    qmi_client_get_service_list(row.object, info, &entries, &services);
+    EXPECT_EQ(services, row.services);
+  }
+}
+
+TEST_F(OverQmux, ADeviceThatGoesAwayIsAServiceLossUntilItIsBack) {
+  ASSERT_EQ(tarvik_set_sar_dsi(4), 0);
+  server_->Stop();  // the device hangs up
+  EXPECT_EQ(tarvik_get_sar_dsi(), -1);
+  ASSERT_TRUE(server_->Start(link_));
+  modem_->ClearReceived(kSar);
+  // The transport opens the device again and the client starts over on a new client id.
+  int got = -1;
+  for (int i = 0; i < 50 && got != 4; ++i) {
+    got = tarvik_get_sar_dsi();
+    if (got != 4) usleep(100 * 1000);
+  }
+  EXPECT_EQ(got, 4);
+  EXPECT_FALSE(modem_->ReceivedBy(kSar).empty());
+}
+
+}  // namespace
