@@ -5,20 +5,14 @@
 
 #include "qmi_client.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_qmi_v01.h"
 #include "tarvik_utils_cmn.h"
 
 namespace tarvik_bench {
 
-inline void SilenceLibraryLogging() {
-  // Load the masks from their properties first, so the zeros below are what stays.
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
-  g_tarvik_extend_debug_flag = 0;
-}
+using tarvik_testing::SilenceLibraryLogging;
 
 // Selects the in-process transport (the modem must already serve in-process), opens a raw
 // client of the extend service into *raw and the library's channel. False on any failure.

@@ -20,6 +20,7 @@
 #include "dfs/dfs_service.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_filter_control.h"
 #include "tarvik_utils_cmn.h"
 
@@ -44,10 +45,7 @@ void Overwrite(uint16_t, void *record, uint32_t len) {
 }
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
+  tarvik_testing::SilenceLibraryLogging();
   g_modem = modemsim::CreateStandardModem("");
   g_modem->ServeInProcess();
   modemsim::dfs::SetAnswerHook(*g_modem, Overwrite);

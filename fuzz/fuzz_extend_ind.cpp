@@ -14,6 +14,7 @@
 #include "extend/extend_service.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_utils_cmn.h"
 
@@ -84,10 +85,7 @@ void OnIndication(int id, void *data, int len) {
 
 modemsim::Modem *Modem() {
   static modemsim::Modem *modem = [] {
-    tarvik_hal_get_logcat_print_flag(0);
-    tarvik_hal_get_shell_print_flag(0);
-    tarvik_hal_set_logcat_print_mask(0);
-    tarvik_hal_set_shell_print_mask(0);
+    tarvik_testing::SilenceLibraryLogging();
     auto *m = new modemsim::Modem();
     modemsim::extend::AddTo(*m);
     m->ServeInProcess();

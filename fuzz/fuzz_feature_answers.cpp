@@ -17,6 +17,7 @@
 #include "features/feature_modem.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_cdc.h"
 #include "tarvik_extend_cmn.h"
@@ -35,11 +36,7 @@ void Check(bool ok) {
 }
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
-  g_tarvik_extend_debug_flag = 0;
+  tarvik_testing::SilenceLibraryLogging();
   g_modem = modemsim::CreateStandardModem("");
   g_modem->ServeInProcess();
   if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {

@@ -12,6 +12,7 @@
 #include "data_filter_service_v01.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_filter_control.h"
 #include "tarvik_utils_cmn.h"
 
@@ -24,10 +25,7 @@ void Check(bool ok) {
 }
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
+  tarvik_testing::SilenceLibraryLogging();
   g_modem = modemsim::CreateStandardModem("");
   g_modem->ServeInProcess();
   return qmi_client_host_select_transport("inproc") == QMI_NO_ERR;

@@ -13,6 +13,7 @@
 #include "network_access_service_v01.h"
 #include "qcril_alloc_host.h"
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "sar_v01.h"
 #include "sns_client_v01.h"
 #include "tarvik_extend_cmn.h"
@@ -100,10 +101,7 @@ class RawServer : public qmi_host::Server {
 RawServer *g_server = nullptr;
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
+  tarvik_testing::SilenceLibraryLogging();
   g_tarvik_sensor_debug_flag = 0;
   tarvik_set_ril_process_instance_id(0);
   g_server = new RawServer();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "qmi_client_host.h"
+#include "quiet_library.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 #include "user_identity_module_v01.h"
@@ -68,10 +69,7 @@ void AnswerPurges() {
 }
 
 bool SetUp() {
-  tarvik_hal_get_logcat_print_flag(0);
-  tarvik_hal_get_shell_print_flag(0);
-  tarvik_hal_set_logcat_print_mask(0);
-  tarvik_hal_set_shell_print_mask(0);
+  tarvik_testing::SilenceLibraryLogging();
   static AnswerServer server;
   qmi_host::RegisterInprocServer(&server);
   std::thread(AnswerPurges).detach();
