@@ -270,15 +270,33 @@ void QmuxServer::HandleService(const qmux::Frame &request) {
 void QmuxServer::OnServiceUp(uint32_t, uint32_t) {}
 
 void QmuxServer::OnServiceDown(uint32_t service_id, uint32_t) {
-  // The modem dropped the service's clients; their ids are free again.
-  std::lock_guard<std::mutex> lock(mu_);
-  for (auto it = clients_.begin(); it != clients_.end();) {
-    if (it->first.first == service_id) {
-      by_modem_client_.erase(it->second);
-      it = clients_.erase(it);
-    } else {
-      ++it;
+  // The modem dropped the service's clients: their ids are free again, and each control point
+  // is told that its id was revoked, as a modem whose service restarts does.
+  std::vector<std::pair<uint8_t, uint8_t>> revoked;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto it = clients_.begin(); it != clients_.end();) {
+      if (it->first.first == service_id) {
+        revoked.push_back(it->first);
+        by_modem_client_.erase(it->second);
+        it = clients_.erase(it);
+      } else {
+        ++it;
+      }
     }
+  }
+  for (const auto &id : revoked) {
+    const uint8_t value[2] = {id.first, id.second};
+    std::vector<uint8_t> tlvs;
+    qmux::AppendTlv(&tlvs, 0x01, value, sizeof(value));
+    qmux::Frame ind;
+    ind.sender = qmux::kFromModem;
+    ind.service = qmux::kControlService;
+    ind.kind = qmux::Kind::kIndication;
+    ind.msg_id = qmux::kCtlRevokeClientId;
+    ind.tlv = tlvs.data();
+    ind.tlv_len = tlvs.size();
+    Write(ind);
   }
 }
 

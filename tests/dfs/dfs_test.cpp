@@ -16,6 +16,7 @@
 #include "dfs/dfs_service.h"
 #include "modemsim/modem.h"
 #include "qmi_platform_host.h"
+#include "served_modem.h"
 #include "syslog_capture.h"
 #include "tarvik_filter_control.h"
 
@@ -63,7 +64,7 @@ class DfsTest : public ::testing::Test {
     };
     ASSERT_EQ(qmi_platform_host_set_devices(devices, 4), 0);
     modem_ = modemsim::CreateStandardModem("");
-    modem_->ServeInProcess();
+    qmux_ = tarvik_test::Serve(*modem_);
   }
 
   int Call(const char *dev, const Tuple &tuple, int mode, uint32_t *status, int count = -2) {
@@ -107,6 +108,7 @@ class DfsTest : public ::testing::Test {
   }
 
   std::unique_ptr<modemsim::Modem> modem_;
+  std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
 };
 
 TEST_F(DfsTest, RequestBufferBoundsAndWhatPassesThrough) {

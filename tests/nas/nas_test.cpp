@@ -11,6 +11,7 @@
 #include "modemsim/modem.h"
 #include "network_access_service_v01.h"
 #include "qcril_alloc_host.h"
+#include "served_modem.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 #include "test_env.h"
@@ -30,7 +31,7 @@ class Nas : public ::testing::Test {
  protected:
   void SetUp() override {
     modem_ = modemsim::CreateStandardModem("");
-    modem_->ServeInProcess();
+    qmux_ = tarvik_test::Serve(*modem_);
   }
   size_t Count(uint16_t msg_id) const {
     size_t n = 0;
@@ -48,6 +49,7 @@ class Nas : public ::testing::Test {
     return T{};
   }
   std::unique_ptr<modemsim::Modem> modem_;
+  std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
 };
 
 // What one control sends for one caller value.
@@ -134,6 +136,7 @@ TEST_F(Nas, BindingCarriesTheInstanceIdAndAFailedBindingLeavesNoClient) {
 }
 
 TEST_F(Nas, ARefusedBindingIsTriedTenTimesHalfASecondApartAServiceErrorOnce) {
+  TARVIK_SKIP_OVER_QMUX("transport failures injected");
   tarvik_set_ril_process_instance_id(0);
   struct Row {
     const char *name;
@@ -164,6 +167,7 @@ TEST_F(Nas, ARefusedBindingIsTriedTenTimesHalfASecondApartAServiceErrorOnce) {
 }
 
 TEST_F(Nas, ControlsReportTheTransportNotTheModemAndKeepAClientWhoseServiceWent) {
+  TARVIK_SKIP_OVER_QMUX("transport failures injected");
   tarvik_set_ril_process_instance_id(0);
   ASSERT_TRUE(init_nas_qmi_client());
   modem_->SetFault(kNas, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01,

@@ -105,7 +105,7 @@ class ControlPoint {
   qmux::FrameReader reader_;
 };
 
-TEST(QmuxServerTest, ARestartingServiceAnswersNothingUntilItIsBack) {
+TEST(QmuxServerTest, ARestartingServiceRevokesItsClientIdsAndAnswersNothingUntilItIsBack) {
   auto modem = modemsim::CreateStandardModem("");
   modemsim::QmuxServer server(*modem);
   const std::string path = tarvik_test::ScratchDir() + "/qmux";
@@ -122,6 +122,8 @@ TEST(QmuxServerTest, ARestartingServiceAnswersNothingUntilItIsBack) {
   EXPECT_EQ(cp.Receive(500).size(), 1u);
 
   ASSERT_EQ(modem->Restart(SAR_QMI_SERVICE_ID_V01, 1500), QMI_NO_ERR);
+  using Frames = std::vector<std::vector<uint8_t>>;
+  EXPECT_EQ(cp.Receive(300), (Frames{{qmux::kControlService, qmux::kCtlRevokeClientId, id}}));
   cp.Send(kSar, id, 2, QMI_SAR_RF_GET_STATE_REQ_MSG_V01, {});
   EXPECT_TRUE(cp.Receive(300).empty());  // down: silence
   cp.Send(qmux::kControlService, 0, 2, qmux::kCtlAllocateClientId, {0x01, 0x01, 0x00, kSar});

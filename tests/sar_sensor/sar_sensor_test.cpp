@@ -9,6 +9,7 @@
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "sar_v01.h"
+#include "served_modem.h"
 #include "sns_client_v01.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_sensor_api.h"
@@ -25,9 +26,10 @@ class Clients : public ::testing::Test {
  protected:
   void SetUp() override {
     modem_ = modemsim::CreateStandardModem("");
-    modem_->ServeInProcess();
+    qmux_ = tarvik_test::Serve(*modem_);
   }
   std::unique_ptr<modemsim::Modem> modem_;
+  std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
 };
 
 TEST_F(Clients, SarSendsTheRangeRuleAndReadsBackWhatTheModemKeeps) {
@@ -55,6 +57,7 @@ TEST_F(Clients, SarSendsTheRangeRuleAndReadsBackWhatTheModemKeeps) {
 }
 
 TEST_F(Clients, SarRetriesOnceOnANewClientAfterAnyFailureButATimeOut) {
+  TARVIK_SKIP_OVER_QMUX("transport failures injected");
   struct Row {
     const char *name;
     bool set;
@@ -120,6 +123,7 @@ TEST_F(Clients, SarWithoutServiceOrMemoryGivesMinusOneAndSendsNothing) {
 }
 
 TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSet) {
+  TARVIK_SKIP_OVER_QMUX("the sensor client's service id is above 0xFF");
   int context = 0;
   struct Row {
     uint32_t len;
@@ -157,6 +161,7 @@ TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSet) {
 }
 
 TEST_F(Clients, SensorWaitsAboutTwoHundredMsForAMissingServiceThenTriesAgain) {
+  TARVIK_SKIP_OVER_QMUX("the sensor client's service id is above 0xFF");
   int context = 0;
   const uint8_t payload[] = {1, 2};
   ASSERT_EQ(modem_->SetPresent(kSns, false), QMI_NO_ERR);
@@ -172,6 +177,7 @@ TEST_F(Clients, SensorWaitsAboutTwoHundredMsForAMissingServiceThenTriesAgain) {
 }
 
 TEST_F(Clients, SensorCloseThenSendMakesAFreshClient) {
+  TARVIK_SKIP_OVER_QMUX("the sensor client's service id is above 0xFF");
   int context = 0;
   const uint8_t payload[] = {9};
   tarvik_qmi_client_close();  // nothing to close yet

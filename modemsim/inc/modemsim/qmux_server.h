@@ -2,8 +2,10 @@
 // reached through a symbolic link to its slave side. The control service (0x00) allocates and
 // releases client ids, reports versions and syncs (releasing every client id); every hosted service
 // whose id fits in 8 bits is reached through the modem's qmi_host::Server interface. While a
-// service is down its requests go unanswered, as on a real modem. Used by tarvik-modemd --qmux and
-// its tests.
+// service is down its requests go unanswered, as on a real modem, and the client ids it had are
+// revoked (control indication 0x0024 to each). A transport-error fault has no form on a device:
+// the request goes unanswered. Used by tarvik-modemd --qmux and by the tests that run the library
+// over QMUX.
 #pragma once
 
 #include <stdint.h>

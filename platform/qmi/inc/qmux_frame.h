@@ -34,6 +34,9 @@ constexpr uint8_t kBroadcastClient = 0xFF;
 constexpr uint16_t kCtlGetVersionInfo = 0x0021;
 constexpr uint16_t kCtlAllocateClientId = 0x0022;
 constexpr uint16_t kCtlReleaseClientId = 0x0023;
+// Indication from the modem: the client id in TLV 0x01 {u8 service, u8 client id} is no longer
+// valid (its service restarted); the control point allocates a new one.
+constexpr uint16_t kCtlRevokeClientId = 0x0024;
 constexpr uint16_t kCtlSync = 0x0027;
 
 enum class Kind : uint8_t { kRequest, kResponse, kIndication };

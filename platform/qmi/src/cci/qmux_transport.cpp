@@ -1,9 +1,10 @@
 // The "qmux:PATH" transport: a QMI character device (or a pseudo-terminal serving QMUX). Client
 // ids come from the device's control service; the services up are the ones its version list
-// names (ids above 0xFF cannot be named, so they are never up). A device that fails or hangs up
-// takes every service down; the device is then opened again until it is back. A device cannot
-// tell that its user went away, so the client ids still open are released when the process
-// exits.
+// names (ids above 0xFF cannot be named, so they are never up). A revoked client id means its
+// service restarted: the service is down until the version list names it again. A device that
+// fails or hangs up takes every service down; the device is then opened again until it is back.
+// A device cannot tell that its user went away, so the client ids still open are released when
+// the process exits.
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -29,8 +30,10 @@ namespace {
 
 constexpr auto kReopenDelay = std::chrono::milliseconds(100);
 constexpr auto kReplyWait = std::chrono::seconds(5);
-// How often the version list is asked for again while the device has not answered it.
+// How often the version list is asked for again while the device has not answered it, and
+// while a service whose client id was revoked is not listed again.
 constexpr int kVersionRetryMs = 1000;
+constexpr int kRelistMs = 50;
 
 // The library's client handle for a device client id: service in bits 8-15, id in bits 0-7.
 uint32_t ClientHandle(uint8_t service, uint8_t id) {
@@ -267,6 +270,8 @@ class QmuxTransport final : public Transport {
         ++generation_;
         ctl_replies_.clear();
         open_.clear();
+        listed_.clear();
+        relisting_.clear();
         first_attempt_done_ = true;
         cv_.notify_all();
         if (stop_) return;
@@ -282,7 +287,7 @@ class QmuxTransport final : public Transport {
     AskVersions();
     for (;;) {
       pollfd p[2] = {{fd, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-      const int n = poll(p, 2, ready_now() ? -1 : kVersionRetryMs);
+      const int n = poll(p, 2, PollTimeoutMs());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 || p[1].revents != 0) return;
       if (n == 0) {
@@ -305,12 +310,17 @@ class QmuxTransport final : public Transport {
     }
   }
 
-  bool ready_now() {
+  int PollTimeoutMs() {
     std::lock_guard<std::mutex> lock(mu_);
-    return ready_;
+    if (!ready_) return kVersionRetryMs;
+    return relisting_.empty() ? -1 : kRelistMs;
   }
 
   void OnControl(const qmux::Frame &f) {
+    if (f.kind == qmux::Kind::kIndication && f.msg_id == qmux::kCtlRevokeClientId) {
+      OnRevoked(f);
+      return;
+    }
     if (f.kind != qmux::Kind::kResponse) return;
     bool versions;
     {
@@ -326,13 +336,17 @@ class QmuxTransport final : public Transport {
           if (v[1 + 5 * i] != qmux::kControlService) services.push_back(v[1 + 5 * i]);
         }
       }
+      std::vector<uint8_t> back;
       {
         std::lock_guard<std::mutex> lock(mu_);
-        if (ready_) return;
-        ready_ = true;
+        for (uint8_t s : services) {
+          if (listed_.insert(s).second) back.push_back(s);
+          relisting_.erase(s);
+        }
       }
-      for (uint8_t s : services) sink_.OnServiceUp(s, 0);
+      for (uint8_t s : back) sink_.OnServiceUp(s, 0);
       std::lock_guard<std::mutex> lock(mu_);
+      ready_ = true;
       first_attempt_done_ = true;
       cv_.notify_all();
       return;
@@ -340,6 +354,22 @@ class QmuxTransport final : public Transport {
     std::lock_guard<std::mutex> lock(mu_);
     ctl_replies_[static_cast<uint8_t>(f.txn)].assign(f.tlv, f.tlv + f.tlv_len);
     cv_.notify_all();
+  }
+
+  // The device revoked a client id: its service restarted, so every client of it is lost.
+  void OnRevoked(const qmux::Frame &f) {
+    const uint8_t *v = nullptr;
+    uint16_t n = 0;
+    if (!qmux::FindTlv(f.tlv, f.tlv_len, 0x01, &v, &n) || n < 2) return;
+    const uint8_t service = v[0];
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      open_.erase(ClientHandle(service, v[1]));
+      if (listed_.erase(service) == 0) return;  // already reported down
+      relisting_.insert(service);
+    }
+    sink_.OnServiceDown(service, 0);
+    AskVersions();
   }
 
   void OnService(const qmux::Frame &f) {
@@ -376,6 +406,8 @@ class QmuxTransport final : public Transport {
   uint8_t version_txn_ = 0;  // the version list asked for last (answered by the reader itself)
   std::map<uint8_t, std::vector<uint8_t>> ctl_replies_;  // control txn -> TLVs
   std::set<uint32_t> open_;
+  std::set<uint8_t> listed_;     // services the device listed and that were not revoked since
+  std::set<uint8_t> relisting_;  // revoked services the version list has not named again
 };
 
 void ReleaseAtExit() {

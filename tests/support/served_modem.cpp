@@ -1,0 +1,36 @@
+#include "served_modem.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "qmi_client_host.h"
+#include "test_env.h"
+
+namespace tarvik_test {
+
+bool OverQmux() {
+  const char *choice = getenv("TARVIK_TEST_TRANSPORT");
+  return choice != nullptr && strcmp(choice, "qmux") == 0;
+}
+
+std::unique_ptr<modemsim::QmuxServer> Serve(modemsim::Modem &modem) {
+  if (!OverQmux()) {
+    modem.ServeInProcess();
+    EXPECT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
+    return nullptr;
+  }
+  const std::string link = ScratchDir() + "/cdc-wdm";
+  auto server = std::make_unique<modemsim::QmuxServer>(modem);
+  std::string error;
+  if (!server->Start(link, &error)) {
+    ADD_FAILURE() << "cannot serve QMUX at " << link << ": " << error;
+    return nullptr;
+  }
+  EXPECT_EQ(qmi_client_host_select_transport(("qmux:" + link).c_str()), QMI_NO_ERR);
+  return server;
+}
+
+}  // namespace tarvik_test

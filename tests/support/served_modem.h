@@ -1,0 +1,29 @@
+// How a test's simulated modem reaches the library. By default through the in-process transport;
+// with TARVIK_TEST_TRANSPORT=qmux the modem serves QMUX on a pseudo-terminal and the library opens
+// it through its "qmux:" transport, as it would a modem's /dev/cdc-wdm device. ctest runs the
+// standard-service suites both ways.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "modemsim/modem.h"
+#include "modemsim/qmux_server.h"
+
+namespace tarvik_test {
+
+// True when this run reaches the modem over QMUX.
+bool OverQmux();
+
+// Leaves a test out of the QMUX run, saying why: a QMUX device has no way to fail a request in
+// transport (it answers, stays silent or revokes a client id), and cannot name a service above
+// 0xFF (the extend service, the sensor client).
+#define TARVIK_SKIP_OVER_QMUX(why) \
+  if (tarvik_test::OverQmux()) GTEST_SKIP() << "not over QMUX: " << (why)
+
+// Serves `modem` to the library as this run asks. Returns the QMUX device (null in-process, or
+// after a failure, which is reported to the test); the caller drops it before the modem.
+std::unique_ptr<modemsim::QmuxServer> Serve(modemsim::Modem &modem);
+
+}  // namespace tarvik_test
