@@ -216,6 +216,7 @@ TEST(SarSensorTool, CommandsReachTheModemAndNameTheirFailures) {
       {"sensor send 0a0b --flag", 0, {{"bytes", 2}, {"flag", true}}},
       {"sensor send 0c", 0, {{"bytes", 1}, {"flag", false}}},
       {"sensor send 0c --other", 2, {{"status", nullptr}}},
+      {"nas show", 2, {{"status", nullptr}}},  // no --instance: nothing would bind
       {"sim absent 0x11", 0, {}},
       {"sar get", 1, {{"status", -1}, {"status_name", "no client or no memory"}}},
       {"sim absent 0x190", 0, {}},

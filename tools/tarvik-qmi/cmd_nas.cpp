@@ -9,6 +9,16 @@
 namespace tarvik_tool {
 namespace {
 
+// The NAS client binds to the subscription this radio process serves: the tool serves one only
+// when told (without it the library binds nothing and every call fails with -1).
+int NeedInstance(Report &report) {
+  const long instance = report.options().instance;
+  if (instance == 0 || instance == 1) return 0;
+  return report.Refuse(std::string("needs --instance 0 or 1, the subscription the NAS client ") +
+                       "binds to" +
+                       (instance < 0 ? "" : " (got " + std::to_string(instance) + ")"));
+}
+
 // One control: its argument's range and the library call.
 int Control(Report &report, const Args &args, const char *key, unsigned long max,
             int (*send)(uint32_t)) {
@@ -18,6 +28,7 @@ int Control(Report &report, const Args &args, const char *key, unsigned long max
                          std::to_string(max));
   }
   report.Add(Num(key, static_cast<long long>(value)));
+  if (const int refused = NeedInstance(report)) return refused;
   if (const int ready = Connect(report)) return ready;
   const int status = send(static_cast<uint32_t>(value));
   return status != 0 ? report.Failed(Family::kService, status) : report.Ok();
@@ -55,6 +66,7 @@ bool Get(Report &report, uint32_t msg_id, Resp *resp, int *exit_status) {
 // Reads back what the controls set for this process's subscription: the long-lived client is
 // bound first, so that the pass-through's client speaks for the same subscription.
 int Show(Report &report, const Args &) {
+  if (const int refused = NeedInstance(report)) return refused;
   if (const int ready = Connect(report)) return ready;
   if (!init_nas_qmi_client()) return report.Failed(Family::kService, -1);
   nas_get_system_selection_preference_resp_msg_v01 pref = {};
