@@ -4,224 +4,147 @@
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 
-#include "child_props.h"
+#include "helpers.h"
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 
 namespace {
 
-using tarvik_test::Props;
-using tarvik_test::RunWithProps;
+// A property list with short names for the three version properties.
+std::string Expand(const std::string &props) {
+  std::string out = " " + props;
+  for (const auto &alias : {std::make_pair(" profile=", " ro.vendor.radio.build_profile="),
+                            std::make_pair(" ver=", " ro.build.version.incremental="),
+                            std::make_pair(" os=", " ro.qz.os.version.incremental=")}) {
+    for (size_t at; (at = out.find(alias.first)) != std::string::npos;) {
+      out.replace(at, strlen(alias.first), alias.second);
+    }
+  }
+  return out;
+}
 
-struct BuildRow {
-  const char *name;
-  Props props;
-  uint32_t type;
-};
-
-TEST(BuildType, DecisionTable) {
-  const BuildRow rows[] = {
-      {"nothing set: native without the OS", {}, TARVIK_BUILD_TYPE_NATIVE},
-      {"certification wins over everything",
-       {{"ro.cust.test", "ctx"}, {"ro.vendor.radio.build_profile", "factory"}},
-       TARVIK_BUILD_TYPE_CERT},
-      {"factory profile",
-       {{"ro.vendor.radio.build_profile", "factory"}},
-       TARVIK_BUILD_TYPE_FACTORY},
-      {"factory boot flag", {{"ro.boot.factorybuild", "1"}}, TARVIK_BUILD_TYPE_FACTORY},
-      {"native profile", {{"ro.vendor.radio.build_profile", "native"}}, TARVIK_BUILD_TYPE_NATIVE},
-      {"OS version PRE",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.1.0.PRE"}},
-       TARVIK_BUILD_TYPE_PRE},
-      {"OS version DEV",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.1.0.DEV"}},
-       TARVIK_BUILD_TYPE_DEV},
-      {"OS version BETA",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.1.0.BETA"}},
-       TARVIK_BUILD_TYPE_BETA},
-      {"PRE is tested before DEV",
-       {{"ro.vendor.radio.build_profile", "ravu"}, {"ro.build.version.incremental", "OS2.DEV.PRE"}},
-       TARVIK_BUILD_TYPE_PRE},
-      {"OS version without marker, no OS version: pre",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.101.0.ABCDEFG"}},
-       TARVIK_BUILD_TYPE_PRE},
+TEST(BuildType, DecisionAndItsLogLines) {
+  struct Row {
+    const char *name;
+    const char *props;
+    const char *expected;  // the type, then what tarvik_build_type_get logged
+  };
+  const Row rows[] = {
+      {"nothing set: native without the OS", "",
+       "5 TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(NULL), non-RAVU"},
+      {"certification wins over everything", "ro.cust.test=ctx profile=factory",
+       "3 TARVIK_BUILD_TYPE_CERT(3), BUILD_PROFILE(factory)"},
+      {"factory profile", "profile=factory",
+       "2 TARVIK_BUILD_TYPE_FACTORY(2), BUILD_PROFILE(factory)"},
+      {"factory boot flag", "ro.boot.factorybuild=1",
+       "2 TARVIK_BUILD_TYPE_FACTORY(2), BUILD_PROFILE(NULL)"},
+      {"native profile", "profile=native", "5 TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(native)"},
+      {"OS version PRE", "profile=ravu ver=OS2.0.1.0.PRE",
+       "1 OS*: TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu)"},
+      {"OS version DEV", "profile=ravu ver=OS2.0.1.0.DEV",
+       "6 OS*: TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(ravu)"},
+      {"OS version BETA", "profile=ravu ver=OS2.0.1.0.BETA",
+       "7 OS*: TARVIK_BUILD_TYPE_BETA(7), BUILD_PROFILE(ravu)"},
+      {"PRE is tested before DEV", "profile=ravu ver=OS2.DEV.PRE",
+       "1 OS*: TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu)"},
+      {"OS version without marker, no OS version: pre", "profile=ravu ver=OS2.0.101.0.ABCDEFG",
+       "1 TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu); build_type(1), BUILD_PROFILE(ravu), "
+       "BUILD_VERSION(OS2.0.101.0.ABCDEFG)"},
       {"OS version without marker falls to the OS version",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.101.0.ABCDEFG"},
-        {"ro.qz.os.version.incremental", "OS2.0.101.0.BETA"}},
-       TARVIK_BUILD_TYPE_BETA},
-      {"V version stable",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "V1.0.23.0.ABCDEFG"}},
-       TARVIK_BUILD_TYPE_STABLE},
-      {"V version dev",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "V1.0.23.0.DEV"}},
-       TARVIK_BUILD_TYPE_DEV},
-      {"V version ignores the OS version",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "V1.0.PRE"},
-        {"ro.qz.os.version.incremental", "OS1.0.5.0.DEV"}},
-       TARVIK_BUILD_TYPE_STABLE},
-      {"empty version, OS version dev",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.qz.os.version.incremental", "OS1.0.5.0.DEV"}},
-       TARVIK_BUILD_TYPE_DEV},
-      {"empty version, OS version without marker: stable",
-       {{"ro.vendor.radio.build_profile", "ravu"}, {"ro.qz.os.version.incremental", "OS1.0.5.0"}},
-       TARVIK_BUILD_TYPE_STABLE},
-      {"empty version, OS version not O: pre",
-       {{"ro.vendor.radio.build_profile", "ravu"}, {"ro.qz.os.version.incremental", "X1.DEV"}},
-       TARVIK_BUILD_TYPE_PRE},
-      {"lower-case markers do not count",
-       {{"ro.vendor.radio.build_profile", "ravu"},
-        {"ro.build.version.incremental", "OS2.0.dev"},
-        {"ro.qz.os.version.incremental", "OS2.0.beta"}},
-       TARVIK_BUILD_TYPE_STABLE},
-      {"native_cn counts as the OS",
-       {{"ro.vendor.radio.build_profile", "native_cn"},
-        {"ro.build.version.incremental", "V1.0.23.0.DEV"}},
-       TARVIK_BUILD_TYPE_DEV},
-      {"factory_x: the OS build whose profile also says factory",
-       {{"ro.vendor.radio.build_profile", "factory_x"}, {"ro.build.version.incremental", "V2.0"}},
-       TARVIK_BUILD_TYPE_STABLE},
+       "profile=ravu ver=OS2.0.101.0.ABCDEFG os=OS2.0.101.0.BETA",
+       "7 OS*qz: TARVIK_BUILD_TYPE_BETA(7), BUILD_PROFILE(ravu)"},
+      {"V version stable", "profile=ravu ver=V1.0.23.0.ABCDEFG",
+       "4 TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
+      {"V version dev", "profile=ravu ver=V1.0.23.0.DEV",
+       "6 TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(ravu)"},
+      {"V version ignores the OS version", "profile=ravu ver=V1.0.PRE os=OS1.0.5.0.DEV",
+       "4 TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
+      {"empty version, OS version dev", "profile=ravu os=OS1.0.5.0.DEV",
+       "6 OS*qz: TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(ravu)"},
+      {"empty version, OS version without marker: stable", "profile=ravu os=OS1.0.5.0",
+       "4 OS*qz: TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
+      {"neither version starts with O or V: pre", "profile=ravu ver=X1 os=X1.DEV",
+       "1 TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu); build_type(1), BUILD_PROFILE(ravu), "
+       "BUILD_VERSION(X1)"},
+      {"lower-case markers do not count", "profile=ravu ver=OS2.0.dev os=OS2.0.beta",
+       "4 OS*qz: TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
+      {"native_cn counts as the OS", "profile=native_cn ver=V1.0.23.0.DEV",
+       "6 TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(native_cn)"},
+      {"factory_x: the OS build whose profile also says factory", "profile=factory_x ver=V2.0",
+       "4 TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(factory_x)"},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    EXPECT_EQ(RunWithProps(row.props, [] { return static_cast<int>(tarvik_build_type_get()); }),
-              static_cast<int>(row.type));
+    EXPECT_EQ(tarvik_test::RunWithProps(Expand(row.props),
+                                        [] {
+                                          const uint32_t type = tarvik_build_type_get();
+                                          return std::to_string(type) + " " +
+                                                 tarvik_test::LoggedBy("tarvik_build_type_get");
+                                        }),
+              row.expected);
   }
 }
 
-// True when some captured line ends with `tail` (the function name and message of a log line).
-bool LineEndsWith(const std::string &tail) {
-  for (const auto &line : tarvik_test::SyslogLines()) {
-    if (line.text.size() >= tail.size() &&
-        line.text.compare(line.text.size() - tail.size(), tail.size(), tail) == 0) {
-      return true;
-    }
-  }
-  return false;
-}
-
-TEST(BuildType, LogLineNamesTheDecision) {
-  const Props ravu = {{"ro.vendor.radio.build_profile", "ravu"}};
-  struct Row {
-    Props props;
-    const char *line;
+// The names of the yes/no checks that answer yes, in this order.
+std::string YesChecks() {
+  const struct {
+    const char *name;
+    bool (*check)(void);
+  } checks[] = {
+      {"factory", tarvik_is_factory_version},
+      {"ct", tarvik_is_ct_cert_version},
+      {"cm", tarvik_is_cm_cert_version},
+      {"cu", tarvik_is_cu_cert_version},
+      {"cert", tarvik_is_cert_version},
+      {"china", tarvik_is_china_version},
+      {"test", tarvik_is_test_build},
+      {"native", tarvik_is_native_version},
+      {"factory_ex", tarvik_is_factory_version_ex},
+      {"root", tarvik_is_root_version},
+      {"mp", tarvik_is_mp_version},
+      {"ravu", tarvik_is_ravu_version},
+      {"ravu_ex", tarvik_is_ravu_version_ex},
+      {"user", tarvik_is_user_version},
+      {"pre", tarvik_is_pre_version},
+      {"dev", tarvik_is_dev_version},
+      {"stable", tarvik_is_stable_version},
   };
-  const Row rows[] = {
-      {{}, "tarvik_build_type_get: TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(NULL), non-RAVU"},
-      {{{"ro.vendor.radio.build_profile", "native"}},
-       "tarvik_build_type_get: TARVIK_BUILD_TYPE_NATIVE(5), BUILD_PROFILE(native)"},
-      {{{"ro.cust.test", "cu"}},
-       "tarvik_build_type_get: TARVIK_BUILD_TYPE_CERT(3), BUILD_PROFILE(NULL)"},
-      {{{"ro.vendor.radio.build_profile", "factory"}},
-       "tarvik_build_type_get: TARVIK_BUILD_TYPE_FACTORY(2), BUILD_PROFILE(factory)"},
-      {{ravu[0], {"ro.build.version.incremental", "OS1.BETA"}},
-       "tarvik_build_type_get: OS*: TARVIK_BUILD_TYPE_BETA(7), BUILD_PROFILE(ravu)"},
-      {{ravu[0], {"ro.build.version.incremental", "V1.DEV"}},
-       "tarvik_build_type_get: TARVIK_BUILD_TYPE_DEV(6), BUILD_PROFILE(ravu)"},
-      {{ravu[0], {"ro.qz.os.version.incremental", "OS1"}},
-       "tarvik_build_type_get: OS*qz: TARVIK_BUILD_TYPE_STABLE(4), BUILD_PROFILE(ravu)"},
-      {{ravu[0], {"ro.build.version.incremental", "X1"}},
-       "tarvik_build_type_get: TARVIK_BUILD_TYPE_PRE(1), BUILD_PROFILE(ravu)"},
-      {{ravu[0], {"ro.build.version.incremental", "X1"}},
-       "tarvik_build_type_get: build_type(1), BUILD_PROFILE(ravu), BUILD_VERSION(X1)"},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.line);
-    const std::string line = row.line;
-    EXPECT_EQ(RunWithProps(row.props,
-                           [&line] {
-                             tarvik_build_type_get();
-                             return LineEndsWith(line) ? 1 : 0;
-                           }),
-              1);
+  std::string yes;
+  for (const auto &c : checks) {
+    yes += c.check() ? (yes.empty() ? "" : " ") + std::string(c.name) : "";
   }
-}
-
-// Answers of every yes/no check as one bit each, in this order.
-int AllChecks() {
-  bool (*const checks[])(void) = {
-      tarvik_is_factory_version, tarvik_is_ct_cert_version, tarvik_is_cm_cert_version,
-      tarvik_is_cu_cert_version, tarvik_is_cert_version,    tarvik_is_china_version,
-      tarvik_is_test_build,      tarvik_is_native_version,  tarvik_is_factory_version_ex,
-      tarvik_is_root_version,    tarvik_is_mp_version,      tarvik_is_ravu_version,
-      tarvik_is_ravu_version_ex, tarvik_is_user_version,
-  };
-  int bits = 0;
-  for (size_t i = 0; i < sizeof(checks) / sizeof(checks[0]); ++i) {
-    bits |= checks[i]() ? 1 << i : 0;
-  }
-  return bits;
-}
-
-enum : int {
-  kFactory = 1 << 0,
-  kCt = 1 << 1,
-  kCm = 1 << 2,
-  kCu = 1 << 3,
-  kCert = 1 << 4,
-  kChina = 1 << 5,
-  kTest = 1 << 6,
-  kNative = 1 << 7,
-  kFactoryEx = 1 << 8,
-  kRoot = 1 << 9,
-  kMp = 1 << 10,
-  kRavu = 1 << 11,
-  kRavuEx = 1 << 12,
-  kUser = 1 << 13,
-};
-
-// The exit status carries 8 bits: run the checks and return one byte of the answers.
-int ChecksInChild(const Props &props, int shift) {
-  return RunWithProps(props, [shift] { return (AllChecks() >> shift) & 0xFF; });
+  return yes;
 }
 
 TEST(BuildChecks, Table) {
-  struct Row {
-    const char *name;
-    Props props;
-    int expected;
-  };
-  const Row rows[] = {
-      {"defaults: only test build and user", {}, kTest | kUser},
-      {"ct certification", {{"ro.cust.test", "ct"}}, kTest | kUser | kCt | kCert},
-      {"cm certification", {{"ro.cust.test", "cm"}}, kTest | kUser | kCm | kCert},
-      {"cu certification", {{"ro.cust.test", "cu"}}, kTest | kUser | kCu | kCert},
-      {"ctx is certification but not ct", {{"ro.cust.test", "ctx"}}, kTest | kUser | kCert},
-      {"release keys", {{"ro.build.tags", "release-keys"}}, kUser},
-      {"release keys with more is a test build",
-       {{"ro.build.tags", "release-keys,dev"}},
-       kTest | kUser},
-      {"china", {{"ro.vendor.radio.build_region", "cn"}}, kTest | kUser | kChina},
-      {"CN is not china", {{"ro.vendor.radio.build_region", "CN"}}, kTest | kUser},
-      {"native_cn",
-       {{"ro.vendor.radio.build_profile", "native_cn"}},
-       kTest | kUser | kNative | kRavu},
-      {"native exactly is not the OS",
-       {{"ro.vendor.radio.build_profile", "native"}},
-       kTest | kUser | kNative},
-      {"factory profile",
-       {{"ro.vendor.radio.build_profile", "factory"}},
-       kTest | kUser | kFactoryEx},
-      {"factory boot flag", {{"ro.boot.factorybuild", "1"}}, kTest | kUser | kFactory},
-      {"debuggable and MP",
-       {{"ro.debuggable", "1"}, {"ro.boot.hwlevel", "MP"}},
-       kTest | kUser | kRoot | kMp},
-      {"mp lower case", {{"ro.boot.hwlevel", "mp"}}, kTest | kUser},
-      {"region set", {{"ro.ravu.build.region", "global"}}, kTest | kUser | kRavuEx},
-      {"userdebug", {{"ro.build.type", "userdebug"}}, kTest},
+  const struct {
+    const char *props;
+    const char *yes;
+  } rows[] = {
+      {"", "test user"},
+      {"ro.cust.test=ct", "ct cert test user"},
+      {"ro.cust.test=cm", "cm cert test user"},
+      {"ro.cust.test=cu", "cu cert test user"},
+      {"ro.cust.test=ctx", "cert test user"},
+      {"ro.build.tags=release-keys", "user"},
+      {"ro.build.tags=release-keys,dev", "test user"},
+      {"ro.vendor.radio.build_region=cn", "china test user"},
+      {"ro.vendor.radio.build_region=CN", "test user"},
+      // native_cn is the OS: no version texts fall back to pre.
+      {"profile=native_cn", "test native ravu user pre"},
+      {"profile=native", "test native user"},
+      {"profile=factory", "test factory_ex user"},
+      {"ro.boot.factorybuild=1", "factory test user"},
+      {"ro.debuggable=1 ro.boot.hwlevel=MP", "test root mp user"},
+      {"ro.boot.hwlevel=mp", "test user"},
+      {"ro.ravu.build.region=global", "test ravu_ex user"},
+      {"ro.build.type=userdebug", "test"},
+      {"profile=ravu ver=V1.0.DEV", "test ravu user dev"},
+      {"profile=ravu ver=V1.0", "test ravu user stable"},
   };
   for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(ChecksInChild(row.props, 0), row.expected & 0xFF);
-    EXPECT_EQ(ChecksInChild(row.props, 8), row.expected >> 8);
+    SCOPED_TRACE(row.props);
+    EXPECT_EQ(tarvik_test::RunWithProps(Expand(row.props), YesChecks), row.yes);
   }
 }
 
@@ -243,22 +166,6 @@ TEST(BuildChecks, ValuesAreKeptForTheProcess) {
   EXPECT_TRUE(tarvik_is_cm_cert_version());
   EXPECT_FALSE(tarvik_test::SyslogContains("non user version"));
   EXPECT_TRUE(tarvik_test::SyslogContains("user version, val = user, ret = 1"));
-}
-
-TEST(BuildChannel, KeptBooleansFollowTheBuildType) {
-  const Props dev = {{"ro.vendor.radio.build_profile", "ravu"},
-                     {"ro.build.version.incremental", "V1.0.DEV"}};
-  EXPECT_EQ(RunWithProps(dev,
-                         [] {
-                           return (tarvik_is_pre_version() ? 1 : 0) |
-                                  (tarvik_is_dev_version() ? 2 : 0) |
-                                  (tarvik_is_stable_version() ? 4 : 0);
-                         }),
-            2);
-  const Props stable = {{"ro.vendor.radio.build_profile", "ravu"},
-                        {"ro.build.version.incremental", "V1.0"}};
-  EXPECT_EQ(RunWithProps(stable, [] { return tarvik_is_stable_version() ? 1 : 0; }), 1);
-  EXPECT_EQ(RunWithProps({}, [] { return tarvik_is_pre_version() ? 1 : 0; }), 0);
 }
 
 TEST(BuildTypeList, WildcardCurrentTypeAndFaults) {

@@ -1,0 +1,19 @@
+// Helpers of the utility tests.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace tarvik_test {
+
+// Runs `body` in a forked child whose property store is a new directory holding `props`
+// ("name=value name=value ..."), for the utilities that keep a value for the life of the process
+// and for write-once ro.* properties. Returns what `body` returned, or a text starting with "<"
+// when the child failed. The caller must not have used its own property store yet.
+std::string RunWithProps(const std::string &props, const std::function<std::string()> &body);
+
+// What `func` logged since the last ClearSyslog(): the text after "func: " of each line, joined
+// by "; ".
+std::string LoggedBy(const std::string &func);
+
+}  // namespace tarvik_test
