@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 
+#include "helpers.h"
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 #include "test_env.h"
@@ -49,60 +50,52 @@ std::string Pattern(size_t size) {
   return data;
 }
 
-TEST(CopyFile, EmptySourceCreatesTarget) {
-  WriteFile(Scratch("empty"), "");
-  EXPECT_EQ(tarvik_copy_file(Scratch("empty").c_str(), Scratch("empty.copy").c_str()), 0);
-  ASSERT_TRUE(Exists(Scratch("empty.copy")));
-  EXPECT_EQ(ReadFile(Scratch("empty.copy")), "");
-}
-
-TEST(CopyFile, OverTwoBuffersReadsInBufferSizedChunks) {
-  const std::string data = Pattern(2 * 10240 + 100);
-  WriteFile(Scratch("big"), data);
-  EXPECT_EQ(tarvik_copy_file(Scratch("big").c_str(), Scratch("big.copy").c_str()), 0);
-  EXPECT_EQ(ReadFile(Scratch("big.copy")), data);
+TEST(CopyFile, WholeSourceReplacesTheTargetInBufferSizedChunks) {
+  const std::string big = Pattern(2 * 10240 + 100), src = Scratch("src"), tgt = Scratch("tgt");
+  WriteFile(src, big);
+  EXPECT_EQ(tarvik_copy_file(src.c_str(), tgt.c_str()), 0);
+  EXPECT_EQ(ReadFile(tgt), big);
   EXPECT_TRUE(SyslogContains("Start to read src file: bytes_read = 10240")) << SyslogDump();
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 10240"), 1u);
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 100,"), 1u);
   EXPECT_EQ(SyslogCount("Continue to read src file: bytes_read = 0,"), 1u);
   EXPECT_EQ(SyslogCount("tarvik_copy_file: Write done with success."), 3u);
-}
-
-TEST(CopyFile, LongerTargetIsTruncated) {
-  WriteFile(Scratch("short"), "new");
-  WriteFile(Scratch("target"), "old content that is longer");
-  EXPECT_EQ(tarvik_copy_file(Scratch("short").c_str(), Scratch("target").c_str()), 0);
-  EXPECT_EQ(ReadFile(Scratch("target")), "new");
-}
-
-TEST(CopyFile, RefusalsAndOpenFailures) {
-  WriteFile(Scratch("src"), "x");
-  EXPECT_EQ(tarvik_copy_file(nullptr, Scratch("t").c_str()), -1);
-  EXPECT_TRUE(SyslogContains("src is null", LOG_ERR));
-  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), nullptr), -2);
-  EXPECT_TRUE(SyslogContains("tgt is null", LOG_ERR));
-  EXPECT_EQ(tarvik_copy_file(Scratch("missing").c_str(), Scratch("t").c_str()), -3);
-  EXPECT_TRUE(SyslogContains("src open failed", LOG_ERR));
-  EXPECT_FALSE(Exists(Scratch("t")));  // the target is not created when the source is missing
-  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), Scratch("no/dir/t").c_str()), -4);
-  EXPECT_TRUE(SyslogContains("tgt open failed", LOG_ERR));
-}
-
-TEST(CopyFile, ReadErrorAborts) {
-  // Reading a directory fails with EISDIR after a successful open.
-  EXPECT_EQ(tarvik_copy_file(tarvik_test::ScratchDir().c_str(), Scratch("t").c_str()), -5);
-  EXPECT_TRUE(SyslogContains("Error happen during reading src file", LOG_ERR)) << SyslogDump();
-  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file, abort copy", LOG_ERR));
-}
-
-TEST(CopyFile, WriteErrorAborts) {
-  if (access("/dev/full", W_OK) != 0) {
-    GTEST_SKIP() << "no /dev/full";
+  for (const char *data : {"new", ""}) {  // a longer target is cut to the source
+    WriteFile(src, data);
+    EXPECT_EQ(tarvik_copy_file(src.c_str(), tgt.c_str()), 0);
+    EXPECT_EQ(ReadFile(tgt), data);
   }
-  WriteFile(Scratch("src"), Pattern(300));
-  EXPECT_EQ(tarvik_copy_file(Scratch("src").c_str(), "/dev/full"), -5);
-  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file", LOG_ERR)) << SyslogDump();
-  EXPECT_TRUE(SyslogContains("Error happen during writing tgt file, abort copy", LOG_ERR));
+  EXPECT_EQ(tarvik_copy_file(src.c_str(), Scratch("new").c_str()), 0);
+  EXPECT_TRUE(Exists(Scratch("new")));  // an empty source still creates the target
+}
+
+TEST(CopyFile, RefusalsAndFailuresGiveTheirCodes) {
+  const std::string src = Scratch("src"), t = Scratch("t"), missing = Scratch("missing"),
+                    no_dir = Scratch("no/dir/t"), read_t = Scratch("read.t");
+  WriteFile(src, std::string(300, 'x'));
+  const struct {
+    const char *src;
+    const char *tgt;
+    const char *expected;  // the code and the error lines
+  } rows[] = {
+      {nullptr, t.c_str(), "-1 src is null"},
+      {src.c_str(), nullptr, "-2 tgt is null"},
+      {missing.c_str(), t.c_str(), "-3 src open failed"},
+      {src.c_str(), no_dir.c_str(), "-4 tgt open failed"},
+      // Reading a directory fails with EISDIR after a successful open.
+      {tarvik_test::ScratchDir().c_str(), read_t.c_str(),
+       "-5 Error happen during reading src file; Error happen during writing tgt file, abort copy"},
+      {src.c_str(), "/dev/full",
+       "-5 Error happen during writing tgt file; Error happen during writing tgt file, abort copy"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.expected);
+    tarvik_test::ClearSyslog();
+    const int code = tarvik_copy_file(row.src, row.tgt);
+    EXPECT_EQ(std::to_string(code) + " " + tarvik_test::LoggedBy("tarvik_copy_file", LOG_ERR),
+              row.expected);
+  }
+  EXPECT_FALSE(Exists(t));  // the target is not created when the source is missing
 }
 
 TEST(ClearFile, EmptiesCreatesAndOnlyLogsFailures) {
@@ -121,7 +114,7 @@ TEST(ClearFile, EmptiesCreatesAndOnlyLogsFailures) {
   EXPECT_TRUE(SyslogContains("file_name is null", LOG_ERR));
 }
 
-TEST(DeleteFile, FileEmptyDirectoryMissingAndNull) {
+TEST(Delete, FileEmptyDirectoryMissingAndNull) {
   WriteFile(Scratch("f"), "x");
   EXPECT_EQ(tarvik_delete_file(Scratch("f").c_str()), 0);
   EXPECT_FALSE(Exists(Scratch("f")));
@@ -135,6 +128,10 @@ TEST(DeleteFile, FileEmptyDirectoryMissingAndNull) {
       << SyslogDump();
   EXPECT_EQ(tarvik_delete_file(nullptr), 1);
   EXPECT_TRUE(SyslogContains("file_name is null", LOG_ERR));
+  EXPECT_EQ(tarvik_delete_directory(nullptr), 1);
+  EXPECT_TRUE(SyslogContains("dir_path is null", LOG_ERR));
+  EXPECT_EQ(tarvik_delete_directory(missing.c_str()), 2);
+  EXPECT_TRUE(SyslogContains("dir_path open fail", LOG_ERR));
 }
 
 TEST(DeleteDirectory, TreeWithLinksReadOnlyEntriesAndNesting) {
@@ -145,17 +142,14 @@ TEST(DeleteDirectory, TreeWithLinksReadOnlyEntriesAndNesting) {
   WriteFile(Scratch("outside-file"), "also precious");
 
   const std::string tree = Scratch("tree");
-  ASSERT_EQ(mkdir(tree.c_str(), 0755), 0);
-  ASSERT_EQ(mkdir((tree + "/a").c_str(), 0755), 0);
-  ASSERT_EQ(mkdir((tree + "/a/b").c_str(), 0755), 0);
-  ASSERT_EQ(mkdir((tree + "/a/b/c").c_str(), 0755), 0);
-  ASSERT_EQ(mkdir((tree + "/empty").c_str(), 0755), 0);
+  for (const char *dir : {"", "/a", "/a/b", "/a/b/c", "/empty", "/a/rodir"}) {
+    ASSERT_EQ(mkdir((tree + dir).c_str(), 0755), 0);
+  }
   WriteFile(tree + "/top", "1");
   WriteFile(tree + "/a/b/c/deep", "2");
   WriteFile(tree + "/a/readonly", "3");
-  ASSERT_EQ(chmod((tree + "/a/readonly").c_str(), 0444), 0);
-  ASSERT_EQ(mkdir((tree + "/a/rodir").c_str(), 0755), 0);
   WriteFile(tree + "/a/rodir/inside", "4");
+  ASSERT_EQ(chmod((tree + "/a/readonly").c_str(), 0444), 0);
   ASSERT_EQ(chmod((tree + "/a/rodir").c_str(), 0555), 0);  // removable only by root
   ASSERT_EQ(symlink(outside.c_str(), (tree + "/a/link-to-dir").c_str()), 0);
   ASSERT_EQ(symlink(Scratch("outside-file").c_str(), (tree + "/link-to-file").c_str()), 0);
@@ -203,13 +197,6 @@ TEST(DeleteDirectory, EntryBeyondPathLimitIsLeftAndRmdirFails) {
       << SyslogDump();
   EXPECT_TRUE(Exists(path + "/f"));
   EXPECT_FALSE(Exists(tree + "/shallow"));
-}
-
-TEST(DeleteDirectory, NullAndMissing) {
-  EXPECT_EQ(tarvik_delete_directory(nullptr), 1);
-  EXPECT_TRUE(SyslogContains("dir_path is null", LOG_ERR));
-  EXPECT_EQ(tarvik_delete_directory(Scratch("missing").c_str()), 2);
-  EXPECT_TRUE(SyslogContains("dir_path open fail", LOG_ERR));
 }
 
 }  // namespace

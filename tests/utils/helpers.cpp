@@ -56,11 +56,11 @@ std::string RunWithProps(const std::string &props, const std::function<std::stri
   return result;
 }
 
-std::string LoggedBy(const std::string &func) {
+std::string LoggedBy(const std::string &func, int priority) {
   std::string out;
   for (const auto &line : SyslogLines()) {
     const size_t at = line.text.find(" " + func + ": ");
-    if (at != std::string::npos) {
+    if (at != std::string::npos && (priority < 0 || line.priority == priority)) {
       out += (out.empty() ? "" : "; ") + line.text.substr(at + func.size() + 3);
     }
   }

@@ -12,8 +12,8 @@ namespace tarvik_test {
 // when the child failed. The caller must not have used its own property store yet.
 std::string RunWithProps(const std::string &props, const std::function<std::string()> &body);
 
-// What `func` logged since the last ClearSyslog(): the text after "func: " of each line, joined
-// by "; ".
-std::string LoggedBy(const std::string &func);
+// What `func` logged (at `priority`, unless it is -1) since the last ClearSyslog(): the text
+// after "func: " of each line, joined by "; ".
+std::string LoggedBy(const std::string &func, int priority = -1);
 
 }  // namespace tarvik_test
