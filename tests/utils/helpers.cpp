@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -65,6 +66,12 @@ std::string LoggedBy(const std::string &func, int priority) {
     }
   }
   return out;
+}
+
+std::string CodeAndErrors(long long code, const std::string &func) {
+  const std::string errors = LoggedBy(func, LOG_ERR);
+  ClearSyslog();
+  return std::to_string(code) + (errors.empty() ? "" : " " + errors);
 }
 
 }  // namespace tarvik_test

@@ -16,4 +16,8 @@ std::string RunWithProps(const std::string &props, const std::function<std::stri
 // after "func: " of each line, joined by "; ".
 std::string LoggedBy(const std::string &func, int priority = -1);
 
+// `code` and the error lines `func` logged ("-1 src is null"); then forgets the captured lines,
+// so that the next call starts from none.
+std::string CodeAndErrors(long long code, const std::string &func);
+
 }  // namespace tarvik_test

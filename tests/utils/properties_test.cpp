@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "helpers.h"
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 
@@ -24,19 +25,15 @@ std::string Get(const char *name, const char *def = "<unset>") {
   return value;
 }
 
-TEST(PropertyValue, WriteLimitIs92Characters) {
+TEST(PropertyValue, WriteLimitIs92CharactersGetReturnsLengthOrDefault) {
   const std::string fits(92, 'v');
   EXPECT_EQ(tarvik_set_property_value("persist.test.limit", fits.c_str()), 0);
   EXPECT_EQ(Get("persist.test.limit"), fits);
-
-  const std::string too_long(93, 'w');
-  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", too_long.c_str()), -3);
+  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", std::string(93, 'w').c_str()), -3);
   EXPECT_TRUE(SyslogContains("property_value len(93) is out of range(92)", LOG_ERR))
       << SyslogDump();
   EXPECT_EQ(Get("persist.test.limit"), fits);  // nothing written
-}
 
-TEST(PropertyValue, GetReturnsLengthAndDefault) {
   char value[TARVIK_PROPERTY_BUF_SIZE];
   EXPECT_EQ(tarvik_get_property_value("persist.test.unset", value, "fallback"), 8);
   EXPECT_STREQ(value, "fallback");
@@ -55,30 +52,20 @@ TEST(PropertyValue, NamesLongerThan255AreCut) {
 }
 
 TEST(PropertyValue, MissingArgumentsGiveTheirCodes) {
+  using tarvik_test::CodeAndErrors;
+  const char *get = "tarvik_get_property_value", *set = "tarvik_set_property_value";
   char value[TARVIK_PROPERTY_BUF_SIZE] = "untouched";
-  struct Row {
-    const char *name;
-    int result;
-    int expected;
-    const char *log;
-  };
-  const Row rows[] = {
-      {"get name", tarvik_get_property_value(nullptr, value, "d"), -1,
-       "tarvik_get_property_value: property_name is null"},
-      {"get value", tarvik_get_property_value("persist.test.a", nullptr, "d"), -2,
-       "tarvik_get_property_value: property_value is null"},
-      {"get default", tarvik_get_property_value("persist.test.a", value, nullptr), -3,
-       "tarvik_get_property_value: default_property_value is null"},
-      {"set name", tarvik_set_property_value(nullptr, "v"), -1,
-       "tarvik_set_property_value: property_name is null"},
-      {"set value", tarvik_set_property_value("persist.test.a", nullptr), -2,
-       "tarvik_set_property_value: property_value is null"},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(row.result, row.expected);
-    EXPECT_TRUE(SyslogContains(row.log, LOG_ERR));
-  }
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value(nullptr, value, "d"), get),
+            "-1 property_name is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value("persist.test.a", nullptr, "d"), get),
+            "-2 property_value is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value("persist.test.a", value, nullptr), get),
+            "-3 default_property_value is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_set_property_value(nullptr, "v"), set),
+            "-1 property_name is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_set_property_value("persist.test.a", nullptr), set),
+            "-2 property_value is null");
   EXPECT_STREQ(value, "untouched");
   EXPECT_EQ(Get("persist.test.a"), "<unset>");
 }
