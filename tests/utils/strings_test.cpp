@@ -11,6 +11,7 @@
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 
+using tarvik_test::CodeAndErrors;
 using tarvik_test::SyslogContains;
 using tarvik_test::SyslogDump;
 
@@ -218,45 +219,45 @@ TEST(StrStartsWith, Table) {
 
 TEST(HexStr, BoundsAndRefusals) {
   const uint8_t data[] = {0x0A, 0xFF, 0x00};
-  char hex[16];
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 2));
-  EXPECT_STREQ(hex, " 0A FF");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 7, data, 3));
-  EXPECT_STREQ(hex, " 0A");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 8, data, 3));
-  EXPECT_STREQ(hex, " 0A FF");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 0));
-  EXPECT_STREQ(hex, "");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, -3));
-  EXPECT_STREQ(hex, "");
+  const auto hex = [&data](int len_max, int data_len) {
+    char out[16];
+    return tarvik_get_hex_str(out, len_max, data, data_len) ? std::string(out) : "<refused>";
+  };
+  EXPECT_EQ(hex(16, 2), " 0A FF");
+  EXPECT_EQ(hex(7, 3), " 0A");  // a byte needs four places, the NUL included
+  EXPECT_EQ(hex(8, 3), " 0A FF");
+  EXPECT_EQ(hex(16, 0), "");
+  EXPECT_EQ(hex(16, -3), "");
+  EXPECT_EQ(hex(5, 1), " 0A");
+  EXPECT_EQ(hex(4, 1), "<refused>");
 
-  EXPECT_FALSE(tarvik_get_hex_str(nullptr, 16, data, 2));
-  EXPECT_TRUE(SyslogContains("hex_str is null", LOG_ERR));
-  EXPECT_FALSE(tarvik_get_hex_str(hex, 4, data, 2));
-  EXPECT_TRUE(SyslogContains("len_max is invalid", LOG_ERR));
-  EXPECT_FALSE(tarvik_get_hex_str(hex, 16, nullptr, 2));
-  EXPECT_TRUE(SyslogContains("ptr_data is null", LOG_ERR));
+  const char *fn = "tarvik_get_hex_str";
+  char out[16];
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(nullptr, 16, data, 2), fn), "0 hex_str is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(out, 4, data, 2), fn), "0 len_max is invalid");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(out, 16, nullptr, 2), fn), "0 ptr_data is null");
 }
 
 TEST(StringListContain, SubstringOfValueAndArgumentFaults) {
+  const char *fn = "tarvik_string_list_contain";
   const char *list[] = {"rmnet", "wlan"};
   EXPECT_TRUE(tarvik_string_list_contain(list, 2, "rmnet_data0"));
   EXPECT_TRUE(SyslogContains("find str: rmnet_data0, size_list(2)", LOG_DEBUG));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 2, "rmn"));  // the entry must be inside the value
-  EXPECT_TRUE(SyslogContains("not find str: rmn, size_list(2)", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 1, "wlan0"));  // only size_list entries count
-
   const char *cn[] = {"cn"};
   EXPECT_TRUE(tarvik_string_list_contain(cn, 1, "cn_global"));
   const char *with_null[] = {nullptr, "x"};
   EXPECT_TRUE(tarvik_string_list_contain(with_null, 2, "box"));
-
-  EXPECT_FALSE(tarvik_string_list_contain(list, 2, nullptr));
-  EXPECT_TRUE(SyslogContains("str is NULL", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(nullptr, 2, "a"));
-  EXPECT_TRUE(SyslogContains("str_list is NULL", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 0, "a"));
-  EXPECT_TRUE(SyslogContains("size_list(0) can not <= 0", LOG_ERR));
+  tarvik_test::ClearSyslog();
+  // The entry must be inside the value, and only size_list entries count.
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 2, "rmn"), fn),
+            "0 not find str: rmn, size_list(2)");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 1, "wlan0"), fn),
+            "0 not find str: wlan0, size_list(1)");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 2, nullptr), fn), "0 str is NULL");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(nullptr, 2, "a"), fn), "0 str_list is NULL");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 0, "a"), fn),
+            "0 size_list(0) can not <= 0");
 }
 
 }  // namespace
