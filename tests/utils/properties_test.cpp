@@ -70,49 +70,39 @@ TEST(PropertyValue, MissingArgumentsGiveTheirCodes) {
   EXPECT_EQ(Get("persist.test.a"), "<unset>");
 }
 
-TEST(PropertyInt, RoundTripAndConversions) {
-  int32_t out = 7;
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, -42), -42);
-  EXPECT_EQ(out, -42);  // unset: the default
-
+TEST(PropertyTyped, IntAndBooleanConversions) {
   ASSERT_EQ(tarvik_set_property_value_to_int("persist.test.int", INT32_MIN), 0);
   EXPECT_EQ(Get("persist.test.int"), "-2147483648");
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), INT32_MIN);
-  EXPECT_EQ(out, INT32_MIN);
-
-  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "abc"), 0);
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), 0);  // not the default
-  EXPECT_EQ(out, 0);
-
-  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "12xyz"), 0);
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", nullptr, 5), 12);
-}
-
-TEST(PropertyBool, OnlyExactTrueAndFalseCount) {
   ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b1", 1), 0);
   EXPECT_EQ(Get("persist.test.b1"), "true");
   ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b2", 2), 0);  // only 1 is true
   EXPECT_EQ(Get("persist.test.b2"), "false");
 
-  struct Row {
+  // A stored text read as an int (atoi; the default -42 only when unset) and as a flag (only
+  // "true" and "false" count, else the default 7).
+  const struct {
     const char *stored;  // nullptr: unset
-    uint8_t def;
-    uint8_t expected;
-  };
-  const Row rows[] = {{"true", 0, 1},  {"false", 1, 0}, {"1", 0, 0},     {"yes", 0, 0},
-                      {"TRUE", 0, 0},  {"TRUE", 1, 1},  {"true ", 0, 0}, {nullptr, 1, 1},
-                      {nullptr, 0, 0}, {"", 1, 1}};
+    int32_t as_int;
+    uint8_t as_flag;
+  } rows[] = {{nullptr, -42, 7}, {"", -42, 7},     {"-2147483648", INT32_MIN, 7},
+              {"abc", 0, 7},     {"12xyz", 12, 7}, {"true", 0, 1},
+              {"false", 0, 0},   {"1", 1, 7},      {"yes", 0, 7},
+              {"TRUE", 0, 7},    {"true ", 0, 7}};
   int n = 0;
   for (const auto &row : rows) {
-    const std::string name = "persist.test.bool" + std::to_string(n++);
+    const std::string name = "persist.test.v" + std::to_string(n++);
     SCOPED_TRACE(name + " = " + (row.stored ? row.stored : "(unset)"));
     if (row.stored != nullptr) {
       ASSERT_EQ(tarvik_set_property_value(name.c_str(), row.stored), 0);
     }
+    int32_t out = 5;
+    EXPECT_EQ(tarvik_get_property_value_from_int(name.c_str(), &out, -42), row.as_int);
+    EXPECT_EQ(out, row.as_int);
+    EXPECT_EQ(tarvik_get_property_value_from_int(name.c_str(), nullptr, -42), row.as_int);
     uint8_t flag = 0xAA;
-    EXPECT_EQ(tarvik_get_property_value_from_boolean(name.c_str(), &flag, row.def),
+    EXPECT_EQ(tarvik_get_property_value_from_boolean(name.c_str(), &flag, 7),
               static_cast<int>(row.stored != nullptr ? strlen(row.stored) : 0));
-    EXPECT_EQ(flag, row.expected);
+    EXPECT_EQ(flag, row.as_flag);
   }
   EXPECT_EQ(tarvik_get_property_value_from_boolean("persist.test.b1", nullptr, 1), -2);
   uint8_t flag = 0xAA;
