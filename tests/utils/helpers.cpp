@@ -14,6 +14,18 @@
 
 namespace tarvik_test {
 
+std::string SetProps(const std::string &props) {
+  std::istringstream in(props);
+  for (std::string prop; in >> prop;) {
+    const size_t eq = prop.find('=');
+    if (eq == std::string::npos ||
+        property_set(prop.substr(0, eq).c_str(), prop.c_str() + eq + 1) != 0) {
+      return prop;
+    }
+  }
+  return "";
+}
+
 std::string RunWithProps(const std::string &props, const std::function<std::string()> &body) {
   static int n = 0;
   const std::string dir = ScratchDir() + "/store" + std::to_string(n++);
@@ -26,18 +38,8 @@ std::string RunWithProps(const std::string &props, const std::function<std::stri
   if (pid == 0) {
     close(out[0]);
     setenv("TARVIK_PROPERTY_DIR", dir.c_str(), 1);
-    std::istringstream in(props);
-    std::string result, prop;
-    while (in >> prop && result.empty()) {
-      const size_t eq = prop.find('=');
-      if (eq == std::string::npos ||
-          property_set(prop.substr(0, eq).c_str(), prop.c_str() + eq + 1) != 0) {
-        result = "<not set: " + prop + ">";
-      }
-    }
-    if (result.empty()) {
-      result = body();
-    }
+    const std::string refused = SetProps(props);
+    const std::string result = refused.empty() ? body() : "<not set: " + refused + ">";
     fflush(stdout);
     _exit(write(out[1], result.data(), result.size()) == static_cast<ssize_t>(result.size()) ? 0
                                                                                              : 1);

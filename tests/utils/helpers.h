@@ -6,8 +6,12 @@
 
 namespace tarvik_test {
 
+// Sets the properties `props` ("name=value name=value ..."; no spaces in values) in order;
+// returns the first one the store refused, or "".
+std::string SetProps(const std::string &props);
+
 // Runs `body` in a forked child whose property store is a new directory holding `props`
-// ("name=value name=value ..."), for the utilities that keep a value for the life of the process
+// (as SetProps takes them), for the utilities that keep a value for the life of the process
 // and for write-once ro.* properties. Returns what `body` returned, or a text starting with "<"
 // when the child failed. The caller must not have used its own property store yet.
 std::string RunWithProps(const std::string &props, const std::function<std::string()> &body);

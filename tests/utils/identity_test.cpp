@@ -255,11 +255,10 @@ TEST(KeptIdentity, FirstValueHoldsAfterSetters) {
 }
 
 TEST(KeptIdentity, ValuesReadOnFirstUse) {
-  ASSERT_EQ(property_set("ro.vendor.radio.manufacturer_id", "1"), 0);
-  ASSERT_EQ(property_set("ro.radio.device_type", "7"), 0);
-  ASSERT_EQ(property_set("ro.product.device", "marble"), 0);
-  ASSERT_EQ(property_set("ro.product.odm.device", "marble_odm"), 0);
-  ASSERT_EQ(property_set("ro.product.odm.name", "marble_global"), 0);
+  ASSERT_EQ(tarvik_test::SetProps("ro.vendor.radio.manufacturer_id=1 ro.radio.device_type=7 "
+                                  "ro.product.device=marble ro.product.odm.device=marble_odm "
+                                  "ro.product.odm.name=marble_global"),
+            "");
   EXPECT_EQ(tarvik_get_tarvik_manufacturer_id(), TARVIK_MANUFACTURER_ID_TARVIK);
   EXPECT_EQ(tarvik_get_tarvik_device_type(), 7);
   EXPECT_STREQ(tarvik_device_name_get(), "marble");
@@ -395,13 +394,11 @@ TEST(Tool, DeviceBuildAndStartServiceOverTheSharedStore) {
   if (tarvik_test::BinDir().empty()) {
     GTEST_SKIP() << "TARVIK_BIN_DIR not set";
   }
-  ASSERT_EQ(property_set("ro.product.device", "marble"), 0);
-  ASSERT_EQ(property_set("gsm.sim.state", "ABSENT,LOADED"), 0);
-  ASSERT_EQ(property_set("persist.radio.multisim.config", "ssss"), 0);
-  ASSERT_EQ(property_set("ro.vendor.radio.manufacturer_id", "1"), 0);
-  ASSERT_EQ(property_set("ro.vendor.radio.build_profile", "ravu"), 0);
-  ASSERT_EQ(property_set("ro.build.version.incremental", "V1.0.23.0.DEV"), 0);
-  ASSERT_EQ(property_set("ro.build.tags", "release-keys"), 0);
+  ASSERT_EQ(tarvik_test::SetProps("ro.product.device=marble gsm.sim.state=ABSENT,LOADED "
+                                  "persist.radio.multisim.config=ssss ro.build.tags=release-keys "
+                                  "ro.vendor.radio.manufacturer_id=1 " +
+                                  Expand("profile=ravu ver=V1.0.23.0.DEV")),
+            "");
   const struct {
     int status;
     std::string args;
