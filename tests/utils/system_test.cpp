@@ -17,7 +17,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
@@ -44,9 +44,7 @@ void WriteFile(const std::string &path, const std::string &data) {
 
 std::string ReadFile(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 bool Exists(const std::string &path) {
@@ -54,16 +52,12 @@ bool Exists(const std::string &path) {
   return lstat(path.c_str(), &st) == 0;
 }
 
-std::string Pattern(size_t size) {
-  std::string data(size, '\0');
-  for (size_t i = 0; i < size; ++i) {
-    data[i] = static_cast<char>((i * 131 + i / 7) & 0xFF);
-  }
-  return data;
-}
-
 TEST(CopyFile, WholeSourceReplacesTheTargetInBufferSizedChunks) {
-  const std::string big = Pattern(2 * 10240 + 100), src = Scratch("src"), tgt = Scratch("tgt");
+  const std::string src = Scratch("src"), tgt = Scratch("tgt");
+  std::string big(2 * 10240 + 100, '\0');  // every byte value, no two chunks alike
+  for (size_t i = 0; i < big.size(); ++i) {
+    big[i] = static_cast<char>((i * 131 + i / 7) & 0xFF);
+  }
   WriteFile(src, big);
   EXPECT_EQ(tarvik_copy_file(src.c_str(), tgt.c_str()), 0);
   EXPECT_EQ(ReadFile(tgt), big);
