@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "helpers.h"
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 
@@ -24,19 +25,15 @@ std::string Get(const char *name, const char *def = "<unset>") {
   return value;
 }
 
-TEST(PropertyValue, WriteLimitIs92Characters) {
+TEST(PropertyValue, WriteLimitIs92CharactersGetReturnsLengthOrDefault) {
   const std::string fits(92, 'v');
   EXPECT_EQ(tarvik_set_property_value("persist.test.limit", fits.c_str()), 0);
   EXPECT_EQ(Get("persist.test.limit"), fits);
-
-  const std::string too_long(93, 'w');
-  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", too_long.c_str()), -3);
+  EXPECT_EQ(tarvik_set_property_value("persist.test.limit", std::string(93, 'w').c_str()), -3);
   EXPECT_TRUE(SyslogContains("property_value len(93) is out of range(92)", LOG_ERR))
       << SyslogDump();
   EXPECT_EQ(Get("persist.test.limit"), fits);  // nothing written
-}
 
-TEST(PropertyValue, GetReturnsLengthAndDefault) {
   char value[TARVIK_PROPERTY_BUF_SIZE];
   EXPECT_EQ(tarvik_get_property_value("persist.test.unset", value, "fallback"), 8);
   EXPECT_STREQ(value, "fallback");
@@ -55,77 +52,57 @@ TEST(PropertyValue, NamesLongerThan255AreCut) {
 }
 
 TEST(PropertyValue, MissingArgumentsGiveTheirCodes) {
+  using tarvik_test::CodeAndErrors;
+  const char *get = "tarvik_get_property_value", *set = "tarvik_set_property_value";
   char value[TARVIK_PROPERTY_BUF_SIZE] = "untouched";
-  struct Row {
-    const char *name;
-    int result;
-    int expected;
-    const char *log;
-  };
-  const Row rows[] = {
-      {"get name", tarvik_get_property_value(nullptr, value, "d"), -1,
-       "tarvik_get_property_value: property_name is null"},
-      {"get value", tarvik_get_property_value("persist.test.a", nullptr, "d"), -2,
-       "tarvik_get_property_value: property_value is null"},
-      {"get default", tarvik_get_property_value("persist.test.a", value, nullptr), -3,
-       "tarvik_get_property_value: default_property_value is null"},
-      {"set name", tarvik_set_property_value(nullptr, "v"), -1,
-       "tarvik_set_property_value: property_name is null"},
-      {"set value", tarvik_set_property_value("persist.test.a", nullptr), -2,
-       "tarvik_set_property_value: property_value is null"},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(row.result, row.expected);
-    EXPECT_TRUE(SyslogContains(row.log, LOG_ERR));
-  }
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value(nullptr, value, "d"), get),
+            "-1 property_name is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value("persist.test.a", nullptr, "d"), get),
+            "-2 property_value is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_property_value("persist.test.a", value, nullptr), get),
+            "-3 default_property_value is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_set_property_value(nullptr, "v"), set),
+            "-1 property_name is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_set_property_value("persist.test.a", nullptr), set),
+            "-2 property_value is null");
   EXPECT_STREQ(value, "untouched");
   EXPECT_EQ(Get("persist.test.a"), "<unset>");
 }
 
-TEST(PropertyInt, RoundTripAndConversions) {
-  int32_t out = 7;
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, -42), -42);
-  EXPECT_EQ(out, -42);  // unset: the default
-
+TEST(PropertyTyped, IntAndBooleanConversions) {
   ASSERT_EQ(tarvik_set_property_value_to_int("persist.test.int", INT32_MIN), 0);
   EXPECT_EQ(Get("persist.test.int"), "-2147483648");
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), INT32_MIN);
-  EXPECT_EQ(out, INT32_MIN);
-
-  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "abc"), 0);
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", &out, 5), 0);  // not the default
-  EXPECT_EQ(out, 0);
-
-  ASSERT_EQ(tarvik_set_property_value("persist.test.int", "12xyz"), 0);
-  EXPECT_EQ(tarvik_get_property_value_from_int("persist.test.int", nullptr, 5), 12);
-}
-
-TEST(PropertyBool, OnlyExactTrueAndFalseCount) {
   ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b1", 1), 0);
   EXPECT_EQ(Get("persist.test.b1"), "true");
   ASSERT_EQ(tarvik_set_property_value_to_boolean("persist.test.b2", 2), 0);  // only 1 is true
   EXPECT_EQ(Get("persist.test.b2"), "false");
 
-  struct Row {
+  // A stored text read as an int (atoi; the default -42 only when unset) and as a flag (only
+  // "true" and "false" count, else the default 7).
+  const struct {
     const char *stored;  // nullptr: unset
-    uint8_t def;
-    uint8_t expected;
-  };
-  const Row rows[] = {{"true", 0, 1},  {"false", 1, 0}, {"1", 0, 0},     {"yes", 0, 0},
-                      {"TRUE", 0, 0},  {"TRUE", 1, 1},  {"true ", 0, 0}, {nullptr, 1, 1},
-                      {nullptr, 0, 0}, {"", 1, 1}};
+    int32_t as_int;
+    uint8_t as_flag;
+  } rows[] = {{nullptr, -42, 7}, {"", -42, 7},     {"-2147483648", INT32_MIN, 7},
+              {"abc", 0, 7},     {"12xyz", 12, 7}, {"true", 0, 1},
+              {"false", 0, 0},   {"1", 1, 7},      {"yes", 0, 7},
+              {"TRUE", 0, 7},    {"true ", 0, 7}};
   int n = 0;
   for (const auto &row : rows) {
-    const std::string name = "persist.test.bool" + std::to_string(n++);
+    const std::string name = "persist.test.v" + std::to_string(n++);
     SCOPED_TRACE(name + " = " + (row.stored ? row.stored : "(unset)"));
     if (row.stored != nullptr) {
       ASSERT_EQ(tarvik_set_property_value(name.c_str(), row.stored), 0);
     }
+    int32_t out = 5;
+    EXPECT_EQ(tarvik_get_property_value_from_int(name.c_str(), &out, -42), row.as_int);
+    EXPECT_EQ(out, row.as_int);
+    EXPECT_EQ(tarvik_get_property_value_from_int(name.c_str(), nullptr, -42), row.as_int);
     uint8_t flag = 0xAA;
-    EXPECT_EQ(tarvik_get_property_value_from_boolean(name.c_str(), &flag, row.def),
+    EXPECT_EQ(tarvik_get_property_value_from_boolean(name.c_str(), &flag, 7),
               static_cast<int>(row.stored != nullptr ? strlen(row.stored) : 0));
-    EXPECT_EQ(flag, row.expected);
+    EXPECT_EQ(flag, row.as_flag);
   }
   EXPECT_EQ(tarvik_get_property_value_from_boolean("persist.test.b1", nullptr, 1), -2);
   uint8_t flag = 0xAA;

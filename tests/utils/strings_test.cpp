@@ -7,64 +7,55 @@
 #include <string>
 #include <vector>
 
+#include "helpers.h"
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 
+using tarvik_test::CodeAndErrors;
 using tarvik_test::SyslogContains;
 using tarvik_test::SyslogDump;
 
 namespace {
 
-struct TrimRow {
-  const char *name;
-  std::string input;  // may hold bytes past its terminator
-  int capacity;
-  const char *expected;
-};
-
 TEST(StrTrim, Table) {
-  const TrimRow rows[] = {
+  const struct {
+    const char *name;
+    std::string input;  // may hold bytes past its terminator
+    int capacity;
+    const char *expected;
+  } rows[] = {
       {"both ends", "  ab \t", 8, "ab"},
       {"inner blanks kept", " a b ", 8, "a b"},
       {"blanks only", "   ", 8, ""},
       {"empty", "", 8, ""},
       {"every white-space byte", "\t\n\v\f\r x\r\n", 16, "x"},
-      {"no terminator within capacity", "abcdefghij", 4, "abc"},
+      {"no terminator within capacity", "abcdefghiX", 4, "abc"},
       {"cut leaves trailing blanks", "ab  cdef", 4, "ab"},
       {"capacity all blanks", "    xyz", 4, ""},
       {"cut leaves only blanks after the start", "   x", 4, ""},
       {"terminator at last byte", "abc", 4, "abc"},
       {"leading NUL is an empty string", std::string("\0ab", 3), 8, ""},
+      {"capacity under two: left alone", " a ", 1, " a "},
+      {"negative capacity: left alone", " a ", -5, " a "},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    std::vector<char> buf(row.input.begin(), row.input.end());
-    buf.resize(std::max<size_t>(buf.size(), static_cast<size_t>(row.capacity)), '\0');
+    // The input, its terminator and "XY" after it: bytes from the capacity on are never written.
+    const size_t capacity = static_cast<size_t>(std::max(row.capacity, 0));
+    std::string buf = row.input;
+    buf.resize(std::max(buf.size() + 1, capacity), '\0');
+    buf += "XY";
+    const std::string beyond = buf.substr(capacity);
     tarvik_str_trim(buf.data(), row.capacity);
-    EXPECT_STREQ(buf.data(), row.expected);
+    EXPECT_STREQ(buf.c_str(), row.expected);
+    EXPECT_EQ(buf.substr(capacity), beyond);
   }
-}
-
-TEST(StrTrim, CutIsLoggedAndBytesBeyondCapacityUntouched) {
-  char buf[12] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'X', '\0'};
-  tarvik_str_trim(buf, 4);
-  EXPECT_STREQ(buf, "abc");
-  EXPECT_EQ(buf[4], 'e');
-  EXPECT_EQ(buf[10], 'X');
   EXPECT_TRUE(SyslogContains(
       "This string has no cut-off character, cnt_end = 4(max:4), new cnt_end = 3", LOG_DEBUG))
       << SyslogDump();
-}
-
-TEST(StrTrim, BadArgumentsLeaveStringAlone) {
+  EXPECT_TRUE(SyslogContains("str_len_max(1) can not < 2", LOG_ERR));
   tarvik_str_trim(nullptr, 10);
   EXPECT_TRUE(SyslogContains("str is null, str_len_max = 10", LOG_ERR));
-  char buf[] = " a ";
-  tarvik_str_trim(buf, 1);
-  EXPECT_STREQ(buf, " a ");
-  EXPECT_TRUE(SyslogContains("str_len_max(1) can not < 2", LOG_ERR));
-  tarvik_str_trim(buf, -5);
-  EXPECT_STREQ(buf, " a ");
 }
 
 TEST(StrFindRight, LastOccurrenceTerminatorAndMissing) {
@@ -139,59 +130,40 @@ TEST(StrPrint, OneLinePerCharacter) {
   EXPECT_TRUE(SyslogContains("str is NULL", LOG_DEBUG));
 }
 
-TEST(StrRpl, Table) {
-  struct Row {
-    const char *name;
-    const char *in;
-    const char *src;
-    const char *dst;
+TEST(StrRpl, AppendsWithinTheCapacity) {
+  const struct {
+    const char *in, *src, *dst;
     int outlen;
-    const char *expected;
-    const char *log;  // error line expected, or nullptr
-  };
-  const Row rows[] = {
-      {"non-overlapping matches", "aaa", "aa", "b", 16, "ba", nullptr},
-      {"several matches", "a-b-c", "-", "::", 16, "a::b::c", nullptr},
-      {"dst empty deletes", "x.y.z", ".", "", 16, "xyz", nullptr},
-      {"no match copies", "hello", "zz", "y", 16, "hello", nullptr},
-      {"replacement does not fit", "abXcd", "X", "12345", 8, "ab",
-       "len(2) + dst_len(5) + 1 >= outlen(8), abort"},
-      {"character does not fit", "abcdef", "X", "Y", 4, "ab", "len(2) + 1 + 1 >= outlen(4), abort"},
-      {"zero capacity writes nothing", "abc", "X", "Y", 0, "",
-       "len(0) + 1 + 1 >= outlen(0), abort"},
-      {"empty in", "", "a", "b", 16, "", "in is empty"},
-      {"empty src", "abc", "", "b", 16, "", "src_len(0) can not <= 0"},
+    const char *expected;  // out, which held "p", then " | " and the error lines
+  } rows[] = {
+      {"aaa", "aa", "b", 16, "pba"},  // matches do not overlap
+      {"a-b-c", "-", "::", 16, "pa::b::c"},
+      {"x.y.z", ".", "", 16, "pxyz"},
+      {"hello", "zz", "y", 16, "phello"},
+      {"abXcd", "X", "12345", 8, "pab | len(3) + dst_len(5) + 1 >= outlen(8), abort"},
+      {"abcdef", "X", "Y", 4, "pa | len(2) + 1 + 1 >= outlen(4), abort"},
+      {"abc", "X", "Y", 0, "p | len(0) + 1 + 1 >= outlen(0), abort"},
+      {"", "a", "b", 16, "p | in is empty"},
+      {"abc", "", "b", 16, "p | src_len(0) can not <= 0"},
+      {"x", nullptr, "b", 16, "p | src is null"},
+      {"x", "a", nullptr, 16, "p | dst is null"},
+      {nullptr, "a", "b", 16, "p | in is null"},
   };
   for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
+    SCOPED_TRACE(row.expected);
     tarvik_test::ClearSyslog();
     char out[32];
     memset(out, 0x7f, sizeof(out));
-    out[0] = '\0';
+    strcpy(out, "p");
     tarvik_str_rpl(row.in, out, row.outlen, row.src, row.dst);
-    EXPECT_STREQ(out, row.expected);
+    const std::string errors = tarvik_test::LoggedBy("tarvik_str_rpl", LOG_ERR);
+    EXPECT_EQ(out + (errors.empty() ? "" : " | " + errors), row.expected);
     if (row.outlen > 0) {
-      // Nothing is written at or past the capacity.
-      EXPECT_EQ(out[row.outlen], 0x7f);
-    }
-    if (row.log != nullptr) {
-      EXPECT_TRUE(SyslogContains(row.log, LOG_ERR)) << SyslogDump();
+      EXPECT_EQ(out[row.outlen], 0x7f);  // nothing is written at or past the capacity
     }
   }
-}
-
-TEST(StrRpl, AppendsToExistingOutAndChecksNulls) {
-  char out[16] = "pre:";
-  tarvik_str_rpl("a1", out, sizeof(out), "1", "2");
-  EXPECT_STREQ(out, "pre:a2");
-  tarvik_str_rpl("x", out, sizeof(out), nullptr, "b");
-  tarvik_str_rpl("x", out, sizeof(out), "a", nullptr);
-  tarvik_str_rpl(nullptr, out, sizeof(out), "a", "b");
   tarvik_str_rpl("x", nullptr, 8, "a", "b");
-  EXPECT_STREQ(out, "pre:a2");
-  for (const char *line : {"src is null", "dst is null", "in is null", "out is null"}) {
-    EXPECT_TRUE(SyslogContains(line, LOG_ERR)) << line;
-  }
+  EXPECT_TRUE(SyslogContains("out is null", LOG_ERR));
 }
 
 TEST(StrAddPrefix, FitsExactlyAndRefusals) {
@@ -242,45 +214,45 @@ TEST(StrStartsWith, Table) {
 
 TEST(HexStr, BoundsAndRefusals) {
   const uint8_t data[] = {0x0A, 0xFF, 0x00};
-  char hex[16];
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 2));
-  EXPECT_STREQ(hex, " 0A FF");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 7, data, 3));
-  EXPECT_STREQ(hex, " 0A");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 8, data, 3));
-  EXPECT_STREQ(hex, " 0A FF");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, 0));
-  EXPECT_STREQ(hex, "");
-  EXPECT_TRUE(tarvik_get_hex_str(hex, 16, data, -3));
-  EXPECT_STREQ(hex, "");
+  const auto hex = [&data](int len_max, int data_len) {
+    char out[16];
+    return tarvik_get_hex_str(out, len_max, data, data_len) ? std::string(out) : "<refused>";
+  };
+  EXPECT_EQ(hex(16, 2), " 0A FF");
+  EXPECT_EQ(hex(7, 3), " 0A");  // a byte needs four places, the NUL included
+  EXPECT_EQ(hex(8, 3), " 0A FF");
+  EXPECT_EQ(hex(16, 0), "");
+  EXPECT_EQ(hex(16, -3), "");
+  EXPECT_EQ(hex(5, 1), " 0A");
+  EXPECT_EQ(hex(4, 1), "<refused>");
 
-  EXPECT_FALSE(tarvik_get_hex_str(nullptr, 16, data, 2));
-  EXPECT_TRUE(SyslogContains("hex_str is null", LOG_ERR));
-  EXPECT_FALSE(tarvik_get_hex_str(hex, 4, data, 2));
-  EXPECT_TRUE(SyslogContains("len_max is invalid", LOG_ERR));
-  EXPECT_FALSE(tarvik_get_hex_str(hex, 16, nullptr, 2));
-  EXPECT_TRUE(SyslogContains("ptr_data is null", LOG_ERR));
+  const char *fn = "tarvik_get_hex_str";
+  char out[16];
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(nullptr, 16, data, 2), fn), "0 hex_str is null");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(out, 4, data, 2), fn), "0 len_max is invalid");
+  EXPECT_EQ(CodeAndErrors(tarvik_get_hex_str(out, 16, nullptr, 2), fn), "0 ptr_data is null");
 }
 
 TEST(StringListContain, SubstringOfValueAndArgumentFaults) {
+  const char *fn = "tarvik_string_list_contain";
   const char *list[] = {"rmnet", "wlan"};
   EXPECT_TRUE(tarvik_string_list_contain(list, 2, "rmnet_data0"));
   EXPECT_TRUE(SyslogContains("find str: rmnet_data0, size_list(2)", LOG_DEBUG));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 2, "rmn"));  // the entry must be inside the value
-  EXPECT_TRUE(SyslogContains("not find str: rmn, size_list(2)", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 1, "wlan0"));  // only size_list entries count
-
   const char *cn[] = {"cn"};
   EXPECT_TRUE(tarvik_string_list_contain(cn, 1, "cn_global"));
   const char *with_null[] = {nullptr, "x"};
   EXPECT_TRUE(tarvik_string_list_contain(with_null, 2, "box"));
-
-  EXPECT_FALSE(tarvik_string_list_contain(list, 2, nullptr));
-  EXPECT_TRUE(SyslogContains("str is NULL", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(nullptr, 2, "a"));
-  EXPECT_TRUE(SyslogContains("str_list is NULL", LOG_ERR));
-  EXPECT_FALSE(tarvik_string_list_contain(list, 0, "a"));
-  EXPECT_TRUE(SyslogContains("size_list(0) can not <= 0", LOG_ERR));
+  tarvik_test::ClearSyslog();
+  // The entry must be inside the value, and only size_list entries count.
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 2, "rmn"), fn),
+            "0 not find str: rmn, size_list(2)");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 1, "wlan0"), fn),
+            "0 not find str: wlan0, size_list(1)");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 2, nullptr), fn), "0 str is NULL");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(nullptr, 2, "a"), fn), "0 str_list is NULL");
+  EXPECT_EQ(CodeAndErrors(tarvik_string_list_contain(list, 0, "a"), fn),
+            "0 size_list(0) can not <= 0");
 }
 
 }  // namespace
