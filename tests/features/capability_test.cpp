@@ -219,27 +219,6 @@ TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
-// The profile, paths and timer survive a restart of the modem on the same state directory.
-TEST_F(CapabilityTest, ProfileAndSettingsPersist) {
-  const std::string dir = tarvik_test::ScratchDir() + "/state";
-  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
-  ASSERT_TRUE(fm_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
-  ASSERT_TRUE(fm_->SetString(60, "kept"));
-  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/kept.txt", 12), 0u);
-  ASSERT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(9), 1u);
-  ASSERT_EQ(tarvik_modem_nv_sync(), 0u);
-  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
-  EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x2A1u);
-  char text[16];
-  uint32_t len = sizeof(text);
-  EXPECT_EQ(tarvik_modem_string_info_get(60, text, &len), 0u);
-  EXPECT_STREQ(text, "kept");
-  char path[TARVIK_MCFG_PATH_SIZE];
-  EXPECT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
-  EXPECT_STREQ(path, "/kept.txt");
-  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 9);
-}
-
 class DeviceNameTest : public FeatureTest {
  protected:
   std::vector<uint8_t> NameFile() {

@@ -11,7 +11,6 @@
 #include "qmi_client.h"
 #include "syslog_capture.h"
 #include "tarvik_extend_nvefs.h"
-#include "test_env.h"
 
 namespace features_test {
 namespace {
@@ -23,6 +22,10 @@ const std::string kPath = "/nv/item_files/test/blob";
 int Write(const std::string &path, const std::vector<uint8_t> &data, uint32_t sub = 0) {
   return tarvik_efs_write(sub, path.data(), static_cast<uint32_t>(path.size()), data.data(),
                           static_cast<uint32_t>(data.size()));
+}
+
+int Read(const std::string &path, void *buf, uint32_t *len, uint32_t sub = 0) {
+  return tarvik_efs_read(sub, path.data(), static_cast<uint32_t>(path.size()), buf, len);
 }
 
 std::vector<tarvik_nvefs_req_t> Chunks(const std::vector<Sent> &sent) {
@@ -59,15 +62,6 @@ TEST_F(EfsTest, WriteGoesOutInChunksOf414) {
     ASSERT_TRUE(fm_->File(0, kPath, &stored));
     EXPECT_TRUE(stored == data);
   }
-}
-
-TEST_F(EfsTest, WriteLengthLimits) {
-  EXPECT_EQ(Write(kPath, std::vector<uint8_t>(102411, 1)), -108);
-  const uint8_t b = 1;
-  EXPECT_EQ(tarvik_efs_write(0, kPath.data(), static_cast<uint32_t>(kPath.size()), &b, 0), -108);
-  EXPECT_EQ(tarvik_efs_write(0, kPath.data(), static_cast<uint32_t>(kPath.size()), nullptr, 1),
-            -107);
-  EXPECT_TRUE(SentRequests().empty());
 }
 
 // The first chunk asks for a new instance (255); every later chunk carries the instance that
@@ -111,29 +105,33 @@ TEST_F(EfsTest, WriteAcceptsPositiveResultsAndStopsAtNegativeOnes) {
   EXPECT_EQ(SentRequests().size(), 3u);
 
   ClearSent();
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const int32_t code = -1;
-    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
-  });
+  TamperField(REQUEST_ID_NVEFS, offsetof(tarvik_nvefs_rsp_t, result), -1);
   EXPECT_EQ(Write(kPath, Pattern(900)), -1);
   EXPECT_EQ(SentRequests().size(), 1u);
 }
 
-TEST_F(EfsTest, ReadBackWholeFilesOfEverySize) {
-  for (uint32_t size : {1u, 424u, 425u, 4096u, 102410u}) {
-    SCOPED_TRACE("size " + std::to_string(size));
-    const auto data = Pattern(size, size + 7);
+// Files around the chunk boundaries read into buffers larger and smaller than the file: the
+// buffer is filled to the file or to its capacity, the count says how far, and the chunks ask
+// in turn from where the last one ended, none past the one that filled the buffer.
+TEST_F(EfsTest, ReadsFillTheBufferInChunksOf424) {
+  const struct {
+    uint32_t size, capacity;
+  } rows[] = {{1, 11},     {424, 434},  {425, 435},   {4096, 4106}, {102410, 102420}, {2000, 100},
+              {2000, 424}, {2000, 425}, {2000, 1000}, {2000, 1999}, {2000, 2000}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(std::to_string(row.size) + " bytes into " + std::to_string(row.capacity));
+    const auto data = Pattern(row.size, row.size + 7);
     ASSERT_EQ(Write(kPath, data), 0);
     ClearSent();
-    std::vector<uint8_t> buf(size + 10, 0xEE);
-    uint32_t len = static_cast<uint32_t>(buf.size());
-    ASSERT_EQ(
-        tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len), 0);
-    EXPECT_EQ(len, size);
-    EXPECT_TRUE(std::equal(data.begin(), data.end(), buf.begin()));
-    EXPECT_EQ(buf[size], 0xEE);
+    std::vector<uint8_t> buf(row.capacity + 1, 0xEE);
+    uint32_t len = row.capacity;
+    ASSERT_EQ(Read(kPath, buf.data(), &len), 0);
+    const uint32_t expected = std::min(row.size, row.capacity);
+    EXPECT_EQ(len, expected);
+    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + expected, data.begin()));
+    EXPECT_EQ(buf[expected], 0xEE) << "nothing past the file or the capacity";
     const auto chunks = Chunks(SentRequests(REQUEST_ID_NVEFS));
-    EXPECT_EQ(chunks.size(), (size + 423) / 424);
+    EXPECT_EQ(chunks.size(), (expected + 423) / 424);
     for (size_t i = 0; i < chunks.size(); ++i) {
       EXPECT_EQ(chunks[i].op, NVEFS_OP_EFS_READ);
       EXPECT_EQ(chunks[i].len_cur, i * 424);
@@ -141,54 +139,48 @@ TEST_F(EfsTest, ReadBackWholeFilesOfEverySize) {
   }
 }
 
-// A buffer smaller than the file is filled to its capacity; the count keeps the capacity and
-// no request goes beyond the chunk that overflowed.
-TEST_F(EfsTest, ReadIntoBufferSmallerThanTheFile) {
-  const auto data = Pattern(2000);
-  ASSERT_EQ(Write(kPath, data), 0);
-  for (uint32_t cap : {100u, 424u, 425u, 1000u, 1999u, 2000u}) {
-    SCOPED_TRACE("capacity " + std::to_string(cap));
+// Read answers that misbehave: a chunk claiming more than it carries is cut to what arrived and
+// the next chunk asks from there; an empty chunk ends the read; a refused chunk ends it with the
+// modem's code, the chunks before it kept with their count.
+TEST_F(EfsTest, ReadAnswersThatMisbehave) {
+  const size_t data_at = offsetof(tarvik_nvefs_rsp_t, data);
+  const size_t send_at = offsetof(tarvik_nvefs_rsp_t, data_len_send);
+  int chunk = 0;
+  const struct {
+    const char *name;
+    uint32_t size;
+    std::function<void()> tamper;
+    int status;
+    uint32_t len, kept;  // the count after the read, and the bytes that arrived in place
+    size_t requests;
+  } rows[] = {
+      {"claims 4000, carries 300", 1500,
+       [&] { TamperField(REQUEST_ID_NVEFS, send_at, 4000, data_at + 300); }, 0, 1500, 1500, 5},
+      {"empty chunk, count untouched", 10,
+       [&] { TamperField(REQUEST_ID_NVEFS, send_at, 0, data_at); }, -108, 10, 0, 1},
+      {"second chunk refused", 1000,
+       [&] {
+         Tamper(REQUEST_ID_NVEFS, [&chunk](const uint8_t *, std::vector<uint8_t> *answer) {
+           const int32_t code = chunk++ == 1 ? -5 : 0;
+           memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
+         });
+       },
+       -5, 424, 424, 2},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    fm_->SetTamper({});
+    const auto data = Pattern(row.size);
+    ASSERT_EQ(Write(kPath, data), 0);
+    row.tamper();
     ClearSent();
-    std::vector<uint8_t> buf(cap + 1, 0xEE);
-    uint32_t len = cap;
-    ASSERT_EQ(
-        tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len), 0);
-    EXPECT_EQ(len, cap);
-    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + cap, data.begin()));
-    EXPECT_EQ(buf[cap], 0xEE) << "nothing past the capacity";
-    EXPECT_EQ(SentRequests().size(), (cap + 423) / 424) << "no request past the one that filled it";
+    std::vector<uint8_t> buf(row.size);
+    uint32_t len = row.size;
+    EXPECT_EQ(Read(kPath, buf.data(), &len), row.status);
+    EXPECT_EQ(len, row.len);
+    EXPECT_TRUE(std::equal(data.begin(), data.begin() + row.kept, buf.begin()));
+    EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), row.requests);
   }
-}
-
-// A chunk that claims more bytes than its answer carries is cut to what arrived, and the next
-// request asks from there: the file still arrives whole.
-TEST_F(EfsTest, ChunkClaimingMoreThanArrivedIsCut) {
-  const auto data = Pattern(1500);
-  ASSERT_EQ(Write(kPath, data), 0);
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const uint32_t send = 4000;
-    answer->resize(std::min<size_t>(answer->size(), offsetof(tarvik_nvefs_rsp_t, data) + 300));
-    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_send), &send, 4);
-  });
-  ClearSent();
-  std::vector<uint8_t> buf(1500);
-  uint32_t len = 1500;
-  ASSERT_EQ(tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len),
-            0);
-  EXPECT_EQ(len, 1500u);
-  EXPECT_TRUE(buf == data);
-  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 5u);
-}
-
-TEST_F(EfsTest, EmptyChunkEndsTheRead) {
-  ASSERT_EQ(Write(kPath, Pattern(10)), 0);
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    answer->resize(offsetof(tarvik_nvefs_rsp_t, data));
-    memset(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_send), 0, 4);
-  });
-  uint8_t buf[16];
-  uint32_t len = sizeof(buf);
-  EXPECT_EQ(tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf, &len), -108);
   EXPECT_TRUE(tarvik_test::SyslogContains("abort, data_len_send <= 0"));
 }
 
@@ -198,6 +190,7 @@ TEST_F(EfsTest, PathAndSubscriptionLimits) {
   uint8_t buf[8];
   uint32_t len = sizeof(buf);
   const uint8_t *tgt = reinterpret_cast<const uint8_t *>(p99.data());
+  const std::vector<uint8_t> big(102411, 1);
   // Only the rows that pass the checks reach the modem (which has no such file: -2).
   ExpectCalls(
       {
@@ -240,12 +233,13 @@ TEST_F(EfsTest, PathAndSubscriptionLimits) {
           {"stat path 0", [&] { return tarvik_efs_stat("", buf); }, -106, false},
           {"stat null out", [&] { return tarvik_efs_stat("/a", nullptr); }, -107, false},
           {"write 0 bytes", [&] { return tarvik_efs_write(0, "/a", 2, buf, 0); }, -108, false},
+          {"write 102411 bytes", [&] { return Write(kPath, big); }, -108, false},
+          {"write null buf", [&] { return tarvik_efs_write(0, "/a", 2, nullptr, 1); }, -107, false},
           {"stat missing", [&] { return tarvik_efs_stat("/missing", buf); }, -2, true},
-          {"write after a time-out",
-           [&] {
-             FailTransport(QMI_TIMEOUT_ERR, 1);
-             return tarvik_efs_write(0, "/a", 2, buf, 1);
-           },
+          {"write after a time-out", TimedOut([&] { return Write("/a", {1}); }), -103, true},
+          {"delete after a time-out", TimedOut([] { return tarvik_efs_delete(0, "/a", 2); }), -103,
+           true},
+          {"exists after a time-out", TimedOut([] { return tarvik_efs_is_exsit(0, "/a", 2); }),
            -103, true},
       },
       [&] { len = sizeof(buf); }, [] { tarvik_efs_is_exsit(0, "/x", 2); });
@@ -293,32 +287,6 @@ TEST_F(EfsTest, DeleteCompareCopyStatExist) {
   ASSERT_EQ(tarvik_efs_delete(0, a.data(), la), 0);
   EXPECT_EQ(tarvik_efs_is_exsit(0, a.data(), la), modemsim::features::kEfsNoEntry);
   EXPECT_EQ(tarvik_efs_stat(a.c_str(), st), modemsim::features::kEfsNoEntry);
-}
-
-TEST_F(EfsTest, TransportFailuresAreMappedAndReadsKeepWhatArrived) {
-  const auto data = Pattern(1000);
-  ASSERT_EQ(Write(kPath, data), 0);
-  const auto l = static_cast<uint32_t>(kPath.size());
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(Write(kPath, data), -103);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(tarvik_efs_delete(0, kPath.data(), l), -103);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(tarvik_efs_is_exsit(0, kPath.data(), l), -103);
-
-  // The second chunk of a read fails: the first one stays in the buffer with its count.
-  int chunk = 0;
-  Tamper(REQUEST_ID_NVEFS, [&chunk](const uint8_t *, std::vector<uint8_t> *answer) {
-    if (chunk++ == 1) {
-      const int32_t code = -5;
-      memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
-    }
-  });
-  std::vector<uint8_t> buf(1000);
-  uint32_t len = 1000;
-  EXPECT_EQ(tarvik_efs_read(0, kPath.data(), l, buf.data(), &len), -5);
-  EXPECT_EQ(len, 424u);
-  EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + 424, data.begin()));
 }
 
 // Checks and verdicts shared between operations log under the function the caller called.
@@ -376,7 +344,7 @@ TEST_F(EfsTest, ArgumentsAreLoggedBeforeWaitingForTheLock) {
   auto holder = std::async(std::launch::async, [] {
     uint8_t buf[16];
     uint32_t len = sizeof(buf);
-    return tarvik_efs_read(0, kPath.data(), static_cast<uint32_t>(kPath.size()), buf, &len);
+    return Read(kPath, buf, &len);
   });
   // The read logs its path under the EFS lock and keeps the lock until the late answer.
   ASSERT_TRUE(logged_soon("tarvik_efs_read: path_value: " + kPath));
@@ -394,36 +362,28 @@ TEST_F(EfsTest, ArgumentsAreLoggedBeforeWaitingForTheLock) {
   EXPECT_EQ(std::string(sent[1].path), "/queued");
 }
 
+// Both NV sync calls send the typed sync message and report a refusal by the modem and a
+// transport failure alike.
 TEST_F(EfsTest, NvSyncReportsEitherFailure) {
-  EXPECT_EQ(tarvik_nvefs_sync(), 0u);
-  EXPECT_EQ(fm_->NvSyncCount(), 1u);
-  const auto req = SentRequests(REQUEST_ID_COMMON)[0].As<tarvik_cmn_req_t>();
-  EXPECT_EQ(req.cmd, COMMON_CMD_MSG);
-  uint32_t type;
-  memcpy(&type, req.payload, 4);
-  EXPECT_EQ(type, COMMON_MSG_NV_SYNC);
-
-  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const int32_t code = 8;
-    memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &code, 4);
-  });
-  EXPECT_EQ(tarvik_nvefs_sync(), 8u);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_NE(tarvik_nvefs_sync(), 0u);
-}
-
-TEST_F(EfsTest, FilesPersistInTheStateDirectory) {
-  const std::string dir = tarvik_test::ScratchDir() + "/modem";
-  StartModem(dir);
-  const auto data = Pattern(5000);
-  ASSERT_EQ(Write(kPath, data, 1), 0);
-  StartModem(dir);
-  std::vector<uint8_t> buf(6000);
-  uint32_t len = 6000;
-  ASSERT_EQ(tarvik_efs_read(1, kPath.data(), static_cast<uint32_t>(kPath.size()), buf.data(), &len),
-            0);
-  ASSERT_EQ(len, 5000u);
-  EXPECT_TRUE(std::equal(data.begin(), data.end(), buf.begin()));
+  const struct {
+    const char *name;
+    uint32_t (*sync)();
+  } rows[] = {{"nvefs", tarvik_nvefs_sync}, {"modem", tarvik_modem_nv_sync}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    fm_->SetTamper({});
+    ClearSent();
+    const uint32_t before = fm_->NvSyncCount();
+    EXPECT_EQ(row.sync(), 0u);
+    EXPECT_EQ(fm_->NvSyncCount(), before + 1);
+    const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
+    EXPECT_EQ(req.cmd, COMMON_CMD_MSG);
+    EXPECT_EQ(Word(req.payload, 0), COMMON_MSG_NV_SYNC);
+    TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 8);
+    EXPECT_EQ(row.sync(), 8u);
+    FailTransport(QMI_TIMEOUT_ERR, 1);
+    EXPECT_NE(row.sync(), 0u);
+  }
 }
 
 }  // namespace

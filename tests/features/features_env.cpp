@@ -68,6 +68,13 @@ void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows, const std::funct
   }
 }
 
+std::function<long long()> FeatureTest::TimedOut(std::function<long long()> call) {
+  return [this, call] {
+    FailTransport(QMI_TIMEOUT_ERR, 1);
+    return call();
+  };
+}
+
 void FeatureTest::ClearSent() {
   modem_->ClearReceived(modemsim::extend::kServiceId);
 }
@@ -90,6 +97,17 @@ void FeatureTest::Tamper(uint32_t request_id,
       });
 }
 
+void FeatureTest::TamperField(uint32_t request_id, size_t at, int32_t value, size_t keep) {
+  Tamper(request_id, [at, value, keep](const uint8_t *, std::vector<uint8_t> *answer) {
+    if (keep != SIZE_MAX) {
+      answer->resize(keep);
+    }
+    if (answer->size() >= at + sizeof(value)) {
+      memcpy(answer->data() + at, &value, sizeof(value));
+    }
+  });
+}
+
 bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
   struct Shared {
     std::mutex mu;
@@ -105,6 +123,18 @@ bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
   }).detach();
   std::unique_lock<std::mutex> lock(shared->mu);
   return shared->cv.wait_for(lock, std::chrono::milliseconds(ms), [&] { return shared->done; });
+}
+
+std::string StdoutOf(const std::function<void()> &fn) {
+  ::testing::internal::CaptureStdout();
+  fn();
+  return ::testing::internal::GetCapturedStdout();
+}
+
+uint32_t Word(const uint8_t *payload, size_t i) {
+  uint32_t v;
+  memcpy(&v, payload + i * sizeof(v), sizeof(v));
+  return v;
 }
 
 std::vector<uint8_t> Pattern(size_t n, uint32_t seed) {

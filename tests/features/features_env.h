@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 #include <functional>
 #include <memory>
@@ -42,12 +43,23 @@ class FeatureTest : public ::testing::Test {
   // Generic requests received since the last ClearSent, optionally of one request id.
   std::vector<Sent> SentRequests(int request_id = -1) const;
   void ClearSent();
+  // The one generic request of `request_id` received since the last ClearSent, as a T; a test
+  // that expected one and got none or several fails (and gets a zeroed record).
+  template <typename T>
+  T Only(int request_id) const {
+    const std::vector<Sent> sent = SentRequests(request_id);
+    EXPECT_EQ(sent.size(), 1u) << "requests of id " << request_id;
+    return sent.size() == 1 ? sent[0].As<T>() : T{};
+  }
 
   // The next `count` generic requests fail in transport with `error` (a QMI_* client error).
   void FailTransport(int error, int count);
   // Rewrites the payload of the modem's answers to `request_id` with `fn` (request, answer).
   void Tamper(uint32_t request_id,
               std::function<void(const uint8_t *req, std::vector<uint8_t> *answer)> fn);
+  // Every answer to `request_id` is made `keep` bytes long (cut, or padded with zeros), then its
+  // 4-byte field at `at` reads `value` (when the answer holds it): a refusal, or a lying length.
+  void TamperField(uint32_t request_id, size_t at, int32_t value, size_t keep = SIZE_MAX);
 
   // Runs `fn` on another thread and reports whether it finished within `ms`. A call that
   // does not finish (a lock left held) is abandoned with its thread.
@@ -62,12 +74,20 @@ class FeatureTest : public ::testing::Test {
     long long expected;
     bool sent;
   };
+  // A row's call made after one generic request has been set to time out in transport.
+  std::function<long long()> TimedOut(std::function<long long()> call);
   void ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset = {},
                    const std::function<void()> &probe = {});
 
   std::unique_ptr<modemsim::Modem> modem_;
   modemsim::features::FeatureModem *fm_ = nullptr;
 };
+
+// What `fn` printed on standard output.
+std::string StdoutOf(const std::function<void()> &fn);
+
+// The `i`th 32-bit word of a payload.
+uint32_t Word(const uint8_t *payload, size_t i);
 
 // Bytes 0, 1, 2, ... of a file of `n` bytes, varied enough to catch misplaced chunks.
 std::vector<uint8_t> Pattern(size_t n, uint32_t seed = 1);

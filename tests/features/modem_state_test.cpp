@@ -50,6 +50,42 @@ TEST_F(ModemStateTest, ASecondModemStartsWithStateOfItsOwn) {
   }
 }
 
+// What the modem keeps (NV items, files, its profile, MBN paths and the discovery timer)
+// outlives a restart on the same state directory.
+TEST_F(ModemStateTest, NonVolatileStateOutlivesARestart) {
+  const std::string dir = tarvik_test::ScratchDir() + "/state";
+  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
+  const uint8_t item[5] = {5, 4, 3, 2, 1};
+  const auto file = Pattern(5000);
+  const char path[] = "/nv/item_files/test/blob";
+  const uint32_t path_len = sizeof(path) - 1;
+  ASSERT_EQ(tarvik_nv_write_ex(1, 6828, item, 5), 0);
+  ASSERT_EQ(tarvik_efs_write(1, path, path_len, file.data(), 5000), 0);
+  ASSERT_TRUE(fm_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
+  ASSERT_TRUE(fm_->SetString(60, "kept"));
+  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/kept.txt", 12), 0u);
+  ASSERT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(9), 1u);
+  ASSERT_EQ(tarvik_modem_nv_sync(), 0u);
+  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
+
+  std::vector<uint8_t> buf(6000);
+  uint32_t len = 16;
+  ASSERT_EQ(tarvik_nv_read(1, 6828, buf.data(), &len), 0);
+  EXPECT_EQ(std::vector<uint8_t>(buf.begin(), buf.begin() + len),
+            std::vector<uint8_t>(item, item + 5));
+  len = 6000;
+  ASSERT_EQ(tarvik_efs_read(1, path, path_len, buf.data(), &len), 0);
+  EXPECT_EQ(std::vector<uint8_t>(buf.begin(), buf.begin() + len), file);
+  EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x2A1u);
+  char text[TARVIK_MCFG_PATH_SIZE];
+  len = sizeof(text);
+  EXPECT_EQ(tarvik_modem_string_info_get(60, text, &len), 0u);
+  EXPECT_STREQ(text, "kept");
+  EXPECT_EQ(tarvik_mcfg_mbn_txt_path_get(text, 11), 0u);
+  EXPECT_STREQ(text, "/kept.txt");
+  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 9);
+}
+
 // A state directory that cannot be created: every write is answered with a failure, the caller
 // sees it, and the modem keeps its state as it was.
 TEST_F(ModemStateTest, AStateDirectoryThatCannotBeWrittenFailsTheRequest) {

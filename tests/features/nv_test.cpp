@@ -9,48 +9,45 @@
 #include "syslog_capture.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_nvefs.h"
-#include "test_env.h"
 
 namespace features_test {
 namespace {
 
 using NvTest = FeatureTest;
 
-TEST_F(NvTest, WriteThenReadBackThroughTheModem) {
+// A full item goes out whole and comes back whole; a buffer shorter than the item is filled
+// and keeps its count; a deleted item is gone, and a failed read leaves the count alone.
+TEST_F(NvTest, WriteReadDelete) {
   const auto item = Pattern(424);
   ASSERT_EQ(tarvik_nv_write_ex(1, 7232, item.data(), 424), 0);
   std::vector<uint8_t> stored;
   ASSERT_TRUE(fm_->NvItem(1, 7232, &stored));
   EXPECT_EQ(stored, item);
-
   const auto sent = SentRequests(REQUEST_ID_NVEFS);
   ASSERT_EQ(sent.size(), 1u);
-  const auto req = sent[0].As<tarvik_nvefs_req_t>();
   EXPECT_EQ(sent[0].data.size(), TARVIK_NVEFS_REQ_SIZE);
+  const auto req = sent[0].As<tarvik_nvefs_req_t>();
   EXPECT_EQ(req.op, NVEFS_OP_NV_WRITE);
   EXPECT_EQ(req.sub, 1);
   EXPECT_EQ(req.item, 7232);
   EXPECT_EQ(req.len_all, 424u);
   EXPECT_EQ(0, memcmp(req.data, item.data(), 424));
 
-  std::vector<uint8_t> buf(500, 0xEE);
-  uint32_t len = 500;
-  ASSERT_EQ(tarvik_nv_read(1, 7232, buf.data(), &len), 0);
-  EXPECT_EQ(len, 424u);
-  EXPECT_TRUE(std::equal(item.begin(), item.end(), buf.begin()));
-  EXPECT_EQ(buf[424], 0xEE) << "nothing written past the item";
-}
+  for (uint32_t cap : {500u, 16u}) {
+    SCOPED_TRACE("capacity " + std::to_string(cap));
+    std::vector<uint8_t> buf(cap + 1, 0xEE);
+    uint32_t len = cap;
+    ASSERT_EQ(tarvik_nv_read(1, 7232, buf.data(), &len), 0);
+    EXPECT_EQ(len, std::min(cap, 424u));
+    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + len, item.begin()));
+    EXPECT_EQ(buf[len], 0xEE) << "nothing written past the item or the capacity";
+  }
 
-TEST_F(NvTest, ItemLongerThanBufferFillsItAndKeepsTheCount) {
-  const auto item = Pattern(40);
-  ASSERT_EQ(tarvik_nv_write_ex(0, 550, item.data(), 40), 0);
-  uint8_t buf[17];
-  memset(buf, 0xEE, sizeof(buf));
-  uint32_t len = 16;
-  ASSERT_EQ(tarvik_nv_read(0, 550, buf, &len), 0);
-  EXPECT_EQ(len, 16u);
-  EXPECT_EQ(0, memcmp(buf, item.data(), 16));
-  EXPECT_EQ(buf[16], 0xEE);
+  ASSERT_EQ(tarvik_nv_delete(1, 7232), 0);
+  uint8_t buf[8];
+  uint32_t len = sizeof(buf);
+  EXPECT_EQ(tarvik_nv_read(1, 7232, buf, &len), modemsim::features::kNvNotActive);
+  EXPECT_EQ(len, sizeof(buf)) << "the count is only written on success";
 }
 
 // Limits of subscription, item number, buffer and length, and a failed exchange: each refused
@@ -93,35 +90,39 @@ TEST_F(NvTest, ArgumentLimits) {
   ClearSent();
   cap = 8;
   tarvik_nv_read(2, 550, buf, &cap);
-  const auto sent = SentRequests(REQUEST_ID_NVEFS);
-  ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().sub, 2);
-  EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().item, 550);
+  const auto req = Only<tarvik_nvefs_req_t>(REQUEST_ID_NVEFS);
+  EXPECT_EQ(req.sub, 2);
+  EXPECT_EQ(req.item, 550);
   EXPECT_TRUE(tarvik_test::SyslogContains("sub cust case for tt"));
   EXPECT_TRUE(tarvik_test::SyslogContains("nv_id is out range(7232)"));
 }
 
-TEST_F(NvTest, DeleteRemovesTheItem) {
-  const uint8_t v[3] = {7, 8, 9};
-  ASSERT_EQ(tarvik_nv_write_ex(0, 10, v, 3), 0);
-  ASSERT_EQ(tarvik_nv_delete(0, 10), 0);
-  uint8_t buf[8];
-  uint32_t len = sizeof(buf);
-  EXPECT_EQ(tarvik_nv_read(0, 10, buf, &len), modemsim::features::kNvNotActive);
-  EXPECT_EQ(len, sizeof(buf)) << "the count is only written on success";
-}
-
-TEST_F(NvTest, ModemRefusalCodesPassThroughUnchanged) {
-  Tamper(REQUEST_ID_NVEFS, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const int32_t code = 0x4321;
-    memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, result), &code, 4);
-  });
+// A refusal by the modem comes back as its own code; a channel failure as the feature code (a
+// time-out is not retried), and a missing service as "no client".
+TEST_F(NvTest, RefusalsAndTransportFailures) {
   uint8_t buf[8] = {1};
   uint32_t len = sizeof(buf);
-  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), 0x4321);
-  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), 0x4321);
-  EXPECT_EQ(tarvik_nv_delete(0, 1), 0x4321);
+  const struct {
+    const char *name;
+    std::function<int()> call;
+  } rows[] = {
+      {"read", [&] { return tarvik_nv_read(0, 1, buf, &len); }},
+      {"write", [&] { return tarvik_nv_write_ex(0, 1, buf, 1); }},
+      {"delete", [] { return tarvik_nv_delete(0, 1); }},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    FailTransport(QMI_TIMEOUT_ERR, 1);
+    EXPECT_EQ(row.call(), -103);
+    TamperField(REQUEST_ID_NVEFS, offsetof(tarvik_nvefs_rsp_t, result), 0x4321);
+    EXPECT_EQ(row.call(), 0x4321);
+    fm_->SetTamper({});
+  }
   EXPECT_TRUE(tarvik_test::SyslogContains("qmi response fail"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_result_map, old_result -3, new_result -103"));
+  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, false), 0);
+  tarvik_extend_qmi_init_force();
+  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), -102);
 }
 
 // Answers whose claimed item length and the data they carry disagree: only what arrived is
@@ -131,24 +132,20 @@ TEST_F(NvTest, ClaimedLengthMeetsTheDataCarried) {
   ASSERT_EQ(tarvik_nv_write_ex(0, 3, v, 4), 0);
   struct Row {
     const char *name;
-    uint32_t claim;
-    bool carried;  // false: the answer ends after its header
+    int32_t claim;
+    size_t keep;  // the answer is cut to this many bytes
     int status;
     uint32_t len;
   };
+  const size_t header = offsetof(tarvik_nvefs_rsp_t, data);
   const Row rows[] = {
-      {"claims 0, carries nothing", 0, false, -108, 424},
-      {"claims 4, carries nothing", 4, false, -108, 424},
-      {"claims 5000, carries 4", 5000, true, 0, 4},
+      {"claims 0, carries nothing", 0, header, -108, 424},
+      {"claims 4, carries nothing", 4, header, -108, 424},
+      {"claims 5000, carries 4", 5000, SIZE_MAX, 0, 4},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
-    Tamper(REQUEST_ID_NVEFS, [row](const uint8_t *, std::vector<uint8_t> *answer) {
-      if (!row.carried) {
-        answer->resize(offsetof(tarvik_nvefs_rsp_t, data));
-      }
-      memcpy(answer->data() + offsetof(tarvik_nvefs_rsp_t, data_len_all), &row.claim, 4);
-    });
+    TamperField(REQUEST_ID_NVEFS, offsetof(tarvik_nvefs_rsp_t, data_len_all), row.claim, row.keep);
     ClearSent();
     std::vector<uint8_t> buf(424, 0xEE);
     uint32_t len = 424;
@@ -157,32 +154,13 @@ TEST_F(NvTest, ClaimedLengthMeetsTheDataCarried) {
     const size_t copied = row.status == 0 ? row.len : 0;
     EXPECT_EQ(0, memcmp(buf.data(), v, copied));
     EXPECT_EQ(buf[copied], 0xEE);
-    const auto sent = SentRequests(REQUEST_ID_NVEFS);
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().op, NVEFS_OP_NV_READ);
-    EXPECT_EQ(sent[0].As<tarvik_nvefs_req_t>().item, 3);
+    const auto req = Only<tarvik_nvefs_req_t>(REQUEST_ID_NVEFS);
+    EXPECT_EQ(req.op, NVEFS_OP_NV_READ);
+    EXPECT_EQ(req.item, 3);
   }
   EXPECT_EQ(tarvik_test::SyslogCount("rsp.data_len_all is invalid"), 2u);
 }
 
-// Channel failures come back as the feature codes; a time-out is not retried.
-TEST_F(NvTest, TransportFailuresAreMapped) {
-  uint8_t buf[8] = {1};
-  uint32_t len = sizeof(buf);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(tarvik_nv_read(0, 1, buf, &len), -103);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), -103);
-  FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_EQ(tarvik_nv_delete(0, 1), -103);
-  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_result_map, old_result -3, new_result -103"));
-  // Without the service there is no client: -2 becomes -102.
-  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, false), 0);
-  tarvik_extend_qmi_init_force();
-  EXPECT_EQ(tarvik_nv_write_ex(0, 1, buf, 1), -102);
-}
-
-// Every refusal and failure path releases the NV lock: the next operation goes through.
 // ---------------------------------------------------------------------------------------------
 // Raw path
 // ---------------------------------------------------------------------------------------------
@@ -203,7 +181,7 @@ TEST_F(NvTest, RawReadCutsAndSaysSo) {
 
   struct Row {
     const char *name;
-    uint32_t claim;    // 0: the modem's own answer
+    int32_t claim;     // 0: the modem's own answer
     uint32_t carried;  // data bytes the rewritten answer keeps
     int capacity;
     uint32_t status;
@@ -217,12 +195,11 @@ TEST_F(NvTest, RawReadCutsAndSaysSo) {
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
-    Tamper(REQUEST_ID_NV_ITEM, [row](const uint8_t *, std::vector<uint8_t> *answer) {
-      if (row.claim != 0) {
-        answer->resize(offsetof(tarvik_nv_item_rsp_t, data) + row.carried);
-        memcpy(answer->data() + offsetof(tarvik_nv_item_rsp_t, data_len), &row.claim, 4);
-      }
-    });
+    fm_->SetTamper({});
+    if (row.claim != 0) {
+      TamperField(REQUEST_ID_NV_ITEM, offsetof(tarvik_nv_item_rsp_t, data_len), row.claim,
+                  offsetof(tarvik_nv_item_rsp_t, data) + row.carried);
+    }
     ClearSent();
     std::vector<uint8_t> buf(600, 0xEE);
     int len = row.capacity;
@@ -230,23 +207,24 @@ TEST_F(NvTest, RawReadCutsAndSaysSo) {
     EXPECT_EQ(len, row.len);
     EXPECT_EQ(0, memcmp(buf.data(), item.data(), std::min(row.len, 20)));
     EXPECT_EQ(buf[row.len], 0xEE);
-    const auto sent = SentRequests(REQUEST_ID_NV_ITEM);
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_READ);
-    EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().arg1, 453u);
+    const auto read = Only<tarvik_nv_item_req_t>(REQUEST_ID_NV_ITEM);
+    EXPECT_EQ(read.op, NV_ITEM_OP_READ);
+    EXPECT_EQ(read.arg1, 453u);
   }
 }
 
-TEST_F(NvTest, RawPayloadLimits) {
+// Payload limits of a raw write; a failed raw read zeroes the count and comes back unmapped.
+TEST_F(NvTest, RawLimitsAndFailures) {
   std::vector<uint8_t> data(413, 1);
-  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), 413), TARVIK_NV_ITEM_ERR_NO_FIT);
-  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), -1), TARVIK_NV_ITEM_ERR_NO_FIT);
-  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, nullptr, 4), TARVIK_NV_ITEM_ERR_NO_FIT);
-  EXPECT_TRUE(SentRequests().empty());
-  EXPECT_EQ(tarvik_extend_nv_write_item(1, 0, data.data(), 412), 0u);
-}
-
-TEST_F(NvTest, RawFailuresZeroTheCountAndComeBackUnmapped) {
+  ExpectCalls({
+      {"413 bytes", [&] { return tarvik_extend_nv_write_item(1, 0, data.data(), 413); },
+       TARVIK_NV_ITEM_ERR_NO_FIT, false},
+      {"-1 bytes", [&] { return tarvik_extend_nv_write_item(1, 0, data.data(), -1); },
+       TARVIK_NV_ITEM_ERR_NO_FIT, false},
+      {"null", [&] { return tarvik_extend_nv_write_item(1, 0, nullptr, 4); },
+       TARVIK_NV_ITEM_ERR_NO_FIT, false},
+      {"412 bytes", [&] { return tarvik_extend_nv_write_item(1, 0, data.data(), 412); }, 0, true},
+  });
   uint8_t buf[8];
   int len = sizeof(buf);
   EXPECT_EQ(tarvik_extend_nv_read_item(77, 0, buf, &len),
@@ -279,19 +257,6 @@ TEST_F(NvTest, BackupAndRestoreTakeTheirTime) {
   ASSERT_EQ(sent.size(), 4u);
   EXPECT_EQ(sent[0].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_BACKUP);
   EXPECT_EQ(sent[3].As<tarvik_nv_item_req_t>().op, NV_ITEM_OP_GOLDENCOPY);
-}
-
-TEST_F(NvTest, ItemsPersistInTheStateDirectory) {
-  const std::string dir = tarvik_test::ScratchDir() + "/modem";
-  StartModem(dir);
-  const uint8_t v[5] = {5, 4, 3, 2, 1};
-  ASSERT_EQ(tarvik_nv_write_ex(1, 6828, v, 5), 0);
-  StartModem(dir);
-  uint8_t buf[16];
-  uint32_t len = sizeof(buf);
-  ASSERT_EQ(tarvik_nv_read(1, 6828, buf, &len), 0);
-  ASSERT_EQ(len, 5u);
-  EXPECT_EQ(0, memcmp(buf, v, 5));
 }
 
 }  // namespace

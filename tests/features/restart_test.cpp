@@ -273,16 +273,7 @@ TEST_F(RestartTest, CrashSequences) {
   }
 }
 
-TEST_F(RestartTest, NvSyncAndLegacyMask) {
-  EXPECT_EQ(tarvik_modem_nv_sync(), 0u);
-  EXPECT_EQ(fm_->NvSyncCount(), 1u);
-  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const int32_t refused = 0x22;
-    memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &refused, 4);
-  });
-  EXPECT_EQ(tarvik_modem_nv_sync(), 0x22u);
-  fm_->SetTamper({});
-
+TEST_F(RestartTest, LegacyMask) {
   const char file[] = "/oem/cmn/legacy_hook_update_mask";
   struct Row {
     const char *prop;
