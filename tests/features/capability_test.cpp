@@ -27,19 +27,13 @@ std::vector<uint32_t> Commands(const std::vector<Sent> &sent) {
   return out;
 }
 
-void SetResult(CapabilityTest *, std::vector<uint8_t> *answer, int32_t code) {
-  memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &code, 4);
-}
-
 TEST_F(CapabilityTest, NumberQueries) {
-  struct Row {
+  const struct {
     const char *name;
-    uint32_t cmd;
-    uint32_t word;
+    uint32_t cmd, word;
     long long (*call)();
     long long expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3,
        [] { return (long long)tarvik_modem_chipset_id_get(); }, 0x1B3},
       {"hw", COMMON_CMD_HW_ID, 0x77, [] { return (long long)tarvik_modem_hw_id_get(); }, 0x77},
@@ -54,15 +48,14 @@ TEST_F(CapabilityTest, NumberQueries) {
       {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30,
        [] { return (long long)tarvik_mbn_list_cust_max_num_get(); }, 30},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     fm_->SetWord(row.cmd, row.word);
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
     // A refusal by the modem and a transport failure both read as 0.
-    Tamper(REQUEST_ID_COMMON,
-           [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 3); });
+    TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 3);
     EXPECT_EQ(row.call(), 0);
     fm_->SetTamper({});
     FailTransport(QMI_TIMEOUT_ERR, 1);
@@ -74,19 +67,17 @@ TEST_F(CapabilityTest, NumberQueries) {
 }
 
 TEST_F(CapabilityTest, CardMode) {
-  struct Row {
-    const char *name;
-    const char *multisim;
+  const struct {
+    const char *name, *multisim;
     uint32_t dsda;
     const char *dsda_cap;
     uint32_t mode;
     size_t asked;
-  };
-  const Row rows[] = {{"single SIM asks nothing", "ssss", 1, "", CARD_MODE_FLAG_SS, 0},
-                      {"no DSDA in the modem", "dsds", 0, "", CARD_MODE_FLAG_DSDS, 1},
-                      {"DSDA, property unset", "dsds", 1, "", CARD_MODE_FLAG_DSDA, 1},
-                      {"DSDA, property off", "dsds", 1, "0", CARD_MODE_FLAG_DSDS, 1}};
-  for (const Row &row : rows) {
+  } rows[] = {{"single SIM asks nothing", "ssss", 1, "", CARD_MODE_FLAG_SS, 0},
+              {"no DSDA in the modem", "dsds", 0, "", CARD_MODE_FLAG_DSDS, 1},
+              {"DSDA, property unset", "dsds", 1, "", CARD_MODE_FLAG_DSDA, 1},
+              {"DSDA, property off", "dsds", 1, "0", CARD_MODE_FLAG_DSDS, 1}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     property_set("persist.radio.multisim.config", row.multisim);
     property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
@@ -100,15 +91,11 @@ TEST_F(CapabilityTest, CardMode) {
 TEST_F(CapabilityTest, StringAndRecordBounds) {
   fm_->SetString(50, "0123456789");
   fm_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
-  struct Row {
+  const struct {
     const char *name;
     bool record;
-    uint32_t type;
-    uint32_t capacity;
-    uint32_t status;
-    uint32_t count;
-  };
-  const Row rows[] = {
+    uint32_t type, capacity, status, count;
+  } rows[] = {
       {"10 characters in 10", false, 50, 10, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
       {"10 characters in 11", false, 50, 11, 0, 10},
       {"record of 5 in 5", true, 51, 5, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
@@ -116,7 +103,7 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
       {"unknown type", false, 77, 64, static_cast<uint32_t>(modemsim::features::kCmnNotSupported),
        0},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     char out[64];
     memset(out, '#', sizeof(out));
@@ -180,7 +167,7 @@ TEST_F(CapabilityTest, McfgPaths) {
   // The set request carries the characters alone.
   ClearSent();
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/b", 10), 0u);
-  const auto req = SentRequests(REQUEST_ID_COMMON)[0].As<tarvik_cmn_req_t>();
+  const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
   EXPECT_EQ(req.cmd, 10u);
   EXPECT_EQ(0, memcmp(req.payload, "/b\0", 3));
   // A field without terminator yields 179 characters.
@@ -190,8 +177,7 @@ TEST_F(CapabilityTest, McfgPaths) {
   });
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 9), 0u);
   EXPECT_EQ(strlen(path), 179u);
-  Tamper(REQUEST_ID_COMMON,
-         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 7); });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 7);
   EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
 }
 
@@ -200,10 +186,8 @@ TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(fm_->DiscoverTimer(), 77u);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
   // An answer to another type is refused.
-  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const uint32_t other = COMMON_MSG_MCFG_SET_DISCOVER_TIMER;
-    memcpy(answer->data() + 8, &other, 4);
-  });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, data),
+              COMMON_MSG_MCFG_SET_DISCOVER_TIMER);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), -1);
   EXPECT_TRUE(tarvik_test::SyslogContains("t_rsp != t"));
   fm_->SetTamper({});
@@ -272,30 +256,27 @@ TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
 }
 
 TEST_F(CapabilityTest, ScreenAndSleepStatus) {
-  struct Row {
+  const struct {
     const char *name;
     uint32_t (*notify)(uint32_t);
-    uint32_t cmd;
-    uint32_t status;
+    uint32_t cmd, status;
     bool sent;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"screen on", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS, 1, true},
       {"screen 2 is not sent", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS,
        2, false},
       {"sleep 7", tarvik_qcril_sleep_status_notify_to_modem, COMMON_CMD_SLEEP_STATUS, 7, true},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     ClearSent();
     EXPECT_EQ(row.notify(row.status), 0u);
-    const auto sent = SentRequests(REQUEST_ID_COMMON);
-    ASSERT_EQ(sent.size(), row.sent ? 1u : 0u);
+    ASSERT_EQ(SentRequests(REQUEST_ID_COMMON).size(), row.sent ? 1u : 0u);
     uint32_t held = 0;
     if (row.sent) {
-      const auto req = sent[0].As<tarvik_cmn_req_t>();
+      const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
       EXPECT_EQ(req.cmd, row.cmd);
-      EXPECT_EQ(0, memcmp(req.payload, &row.status, 4));
+      EXPECT_EQ(Word(req.payload, 0), row.status);
       ASSERT_TRUE(fm_->NotifyState(row.cmd, &held));
       EXPECT_EQ(held, row.status);
     } else {
@@ -305,8 +286,7 @@ TEST_F(CapabilityTest, ScreenAndSleepStatus) {
   EXPECT_TRUE(tarvik_test::SyslogContains("status is out of range", 3));
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_qcril_sleep_status_notify_to_modem(0), static_cast<uint32_t>(-103));
-  Tamper(REQUEST_ID_COMMON,
-         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 4); });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 4);
   EXPECT_EQ(tarvik_qcril_screen_status_notify_to_modem(0), 4u);
 }
 
