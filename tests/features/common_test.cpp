@@ -1,13 +1,7 @@
 // Common requests: the send functions' bounds, result mapping, and the one-shot features.
-#include <string.h>
-
-#include <string>
 
 #include "features_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
 #include "tarvik_extend_cdc.h"
-#include "tarvik_extend_cmn.h"
 #include "tarvik_venue_mode.h"
 
 namespace features_test {

@@ -1,16 +1,9 @@
 #include "features_env.h"
 
-#include <string.h>
-
 #include <condition_variable>
 #include <mutex>
-#include <thread>
 
-#include "extend/extend_service.h"
-#include "qmi_client.h"
 #include "qmi_client_host.h"
-#include "tarvik_extend_api.h"
-#include "tarvik_extend_qmi_v01.h"
 
 namespace features_test {
 

@@ -1,20 +1,30 @@
 // Shared set-up of the modem feature tests: the standard simulated modem served in-process,
-// its feature state, and helpers to read the generic requests it received.
+// its feature state, and helpers to read the generic requests it received. Includes the
+// headers every feature test uses.
 #pragma once
 
 #include <stdint.h>
 #include <string.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "cutils/properties.h"
+#include "extend/extend_service.h"
 #include "features/feature_modem.h"
 #include "gtest/gtest.h"
 #include "modemsim/modem.h"
+#include "qmi_client.h"
+#include "syslog_capture.h"
+#include "tarvik_extend_api.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_extend_nvefs.h"
+#include "tarvik_extend_qmi_v01.h"
+#include "test_env.h"
 
 namespace features_test {
 

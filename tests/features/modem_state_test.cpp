@@ -1,22 +1,13 @@
 // The simulated modem's state as the library sees it: each modem keeps its own, a state directory
 // that cannot be written fails the request, and a result fault fails a request on every service.
-#include <gtest/gtest.h>
 #include <stdio.h>
 
-#include <string>
-
 #include "data_filter_service_v01.h"
-#include "extend/extend_service.h"
 #include "features_env.h"
 #include "network_access_service_v01.h"
 #include "sar_v01.h"
 #include "sns_client_v01.h"
 #include "tarvik_base_model.h"
-#include "tarvik_extend_api.h"
-#include "tarvik_extend_cmn.h"
-#include "tarvik_extend_nvefs.h"
-#include "tarvik_extend_qmi_v01.h"
-#include "test_env.h"
 #include "uim/uim_service.h"
 
 namespace features_test {

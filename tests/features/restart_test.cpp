@@ -1,20 +1,10 @@
 // Restart level, restart counts, and the restart and crash orders as the modem receives them.
-#include <string.h>
 
-#include <chrono>
 #include <map>
-#include <string>
-#include <thread>
 
-#include "cutils/properties.h"
-#include "extend/extend_service.h"
 #include "features_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
-#include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 #include "tarvik_utils_cust.h"
-#include "test_env.h"
 
 namespace features_test {
 namespace {
