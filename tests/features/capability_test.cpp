@@ -10,6 +10,12 @@ namespace features_test {
 namespace {
 
 using CapabilityTest = FeatureTest;
+using DeviceNameTest = FeatureTest;
+
+template <auto Query>
+long long Ask() {
+  return static_cast<long long>(Query());
+}
 
 // The commands of the common requests the modem received, in order.
 std::vector<uint32_t> Commands(const std::vector<Sent> &sent) {
@@ -25,19 +31,14 @@ TEST_F(CapabilityTest, NumberQueries) {
     long long (*call)();
     long long expected;
   } rows[] = {
-      {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3,
-       [] { return (long long)tarvik_modem_chipset_id_get(); }, 0x1B3},
-      {"hw", COMMON_CMD_HW_ID, 0x77, [] { return (long long)tarvik_modem_hw_id_get(); }, 0x77},
-      {"bp chip", COMMON_CMD_BP_CHIP_ID, 9, [] { return (long long)tarvik_modem_bp_chip_id_get(); },
-       9},
-      {"cdma 1", COMMON_CMD_CDMA_SUPPORT, 1,
-       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 1},
-      {"cdma 2 is no", COMMON_CMD_CDMA_SUPPORT, 2,
-       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 0},
-      {"dsda 1", COMMON_CMD_DSDA_SUPPORT, 1,
-       [] { return (long long)tarvik_modem_dsda_support_status_get(); }, 1},
-      {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30,
-       [] { return (long long)tarvik_mbn_list_cust_max_num_get(); }, 30},
+      {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3, Ask<tarvik_modem_chipset_id_get>, 0x1B3},
+      {"hw", COMMON_CMD_HW_ID, 0x77, Ask<tarvik_modem_hw_id_get>, 0x77},
+      {"bp chip", COMMON_CMD_BP_CHIP_ID, 9, Ask<tarvik_modem_bp_chip_id_get>, 9},
+      {"cdma 1", COMMON_CMD_CDMA_SUPPORT, 1, Ask<tarvik_modem_cdma_support_status_get>, 1},
+      {"cdma 2 is no", COMMON_CMD_CDMA_SUPPORT, 2, Ask<tarvik_modem_cdma_support_status_get>, 0},
+      {"dsda 1", COMMON_CMD_DSDA_SUPPORT, 1, Ask<tarvik_modem_dsda_support_status_get>, 1},
+      {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30, Ask<tarvik_mbn_list_cust_max_num_get>,
+       30},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
@@ -91,8 +92,7 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
       {"10 characters in 11", false, 50, 11, 0, 10},
       {"record of 5 in 5", true, 51, 5, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
       {"record of 5 in 6", true, 51, 6, 0, 5},
-      {"unknown type", false, 77, 64, static_cast<uint32_t>(modemsim::features::kCmnNotSupported),
-       0},
+      {"unknown type", false, 77, 64, modemsim::features::kCmnNotSupported, 0},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
@@ -116,9 +116,9 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
   }
   uint32_t len = 8;
   ClearSent();
-  EXPECT_EQ(tarvik_modem_string_info_get(50, nullptr, &len), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(tarvik_modem_string_info_get(50, nullptr, &len), kBad);
   EXPECT_EQ(len, 0u);
-  EXPECT_EQ(tarvik_modem_raw_content_get(51, &len, nullptr), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(tarvik_modem_raw_content_get(51, &len, nullptr), kBad);
   EXPECT_TRUE(SentRequests().empty());
 
   // A text filling the whole data area without a terminator is cut, never read past.
@@ -133,20 +133,17 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
   EXPECT_EQ(strlen(wide.data()), 499u);
 }
 
-TEST_F(CapabilityTest, McfgPaths) {
+// MBN list paths and the discovery timer; configuration events reach the client that asked for
+// them, and no other.
+TEST_F(CapabilityTest, Mcfg) {
   char path[TARVIK_MCFG_PATH_SIZE];
   const std::string p179(179, 'p'), p180(180, 'p');
   ExpectCalls({
-      {"get kind 10", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 10); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"get null", [&] { return tarvik_mcfg_mbn_txt_path_get(nullptr, 9); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set kind 11", [&] { return tarvik_mcfg_mbn_txt_path_set("x", 11); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set null", [&] { return tarvik_mcfg_mbn_txt_path_set(nullptr, 10); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set 180", [&] { return tarvik_mcfg_mbn_txt_path_set(p180.c_str(), 12); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"get kind 10", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 10); }, kBad, false},
+      {"get null", [&] { return tarvik_mcfg_mbn_txt_path_get(nullptr, 9); }, kBad, false},
+      {"set kind 11", [&] { return tarvik_mcfg_mbn_txt_path_set("x", 11); }, kBad, false},
+      {"set null", [&] { return tarvik_mcfg_mbn_txt_path_set(nullptr, 10); }, kBad, false},
+      {"set 180", [&] { return tarvik_mcfg_mbn_txt_path_set(p180.c_str(), 12); }, kBad, false},
       {"set 179", [&] { return tarvik_mcfg_mbn_txt_path_set(p179.c_str(), 12); }, 0, true},
       {"set kind 10", [&] { return tarvik_mcfg_mbn_txt_path_set("/data/a.txt", 10); }, 0, true},
       {"get kind 9", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 9); }, 0, true},
@@ -170,9 +167,8 @@ TEST_F(CapabilityTest, McfgPaths) {
   EXPECT_EQ(strlen(path), 179u);
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 7);
   EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
-}
+  fm_->SetTamper({});
 
-TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(77), 1u);
   EXPECT_EQ(fm_->DiscoverTimer(), 77u);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
@@ -185,8 +181,6 @@ TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(5), 0u);
   EXPECT_EQ(fm_->DiscoverTimer(), 77u);
-
-  // Configuration events reach the client that asked for them, and no other.
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 0);
   EXPECT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
   EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)).back(), COMMON_CMD_REG_MCFG_EVENT_IND);
@@ -194,15 +188,11 @@ TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
-class DeviceNameTest : public FeatureTest {
- protected:
-  std::vector<uint8_t> NameFile() {
-    std::vector<uint8_t> content;
-    fm_->File(0, TARVIK_DEVICE_NAME_FILE, &content);
-    return content;
-  }
-  size_t FileRequests() { return SentRequests(REQUEST_ID_NVEFS).size(); }
-};
+std::vector<uint8_t> NameFile(const modemsim::features::FeatureModem &fm) {
+  std::vector<uint8_t> content;
+  fm.File(0, TARVIK_DEVICE_NAME_FILE, &content);
+  return content;
+}
 
 TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
   property_set("ro.product.device", "kestrel");
@@ -212,12 +202,12 @@ TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
 
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "kestrel");
   const std::vector<uint8_t> kestrel = {'k', 'e', 's', 't', 'r', 'e', 'l'};
-  EXPECT_EQ(NameFile(), kestrel) << "characters without terminator";
+  EXPECT_EQ(NameFile(*fm_), kestrel) << "characters without terminator";
   ClearSent();
   char *lists[] = {const_cast<char *>("falcon"), const_cast<char *>("kestrel")};
   EXPECT_TRUE(tarvik_device_name_list_contain_ex(lists, 2));
   EXPECT_FALSE(tarvik_device_name_list_contain_ex(lists, 1));
-  EXPECT_EQ(FileRequests(), 0u) << "cached after one read";
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 0u) << "cached after one read";
 }
 
 TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
@@ -232,8 +222,9 @@ TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
   other.join();
   EXPECT_STREQ(seen[0], "merlin");
   EXPECT_STREQ(seen[1], "merlin");
-  EXPECT_EQ(FileRequests(), 2u) << "one read by the save step, one into the cache";
-  EXPECT_EQ(NameFile(), std::vector<uint8_t>(old, old + 6));
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 2u)
+      << "one read by the save step, one into the cache";
+  EXPECT_EQ(NameFile(*fm_), std::vector<uint8_t>(old, old + 6));
 }
 
 TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
@@ -243,7 +234,7 @@ TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
   ClearSent();
   modem_->ClearFaults(modemsim::extend::kServiceId);
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "");
-  EXPECT_EQ(FileRequests(), 0u);
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 0u);
 }
 
 TEST_F(CapabilityTest, ScreenAndSleepStatus) {

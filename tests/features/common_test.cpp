@@ -20,27 +20,23 @@ TEST_F(CommonTest, ResultMapping) {
 TEST_F(CommonTest, CommonRequestBounds) {
   uint32_t rsp[TARVIK_CMN_RSP_SIZE / 4];
   std::vector<uint8_t> payload(600, 0xA5);
+  const uint8_t *p = payload.data();
   ExpectCalls({
       {"bare command", [&] { return tarvik_common_qmi_req(5, 0, nullptr, rsp); }, 0, true},
       {"499 bytes", [&] { return tarvik_common_qmi_req(6, 499, payload.data(), rsp); }, 0, true},
-      {"500 bytes", [&] { return tarvik_common_qmi_req(6, 500, payload.data(), rsp); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"null src", [&] { return tarvik_common_qmi_req(6, 1, nullptr, rsp); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"null rsp", [&] { return tarvik_common_qmi_req(6, 0, nullptr, nullptr); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"msg 491 bytes", [&] { return tarvik_send_common_qmi_msg(35, 491, payload.data(), rsp); }, 0,
-       true},
-      {"msg 492 bytes", [&] { return tarvik_send_common_qmi_msg(35, 492, payload.data(), rsp); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"500 bytes", [&] { return tarvik_common_qmi_req(6, 500, payload.data(), rsp); }, kBad,
+       false},
+      {"null src", [&] { return tarvik_common_qmi_req(6, 1, nullptr, rsp); }, kBad, false},
+      {"null rsp", [&] { return tarvik_common_qmi_req(6, 0, nullptr, nullptr); }, kBad, false},
+      {"msg 491 bytes", [&] { return tarvik_send_common_qmi_msg(35, 491, p, rsp); }, 0, true},
+      {"msg 492 bytes", [&] { return tarvik_send_common_qmi_msg(35, 492, p, rsp); }, kBad, false},
   });
   EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_common_qmi_req: v is null"));
   EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_send_common_qmi_msg: l is out of range"));
   // The typed message's header and payload land where the modem reads them.
   ClearSent();
   ASSERT_EQ(tarvik_send_common_qmi_msg(178, 4, "\x10\x27\x00\x00", rsp), 0u);
-  ASSERT_EQ(SentRequests(REQUEST_ID_COMMON).size(), 1u);
-  EXPECT_EQ(SentRequests(REQUEST_ID_COMMON)[0].data.size(), TARVIK_CMN_REQ_SIZE);
+  EXPECT_EQ(SentRequests(REQUEST_ID_COMMON).at(0).data.size(), TARVIK_CMN_REQ_SIZE);
   const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
   EXPECT_EQ(req.cmd, COMMON_CMD_MSG);
   EXPECT_EQ(Word(req.payload, 0), 178u);
@@ -61,7 +57,7 @@ TEST_F(CommonTest, ExtendModeAndBuildInformation) {
   EXPECT_EQ(mode, 4);
   ASSERT_EQ(tarvik_extend_build_information(9), 0u);
   EXPECT_EQ(fm_->BuildInformation(), 9);
-  EXPECT_EQ(tarvik_extend_mode_get(nullptr), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(tarvik_extend_mode_get(nullptr), kBad);
 
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 0x21);
   mode = 0;
@@ -85,15 +81,17 @@ TEST_F(CommonTest, FeatureControlPrintsTheOutcome) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.line);
     fm_->SetFeatureOutcome(COMMON_FEATURE_MTPL_GPIO, row.outcome, {});
-    EXPECT_NE(StdoutOf([] { EXPECT_EQ(tarvik_modem_mtpl_gpio_control(1), 0u); }).find(row.line),
-              std::string::npos);
+    const Printed run = StdoutOf([] { return tarvik_modem_mtpl_gpio_control(1); });
+    EXPECT_EQ(run.result, 0);
+    EXPECT_TRUE(run.Shows(row.line)) << run.out;
   }
   ClearSent();
   fm_->SetFeatureOutcome(COMMON_FEATURE_RFFE_DEVICE_CHECK, 0, {0xAB, 0xCD});
-  const std::string out = StdoutOf([] { EXPECT_EQ(tarvik_modem_rffe_device_check(2), 0u); });
-  EXPECT_NE(out.find("rffe device check result: PASS"), std::string::npos);
-  EXPECT_NE(out.find("Return Len: 12"), std::string::npos);
-  EXPECT_NE(out.find("02 00 AB CD "), std::string::npos) << out;
+  const Printed check = StdoutOf([] { return tarvik_modem_rffe_device_check(2); });
+  EXPECT_EQ(check.result, 0);
+  EXPECT_TRUE(check.Shows("rffe device check result: PASS")) << check.out;
+  EXPECT_TRUE(check.Shows("Return Len: 12"));
+  EXPECT_TRUE(check.Shows("02 00 AB CD "));
   const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
   EXPECT_EQ(req.cmd, COMMON_CMD_FEATURE_CONTROL);
   EXPECT_EQ(Word(req.payload, 0), 0u);
@@ -102,10 +100,9 @@ TEST_F(CommonTest, FeatureControlPrintsTheOutcome) {
   EXPECT_EQ(req.payload[12], 2);
 
   FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_NE(StdoutOf([] {
-              EXPECT_EQ(tarvik_modem_mtpl_gpio_control(1), static_cast<uint32_t>(-3));
-            }).find("MTPL GPIO: QMI send failed, result=-3"),
-            std::string::npos);
+  const Printed failed = StdoutOf([] { return tarvik_modem_mtpl_gpio_control(1); });
+  EXPECT_EQ(failed.result, static_cast<uint32_t>(-3));
+  EXPECT_TRUE(failed.Shows("MTPL GPIO: QMI send failed, result=-3")) << failed.out;
   EXPECT_EQ(tarvik_modem_set_satellite(1), 0u);
 }
 
@@ -114,27 +111,24 @@ TEST_F(CommonTest, CellInformation) {
   fm_->SetCellInfo(info);
   uint8_t out[64];
   int out_len = 29;
-  const auto q = reinterpret_cast<const uint8_t *>("q");
-  EXPECT_NE(StdoutOf([&] {
-              EXPECT_EQ(tarvik_extend_cellinfo(q, 1, out, &out_len), 0u);
-            }).find("rsp buffer is not big enough"),
-            std::string::npos);
+  const uint8_t *q = reinterpret_cast<const uint8_t *>("q");
+  const Printed small = StdoutOf([&] { return tarvik_extend_cellinfo(q, 1, out, &out_len); });
+  EXPECT_EQ(small.result, 0);
+  EXPECT_TRUE(small.Shows("rsp buffer is not big enough")) << small.out;
   EXPECT_EQ(out_len, 29) << "nothing copied, count untouched";
   out_len = 30;
   EXPECT_EQ(tarvik_extend_cellinfo(nullptr, 0, out, &out_len), 0u);
   EXPECT_EQ(out_len, 30);
   EXPECT_EQ(0, memcmp(out, info.data(), 30));
 
-  std::vector<uint8_t> big(413, 1);
+  const std::vector<uint8_t> big(413, 1);
+  q = big.data();
   ExpectCalls({
-      {"413 bytes", [&] { return tarvik_extend_cellinfo(big.data(), 413, out, &out_len); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"-1 bytes", [&] { return tarvik_extend_cellinfo(big.data(), -1, out, &out_len); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"412 bytes", [&] { return tarvik_extend_cellinfo(big.data(), 412, out, &out_len); }, 0,
-       true},
+      {"413 bytes", [&] { return tarvik_extend_cellinfo(q, 413, out, &out_len); }, kBad, false},
+      {"-1 bytes", [&] { return tarvik_extend_cellinfo(q, -1, out, &out_len); }, kBad, false},
+      {"412 bytes", [&] { return tarvik_extend_cellinfo(q, 412, out, &out_len); }, 0, true},
   });
-  const auto req = SentRequests(REQUEST_ID_NV_ITEM)[0].As<tarvik_nv_item_req_t>();
+  const auto req = Only<tarvik_nv_item_req_t>(REQUEST_ID_NV_ITEM);
   EXPECT_EQ(req.op, NV_ITEM_OP_CELLINFO);
   EXPECT_EQ(req.len, 412u);
 
@@ -145,11 +139,10 @@ TEST_F(CommonTest, CellInformation) {
   EXPECT_EQ(out_len, 30);
 
   FailTransport(QMI_TIMEOUT_ERR, 1);
-  EXPECT_NE(StdoutOf([&] {
-              EXPECT_EQ(tarvik_extend_cellinfo(nullptr, 0, out, &out_len),
-                        static_cast<uint32_t>(-3));
-            }).find("command execute error"),
-            std::string::npos);
+  const Printed failed =
+      StdoutOf([&] { return tarvik_extend_cellinfo(nullptr, 0, out, &out_len); });
+  EXPECT_EQ(failed.result, static_cast<uint32_t>(-3));
+  EXPECT_TRUE(failed.Shows("command execute error")) << failed.out;
   EXPECT_EQ(out_len, 0);
 }
 

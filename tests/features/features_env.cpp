@@ -118,10 +118,10 @@ bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
   return shared->cv.wait_for(lock, std::chrono::milliseconds(ms), [&] { return shared->done; });
 }
 
-std::string StdoutOf(const std::function<void()> &fn) {
+Printed StdoutOf(const std::function<long long()> &call) {
   ::testing::internal::CaptureStdout();
-  fn();
-  return ::testing::internal::GetCapturedStdout();
+  const long long result = call();
+  return {result, ::testing::internal::GetCapturedStdout()};
 }
 
 uint32_t Word(const uint8_t *payload, size_t i) {

@@ -28,6 +28,9 @@
 
 namespace features_test {
 
+// The common requests' refusal of a bad argument, as a table row expects it.
+constexpr long long kBad = TARVIK_CMN_ERR_INVALID_ARG;
+
 // Payload of one generic request as the modem received it.
 struct Sent {
   uint32_t request_id;
@@ -93,8 +96,13 @@ class FeatureTest : public ::testing::Test {
   modemsim::features::FeatureModem *fm_ = nullptr;
 };
 
-// What `fn` printed on standard output.
-std::string StdoutOf(const std::function<void()> &fn);
+// What `call` returned and printed on standard output.
+struct Printed {
+  long long result;
+  std::string out;
+  bool Shows(const std::string &text) const { return out.find(text) != std::string::npos; }
+};
+Printed StdoutOf(const std::function<long long()> &call);
 
 // The `i`th 32-bit word of a payload.
 uint32_t Word(const uint8_t *payload, size_t i);
