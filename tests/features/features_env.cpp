@@ -1,7 +1,6 @@
 #include "features_env.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <future>
 
 #include "qmi_client_host.h"
 
@@ -102,20 +101,13 @@ void FeatureTest::TamperField(uint32_t request_id, size_t at, int32_t value, siz
 }
 
 bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
-  struct Shared {
-    std::mutex mu;
-    std::condition_variable cv;
-    bool done = false;
-  };
-  auto shared = std::make_shared<Shared>();
-  std::thread([shared, fn] {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> finished = done->get_future();
+  std::thread([done, fn] {
     fn();
-    std::lock_guard<std::mutex> lock(shared->mu);
-    shared->done = true;
-    shared->cv.notify_all();
+    done->set_value();
   }).detach();
-  std::unique_lock<std::mutex> lock(shared->mu);
-  return shared->cv.wait_for(lock, std::chrono::milliseconds(ms), [&] { return shared->done; });
+  return finished.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
 }
 
 Printed StdoutOf(const std::function<long long()> &call) {

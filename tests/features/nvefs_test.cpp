@@ -70,18 +70,10 @@ TEST_F(NvTest, ArgumentLimits) {
           {"delete sub 2", [&] { return tarvik_nv_delete(2, 550); }, -104, false},
           {"delete item 7233", [&] { return tarvik_nv_delete(0, 7233); }, -109, false},
           {"delete item 7232 never written", [&] { return tarvik_nv_delete(0, 7232); }, 5, true},
-          {"write after a time-out",
-           [&] {
-             FailTransport(QMI_TIMEOUT_ERR, 1);
-             return tarvik_nv_write_ex(0, 1, buf, 1);
-           },
+          {"write after a time-out", TimedOut([&] { return tarvik_nv_write_ex(0, 1, buf, 1); }),
            -103, true},
       },
-      [&] { cap = sizeof(buf); },
-      [] {
-        const uint8_t v = 42;
-        tarvik_nv_write_ex(0, 2, &v, 1);
-      });
+      [&] { cap = sizeof(buf); }, [] { tarvik_nv_write_ex(0, 2, "*", 1); });
   // The one subscription-2 read goes out with subscription 2 and item 550.
   ClearSent();
   cap = 8;
