@@ -118,20 +118,19 @@ TEST_F(NvTest, RefusalsAndTransportFailures) {
 TEST_F(NvTest, ClaimedLengthMeetsTheDataCarried) {
   const uint8_t v[4] = {1, 2, 3, 4};
   ASSERT_EQ(tarvik_nv_write_ex(0, 3, v, 4), 0);
-  struct Row {
+  const size_t header = offsetof(tarvik_nvefs_rsp_t, data);
+  const struct {
     const char *name;
     int32_t claim;
     size_t keep;  // the answer is cut to this many bytes
     int status;
     uint32_t len;
-  };
-  const size_t header = offsetof(tarvik_nvefs_rsp_t, data);
-  const Row rows[] = {
+  } rows[] = {
       {"claims 0, carries nothing", 0, header, -108, 424},
       {"claims 4, carries nothing", 4, header, -108, 424},
       {"claims 5000, carries 4", 5000, SIZE_MAX, 0, 4},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     TamperField(REQUEST_ID_NVEFS, offsetof(tarvik_nvefs_rsp_t, data_len_all), row.claim, row.keep);
     ClearSent();
@@ -167,21 +166,20 @@ TEST_F(NvTest, RawReadCutsAndSaysSo) {
   EXPECT_EQ(req.arg2, 1u);
   EXPECT_EQ(req.len, 20u);
 
-  struct Row {
+  const struct {
     const char *name;
     int32_t claim;     // 0: the modem's own answer
     uint32_t carried;  // data bytes the rewritten answer keeps
     int capacity;
     uint32_t status;
     int len;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"capacity below the item", 0, 0, 10, TARVIK_NV_ITEM_ERR_NO_FIT, 10},
       {"capacity above the item", 0, 0, 64, 0, 20},
       {"claim above 412, capacity between", 500, 412, 450, TARVIK_NV_ITEM_ERR_NO_FIT, 412},
       {"claim beyond the answer", 30, 20, 64, 0, 20},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     fm_->SetTamper({});
     if (row.claim != 0) {
@@ -501,11 +499,10 @@ TEST_F(EfsTest, SharedStepsLogUnderTheCalledFunction) {
   uint8_t buf[8] = {1};
   uint32_t zero = 0;
   uint32_t eight = sizeof(buf);
-  struct Row {
+  const struct {
     const char *line;
     std::function<void()> call;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"tarvik_efs_delete: function entry", [] { tarvik_efs_delete(0, "/a", 2); }},
       {"tarvik_efs_is_exsit: sub invalid", [] { tarvik_efs_is_exsit(2, "/a", 2); }},
       {"tarvik_efs_copy: path_len_tgt invalid", [&] { tarvik_efs_copy(0, "/a", 2, 1, buf, 0); }},
