@@ -78,6 +78,8 @@ class FeatureTest : public ::testing::Test {
   // does not finish (a lock left held) is abandoned with its thread.
   static bool FinishesWithin(std::function<void()> fn, int ms);
 
+  // A row's call made after one generic request has been set to time out in transport.
+  std::function<long long()> TimedOut(std::function<long long()> call);
   // A table of calls: what each returns and whether it sent one request. Each row starts from
   // a cleared record, after `reset` (if given) has restored the buffers the rows share; after
   // each row, `probe` (if given) must finish, so no row may leave a lock held.
@@ -87,8 +89,6 @@ class FeatureTest : public ::testing::Test {
     long long expected;
     bool sent;
   };
-  // A row's call made after one generic request has been set to time out in transport.
-  std::function<long long()> TimedOut(std::function<long long()> call);
   void ExpectCalls(const std::vector<CallRow> &rows, const std::function<void()> &reset = {},
                    const std::function<void()> &probe = {});
 
