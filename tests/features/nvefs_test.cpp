@@ -470,7 +470,7 @@ TEST_F(EfsTest, DeleteCompareCopyStatExist) {
 
   ClearSent();
   ASSERT_EQ(tarvik_efs_copy(0, a.data(), la, 1, pb, lb), 0);
-  const auto req = SentRequests()[0].As<tarvik_nvefs_req_t>();
+  const auto req = Only<tarvik_nvefs_req_t>(REQUEST_ID_NVEFS);
   EXPECT_EQ(req.op, NVEFS_OP_EFS_COPY);
   EXPECT_EQ(req.len_all, lb) << "second path length";
   EXPECT_EQ(req.len_send, 1u) << "second subscription";
