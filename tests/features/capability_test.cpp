@@ -1,24 +1,21 @@
-// Capability and identity queries, MCFG controls, the device name and the status notifications,
-// as the modem receives them.
-#include <string.h>
+// Capability and identity queries, MCFG controls, the device name, the status notifications and
+// the base model requests with their indications, as the modem receives them.
 
-#include <string>
-#include <thread>
+#include <mutex>
 
-#include "cutils/properties.h"
-#include "extend/extend_service.h"
 #include "features_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
-#include "tarvik_extend_api.h"
-#include "tarvik_extend_cmn.h"
-#include "tarvik_extend_nvefs.h"
-#include "test_env.h"
+#include "tarvik_base_model.h"
 
 namespace features_test {
 namespace {
 
 using CapabilityTest = FeatureTest;
+using DeviceNameTest = FeatureTest;
+
+template <auto Query>
+long long Ask() {
+  return static_cast<long long>(Query());
+}
 
 // The commands of the common requests the modem received, in order.
 std::vector<uint32_t> Commands(const std::vector<Sent> &sent) {
@@ -27,42 +24,30 @@ std::vector<uint32_t> Commands(const std::vector<Sent> &sent) {
   return out;
 }
 
-void SetResult(CapabilityTest *, std::vector<uint8_t> *answer, int32_t code) {
-  memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &code, 4);
-}
-
 TEST_F(CapabilityTest, NumberQueries) {
-  struct Row {
+  const struct {
     const char *name;
-    uint32_t cmd;
-    uint32_t word;
+    uint32_t cmd, word;
     long long (*call)();
     long long expected;
+  } rows[] = {
+      {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3, Ask<tarvik_modem_chipset_id_get>, 0x1B3},
+      {"hw", COMMON_CMD_HW_ID, 0x77, Ask<tarvik_modem_hw_id_get>, 0x77},
+      {"bp chip", COMMON_CMD_BP_CHIP_ID, 9, Ask<tarvik_modem_bp_chip_id_get>, 9},
+      {"cdma 1", COMMON_CMD_CDMA_SUPPORT, 1, Ask<tarvik_modem_cdma_support_status_get>, 1},
+      {"cdma 2 is no", COMMON_CMD_CDMA_SUPPORT, 2, Ask<tarvik_modem_cdma_support_status_get>, 0},
+      {"dsda 1", COMMON_CMD_DSDA_SUPPORT, 1, Ask<tarvik_modem_dsda_support_status_get>, 1},
+      {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30, Ask<tarvik_mbn_list_cust_max_num_get>,
+       30},
   };
-  const Row rows[] = {
-      {"chipset", COMMON_CMD_CHIPSET_ID, 0x1B3,
-       [] { return (long long)tarvik_modem_chipset_id_get(); }, 0x1B3},
-      {"hw", COMMON_CMD_HW_ID, 0x77, [] { return (long long)tarvik_modem_hw_id_get(); }, 0x77},
-      {"bp chip", COMMON_CMD_BP_CHIP_ID, 9, [] { return (long long)tarvik_modem_bp_chip_id_get(); },
-       9},
-      {"cdma 1", COMMON_CMD_CDMA_SUPPORT, 1,
-       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 1},
-      {"cdma 2 is no", COMMON_CMD_CDMA_SUPPORT, 2,
-       [] { return (long long)tarvik_modem_cdma_support_status_get(); }, 0},
-      {"dsda 1", COMMON_CMD_DSDA_SUPPORT, 1,
-       [] { return (long long)tarvik_modem_dsda_support_status_get(); }, 1},
-      {"customer max", COMMON_CMD_MBN_LIST_CUST_MAX_NUM, 30,
-       [] { return (long long)tarvik_mbn_list_cust_max_num_get(); }, 30},
-  };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     fm_->SetWord(row.cmd, row.word);
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
     // A refusal by the modem and a transport failure both read as 0.
-    Tamper(REQUEST_ID_COMMON,
-           [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 3); });
+    TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 3);
     EXPECT_EQ(row.call(), 0);
     fm_->SetTamper({});
     FailTransport(QMI_TIMEOUT_ERR, 1);
@@ -74,19 +59,17 @@ TEST_F(CapabilityTest, NumberQueries) {
 }
 
 TEST_F(CapabilityTest, CardMode) {
-  struct Row {
-    const char *name;
-    const char *multisim;
+  const struct {
+    const char *name, *multisim;
     uint32_t dsda;
     const char *dsda_cap;
     uint32_t mode;
     size_t asked;
-  };
-  const Row rows[] = {{"single SIM asks nothing", "ssss", 1, "", CARD_MODE_FLAG_SS, 0},
-                      {"no DSDA in the modem", "dsds", 0, "", CARD_MODE_FLAG_DSDS, 1},
-                      {"DSDA, property unset", "dsds", 1, "", CARD_MODE_FLAG_DSDA, 1},
-                      {"DSDA, property off", "dsds", 1, "0", CARD_MODE_FLAG_DSDS, 1}};
-  for (const Row &row : rows) {
+  } rows[] = {{"single SIM asks nothing", "ssss", 1, "", CARD_MODE_FLAG_SS, 0},
+              {"no DSDA in the modem", "dsds", 0, "", CARD_MODE_FLAG_DSDS, 1},
+              {"DSDA, property unset", "dsds", 1, "", CARD_MODE_FLAG_DSDA, 1},
+              {"DSDA, property off", "dsds", 1, "0", CARD_MODE_FLAG_DSDS, 1}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     property_set("persist.radio.multisim.config", row.multisim);
     property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
@@ -100,23 +83,18 @@ TEST_F(CapabilityTest, CardMode) {
 TEST_F(CapabilityTest, StringAndRecordBounds) {
   fm_->SetString(50, "0123456789");
   fm_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
-  struct Row {
+  const struct {
     const char *name;
     bool record;
-    uint32_t type;
-    uint32_t capacity;
-    uint32_t status;
-    uint32_t count;
-  };
-  const Row rows[] = {
+    uint32_t type, capacity, status, count;
+  } rows[] = {
       {"10 characters in 10", false, 50, 10, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
       {"10 characters in 11", false, 50, 11, 0, 10},
       {"record of 5 in 5", true, 51, 5, TARVIK_CMN_ERR_BUF_TOO_SHORT, 0},
       {"record of 5 in 6", true, 51, 6, 0, 5},
-      {"unknown type", false, 77, 64, static_cast<uint32_t>(modemsim::features::kCmnNotSupported),
-       0},
+      {"unknown type", false, 77, 64, modemsim::features::kCmnNotSupported, 0},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     char out[64];
     memset(out, '#', sizeof(out));
@@ -138,9 +116,9 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
   }
   uint32_t len = 8;
   ClearSent();
-  EXPECT_EQ(tarvik_modem_string_info_get(50, nullptr, &len), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(tarvik_modem_string_info_get(50, nullptr, &len), kBad);
   EXPECT_EQ(len, 0u);
-  EXPECT_EQ(tarvik_modem_raw_content_get(51, &len, nullptr), TARVIK_CMN_ERR_INVALID_ARG);
+  EXPECT_EQ(tarvik_modem_raw_content_get(51, &len, nullptr), kBad);
   EXPECT_TRUE(SentRequests().empty());
 
   // A text filling the whole data area without a terminator is cut, never read past.
@@ -155,20 +133,17 @@ TEST_F(CapabilityTest, StringAndRecordBounds) {
   EXPECT_EQ(strlen(wide.data()), 499u);
 }
 
-TEST_F(CapabilityTest, McfgPaths) {
+// MBN list paths and the discovery timer; configuration events reach the client that asked for
+// them, and no other.
+TEST_F(CapabilityTest, Mcfg) {
   char path[TARVIK_MCFG_PATH_SIZE];
   const std::string p179(179, 'p'), p180(180, 'p');
   ExpectCalls({
-      {"get kind 10", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 10); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"get null", [&] { return tarvik_mcfg_mbn_txt_path_get(nullptr, 9); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set kind 11", [&] { return tarvik_mcfg_mbn_txt_path_set("x", 11); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set null", [&] { return tarvik_mcfg_mbn_txt_path_set(nullptr, 10); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
-      {"set 180", [&] { return tarvik_mcfg_mbn_txt_path_set(p180.c_str(), 12); },
-       TARVIK_CMN_ERR_INVALID_ARG, false},
+      {"get kind 10", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 10); }, kBad, false},
+      {"get null", [&] { return tarvik_mcfg_mbn_txt_path_get(nullptr, 9); }, kBad, false},
+      {"set kind 11", [&] { return tarvik_mcfg_mbn_txt_path_set("x", 11); }, kBad, false},
+      {"set null", [&] { return tarvik_mcfg_mbn_txt_path_set(nullptr, 10); }, kBad, false},
+      {"set 180", [&] { return tarvik_mcfg_mbn_txt_path_set(p180.c_str(), 12); }, kBad, false},
       {"set 179", [&] { return tarvik_mcfg_mbn_txt_path_set(p179.c_str(), 12); }, 0, true},
       {"set kind 10", [&] { return tarvik_mcfg_mbn_txt_path_set("/data/a.txt", 10); }, 0, true},
       {"get kind 9", [&] { return tarvik_mcfg_mbn_txt_path_get(path, 9); }, 0, true},
@@ -180,7 +155,7 @@ TEST_F(CapabilityTest, McfgPaths) {
   // The set request carries the characters alone.
   ClearSent();
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/b", 10), 0u);
-  const auto req = SentRequests(REQUEST_ID_COMMON)[0].As<tarvik_cmn_req_t>();
+  const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
   EXPECT_EQ(req.cmd, 10u);
   EXPECT_EQ(0, memcmp(req.payload, "/b\0", 3));
   // A field without terminator yields 179 characters.
@@ -190,28 +165,22 @@ TEST_F(CapabilityTest, McfgPaths) {
   });
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 9), 0u);
   EXPECT_EQ(strlen(path), 179u);
-  Tamper(REQUEST_ID_COMMON,
-         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 7); });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 7);
   EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
-}
+  fm_->SetTamper({});
 
-TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(77), 1u);
   EXPECT_EQ(fm_->DiscoverTimer(), 77u);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
   // An answer to another type is refused.
-  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const uint32_t other = COMMON_MSG_MCFG_SET_DISCOVER_TIMER;
-    memcpy(answer->data() + 8, &other, 4);
-  });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, data),
+              COMMON_MSG_MCFG_SET_DISCOVER_TIMER);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), -1);
   EXPECT_TRUE(tarvik_test::SyslogContains("t_rsp != t"));
   fm_->SetTamper({});
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(5), 0u);
   EXPECT_EQ(fm_->DiscoverTimer(), 77u);
-
-  // Configuration events reach the client that asked for them, and no other.
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 0);
   EXPECT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
   EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)).back(), COMMON_CMD_REG_MCFG_EVENT_IND);
@@ -219,36 +188,11 @@ TEST_F(CapabilityTest, DiscoveryTimerAndEvents) {
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
-// The profile, paths and timer survive a restart of the modem on the same state directory.
-TEST_F(CapabilityTest, ProfileAndSettingsPersist) {
-  const std::string dir = tarvik_test::ScratchDir() + "/state";
-  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
-  ASSERT_TRUE(fm_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
-  ASSERT_TRUE(fm_->SetString(60, "kept"));
-  ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/kept.txt", 12), 0u);
-  ASSERT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(9), 1u);
-  ASSERT_EQ(tarvik_modem_nv_sync(), 0u);
-  ASSERT_NO_FATAL_FAILURE(StartModem(dir));
-  EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x2A1u);
-  char text[16];
-  uint32_t len = sizeof(text);
-  EXPECT_EQ(tarvik_modem_string_info_get(60, text, &len), 0u);
-  EXPECT_STREQ(text, "kept");
-  char path[TARVIK_MCFG_PATH_SIZE];
-  EXPECT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
-  EXPECT_STREQ(path, "/kept.txt");
-  EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 9);
+std::vector<uint8_t> NameFile(const modemsim::features::FeatureModem &fm) {
+  std::vector<uint8_t> content;
+  fm.File(0, TARVIK_DEVICE_NAME_FILE, &content);
+  return content;
 }
-
-class DeviceNameTest : public FeatureTest {
- protected:
-  std::vector<uint8_t> NameFile() {
-    std::vector<uint8_t> content;
-    fm_->File(0, TARVIK_DEVICE_NAME_FILE, &content);
-    return content;
-  }
-  size_t FileRequests() { return SentRequests(REQUEST_ID_NVEFS).size(); }
-};
 
 TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
   property_set("ro.product.device", "kestrel");
@@ -258,12 +202,12 @@ TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
 
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "kestrel");
   const std::vector<uint8_t> kestrel = {'k', 'e', 's', 't', 'r', 'e', 'l'};
-  EXPECT_EQ(NameFile(), kestrel) << "characters without terminator";
+  EXPECT_EQ(NameFile(*fm_), kestrel) << "characters without terminator";
   ClearSent();
   char *lists[] = {const_cast<char *>("falcon"), const_cast<char *>("kestrel")};
   EXPECT_TRUE(tarvik_device_name_list_contain_ex(lists, 2));
   EXPECT_FALSE(tarvik_device_name_list_contain_ex(lists, 1));
-  EXPECT_EQ(FileRequests(), 0u) << "cached after one read";
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 0u) << "cached after one read";
 }
 
 TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
@@ -278,8 +222,9 @@ TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
   other.join();
   EXPECT_STREQ(seen[0], "merlin");
   EXPECT_STREQ(seen[1], "merlin");
-  EXPECT_EQ(FileRequests(), 2u) << "one read by the save step, one into the cache";
-  EXPECT_EQ(NameFile(), std::vector<uint8_t>(old, old + 6));
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 2u)
+      << "one read by the save step, one into the cache";
+  EXPECT_EQ(NameFile(*fm_), std::vector<uint8_t>(old, old + 6));
 }
 
 TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
@@ -289,34 +234,31 @@ TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
   ClearSent();
   modem_->ClearFaults(modemsim::extend::kServiceId);
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "");
-  EXPECT_EQ(FileRequests(), 0u);
+  EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 0u);
 }
 
 TEST_F(CapabilityTest, ScreenAndSleepStatus) {
-  struct Row {
+  const struct {
     const char *name;
     uint32_t (*notify)(uint32_t);
-    uint32_t cmd;
-    uint32_t status;
+    uint32_t cmd, status;
     bool sent;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"screen on", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS, 1, true},
       {"screen 2 is not sent", tarvik_qcril_screen_status_notify_to_modem, COMMON_CMD_SCREEN_STATUS,
        2, false},
       {"sleep 7", tarvik_qcril_sleep_status_notify_to_modem, COMMON_CMD_SLEEP_STATUS, 7, true},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     ClearSent();
     EXPECT_EQ(row.notify(row.status), 0u);
-    const auto sent = SentRequests(REQUEST_ID_COMMON);
-    ASSERT_EQ(sent.size(), row.sent ? 1u : 0u);
+    ASSERT_EQ(SentRequests(REQUEST_ID_COMMON).size(), row.sent ? 1u : 0u);
     uint32_t held = 0;
     if (row.sent) {
-      const auto req = sent[0].As<tarvik_cmn_req_t>();
+      const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
       EXPECT_EQ(req.cmd, row.cmd);
-      EXPECT_EQ(0, memcmp(req.payload, &row.status, 4));
+      EXPECT_EQ(Word(req.payload, 0), row.status);
       ASSERT_TRUE(fm_->NotifyState(row.cmd, &held));
       EXPECT_EQ(held, row.status);
     } else {
@@ -326,9 +268,129 @@ TEST_F(CapabilityTest, ScreenAndSleepStatus) {
   EXPECT_TRUE(tarvik_test::SyslogContains("status is out of range", 3));
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_qcril_sleep_status_notify_to_modem(0), static_cast<uint32_t>(-103));
-  Tamper(REQUEST_ID_COMMON,
-         [this](const uint8_t *, std::vector<uint8_t> *a) { SetResult(this, a, 4); });
+  TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 4);
   EXPECT_EQ(tarvik_qcril_screen_status_notify_to_modem(0), 4u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Base model
+// ---------------------------------------------------------------------------------------------
+
+using BaseModelTest = FeatureTest;
+
+TEST_F(BaseModelTest, ConfigurationAndSwitchesReachTheModem) {
+  std::vector<uint32_t> cfg(101);
+  for (uint32_t i = 0; i < cfg.size(); ++i) cfg[i] = i * 3;
+  EXPECT_EQ(tarvik_base_model_set_modem_cfg(cfg.data(), 101), 2u);
+  EXPECT_EQ(tarvik_base_model_set_modem_cfg(cfg.data(), 0), 2u);
+  EXPECT_EQ(tarvik_base_model_set_modem_cfg(nullptr, 5), 1u);
+  EXPECT_TRUE(modem_->ReceivedBy(modemsim::extend::kServiceId).empty());
+  ASSERT_EQ(tarvik_base_model_set_modem_cfg(cfg.data(), 100), 0u);
+  EXPECT_EQ(fm_->BaseModel().cfg, std::vector<uint32_t>(cfg.begin(), cfg.begin() + 100));
+
+  ASSERT_EQ(tarvik_base_model_set_modem_model_detection_switch(1), 0u);
+  ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x14, 1), 0u);
+  EXPECT_EQ(fm_->BaseModel().detection, 1);
+  EXPECT_EQ(fm_->BaseModel().events.count(0x14), 1u);
+  EXPECT_EQ(tarvik_base_model_set_modem_event_ind_switch(99, 1), 1u) << "the modem's own code";
+}
+
+// Each query asks for a capacity: one word short is refused with 4 and nothing copied; with it,
+// the answer is copied and counted (the reason is the concatenation of its lists).
+TEST_F(BaseModelTest, QueriesAndTheirCapacity) {
+  modemsim::features::DetectReason(*modem_, {{{100, 200}, {7}, {0xF0, 0x0F, 1}, {}}}, {1, 2, 3, 4});
+  modemsim::features::DetectScene(*modem_, 0x30, 0x1);
+  std::array<uint32_t, 17> dds;
+  for (uint32_t i = 0; i < 17; ++i) dds[i] = 1000 + i;
+  fm_->SetDdsInfo(dds);
+  const struct {
+    const char *name;
+    uint32_t (*query)(uint32_t *, uint32_t *);
+    uint32_t need;  // the capacity asked for
+    std::vector<uint32_t> answer;
+  } rows[] = {
+      {"reason", tarvik_base_model_get_modem_reason, 29, {100, 200, 7, 0xF0, 0x0F, 1}},
+      {"scene", tarvik_base_model_get_modem_scene, 3, {0x30, 0x1}},
+      {"dds", tarvik_base_model_get_dds_assistant_info, 18, {dds.begin(), dds.end()}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<uint32_t> out(40, 0xEEEE);
+    uint32_t len = row.need - 1;
+    EXPECT_EQ(row.query(out.data(), &len), 4u);
+    EXPECT_EQ(out[0], 0xEEEEu);
+    len = row.need;
+    ASSERT_EQ(row.query(out.data(), &len), 0u);
+    EXPECT_EQ(std::vector<uint32_t>(out.begin(), out.begin() + len), row.answer);
+  }
+  uint32_t len = 29;
+  EXPECT_EQ(tarvik_base_model_get_modem_reason(nullptr, &len), 3u);
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_base_model_get_modem_reason: data_rsp is null"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.arfcn[0] = 100"));
+  EXPECT_TRUE(tarvik_test::SyslogContains("rsp.pci[0] = 7"));
+}
+
+// A count the list cannot hold ends the call; the lists before it stay written and counted.
+TEST_F(BaseModelTest, ReasonWithAnOverlongCount) {
+  modemsim::extend::SetMessageHandler(
+      *modem_, TARVIK_EXTEND_QMI_BASE_MODEL_GET_REASON_MSG_V01, [](modemsim::Call &call) {
+        auto &rsp = call.Response<tarvik_extend_qmi_base_model_get_reason_resp_msg_v01>();
+        rsp.arfcn_len = 2;
+        rsp.arfcn[0] = 11;
+        rsp.arfcn[1] = 12;
+        rsp.pci_len = 7;
+      });
+  uint32_t out[40];
+  uint32_t len = 40;
+  // The codec refuses a count of 7 on the wire (at most 6): the modem cannot encode its answer
+  // and fails the request with QMI_ERR_INTERNAL in its result field, which the call returns.
+  EXPECT_EQ(tarvik_base_model_get_modem_reason(out, &len), 3u);
+  EXPECT_EQ(len, 40u);
+}
+
+TEST_F(BaseModelTest, FailedExchangeReadsAsEmptySuccess) {
+  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, false), 0);
+  tarvik_extend_qmi_init_force();
+  uint32_t out[20] = {9, 9};
+  uint32_t len = 3;
+  EXPECT_EQ(tarvik_base_model_get_modem_scene(out, &len), 0u);
+  EXPECT_EQ(len, 2u);
+  EXPECT_EQ(out[0], 0u);
+  EXPECT_EQ(tarvik_base_model_set_modem_model_detection_switch(1), 0u);
+}
+
+std::mutex g_mu;
+std::vector<std::pair<int, std::vector<uint32_t>>> g_inds;
+void OnInd(int id, void *data, int len) {
+  std::lock_guard<std::mutex> lock(g_mu);
+  const auto *p = static_cast<const uint32_t *>(data);
+  g_inds.push_back({id, std::vector<uint32_t>(p, p + len / 4)});
+}
+size_t IndCount() {
+  std::lock_guard<std::mutex> lock(g_mu);
+  return g_inds.size();
+}
+
+// Indications come only when detection and the event are both on, and reach the callback.
+TEST_F(BaseModelTest, IndicationsFollowTheSwitches) {
+  ASSERT_TRUE(tarvik_extend_qmi_base_model_register(OnInd));
+  ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x14, 1), 0u);
+  EXPECT_EQ(modemsim::features::DetectScene(*modem_, 5, 6), 0) << "detection is off";
+  ASSERT_EQ(tarvik_base_model_set_modem_model_detection_switch(1), 0u);
+  EXPECT_EQ(modemsim::features::DetectReason(*modem_, {}, {1, 2, 3, 4}), 0) << "event 0x12 is off";
+  ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x12, 1), 0u);
+  EXPECT_EQ(modemsim::features::DetectScene(*modem_, 5, 6), 1);
+  EXPECT_EQ(modemsim::features::DetectReason(*modem_, {}, {1, 2, 3, 4}), 1);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  while (IndCount() < 2 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  std::lock_guard<std::mutex> lock(g_mu);
+  ASSERT_EQ(g_inds.size(), 2u);
+  EXPECT_EQ(g_inds[0].first, 20);
+  EXPECT_EQ(g_inds[0].second, (std::vector<uint32_t>{0, 5, 6}));
+  EXPECT_EQ(g_inds[1].first, 18);
+  EXPECT_EQ(g_inds[1].second, (std::vector<uint32_t>{1, 2, 3, 4}));
 }
 
 }  // namespace

@@ -1,16 +1,8 @@
 #include "features_env.h"
 
-#include <string.h>
+#include <future>
 
-#include <condition_variable>
-#include <mutex>
-#include <thread>
-
-#include "extend/extend_service.h"
-#include "qmi_client.h"
 #include "qmi_client_host.h"
-#include "tarvik_extend_api.h"
-#include "tarvik_extend_qmi_v01.h"
 
 namespace features_test {
 
@@ -68,6 +60,13 @@ void FeatureTest::ExpectCalls(const std::vector<CallRow> &rows, const std::funct
   }
 }
 
+std::function<long long()> FeatureTest::TimedOut(std::function<long long()> call) {
+  return [this, call] {
+    FailTransport(QMI_TIMEOUT_ERR, 1);
+    return call();
+  };
+}
+
 void FeatureTest::ClearSent() {
   modem_->ClearReceived(modemsim::extend::kServiceId);
 }
@@ -90,21 +89,37 @@ void FeatureTest::Tamper(uint32_t request_id,
       });
 }
 
+void FeatureTest::TamperField(uint32_t request_id, size_t at, int32_t value, size_t keep) {
+  Tamper(request_id, [at, value, keep](const uint8_t *, std::vector<uint8_t> *answer) {
+    if (keep != SIZE_MAX) {
+      answer->resize(keep);
+    }
+    if (answer->size() >= at + sizeof(value)) {
+      memcpy(answer->data() + at, &value, sizeof(value));
+    }
+  });
+}
+
 bool FeatureTest::FinishesWithin(std::function<void()> fn, int ms) {
-  struct Shared {
-    std::mutex mu;
-    std::condition_variable cv;
-    bool done = false;
-  };
-  auto shared = std::make_shared<Shared>();
-  std::thread([shared, fn] {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> finished = done->get_future();
+  std::thread([done, fn] {
     fn();
-    std::lock_guard<std::mutex> lock(shared->mu);
-    shared->done = true;
-    shared->cv.notify_all();
+    done->set_value();
   }).detach();
-  std::unique_lock<std::mutex> lock(shared->mu);
-  return shared->cv.wait_for(lock, std::chrono::milliseconds(ms), [&] { return shared->done; });
+  return finished.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
+}
+
+Printed StdoutOf(const std::function<long long()> &call) {
+  ::testing::internal::CaptureStdout();
+  const long long result = call();
+  return {result, ::testing::internal::GetCapturedStdout()};
+}
+
+uint32_t Word(const uint8_t *payload, size_t i) {
+  uint32_t v;
+  memcpy(&v, payload + i * sizeof(v), sizeof(v));
+  return v;
 }
 
 std::vector<uint8_t> Pattern(size_t n, uint32_t seed) {

@@ -1,20 +1,10 @@
 // Restart level, restart counts, and the restart and crash orders as the modem receives them.
-#include <string.h>
 
-#include <chrono>
 #include <map>
-#include <string>
-#include <thread>
 
-#include "cutils/properties.h"
-#include "extend/extend_service.h"
 #include "features_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
-#include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 #include "tarvik_utils_cust.h"
-#include "test_env.h"
 
 namespace features_test {
 namespace {
@@ -44,32 +34,30 @@ std::vector<std::pair<uint32_t, uint32_t>> Orders(const std::vector<Sent> &sent)
   std::vector<std::pair<uint32_t, uint32_t>> out;
   for (const Sent &s : sent) {
     const auto req = s.As<tarvik_cmn_req_t>();
-    uint32_t t, l, flag;
-    memcpy(&t, req.payload, 4);
-    memcpy(&l, req.payload + 4, 4);
-    memcpy(&flag, req.payload + 8, 4);
+    const uint32_t t = Word(req.payload, 0);
     if (req.cmd == COMMON_CMD_MSG && (t == COMMON_MSG_MODEM_SSR || t == COMMON_MSG_MODEM_CRASH)) {
-      EXPECT_EQ(l, 4u);
-      out.push_back({t, flag});
+      EXPECT_EQ(Word(req.payload, 1), 4u);
+      out.push_back({t, Word(req.payload, 2)});
     }
   }
   return out;
 }
 
+// Which values a restart flag counts under; counting alone sends nothing. A restart order
+// counts before it is sent, so a failed one still counts.
 TEST_F(RestartTest, CountingRule) {
-  struct Row {
+  const struct {
     const char *name;
     uint32_t flag;
     std::map<uint32_t, int> counts;  // every value that must count, with its count
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"bits 0 and 2", 0x5, {{0x1, 1}, {0x4, 1}}},
       {"bit 9 is not counted", 0x200, {}},
       {"bit 31 counts the whole value", 0x80000003u, {{0x80000003u, 1}}},
       {"bits 8, 16 and 19, twice", 0x00090100, {{0x100, 2}, {0x10000, 2}, {0x80000, 2}}},
   };
   std::map<uint32_t, int> total;  // counts add up over the rows
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     const int times = row.flag == 0x00090100 ? 2 : 1;
     for (int i = 0; i < times; ++i) tarvik_save_modem_ssr_count(static_cast<int>(row.flag));
@@ -80,10 +68,6 @@ TEST_F(RestartTest, CountingRule) {
     for (const auto &c : total) EXPECT_EQ(Count(c.first), c.second);
     EXPECT_TRUE(SentRequests().empty());
   }
-}
-
-// A restart order counts before it is sent, so a failed one still counts.
-TEST_F(RestartTest, RestartOrderCountsThenSends) {
   FailTransport(QMI_TIMEOUT_ERR, 1);
   tarvik_modem_ssr(0x80000001u);
   EXPECT_EQ(Count(0x80000001u), 1);
@@ -105,17 +89,22 @@ TEST_F(RestartTest, CountingFromTwoThreads) {
   EXPECT_EQ(Count(0x10000), kTimes);
 }
 
+// The level, its backup and the backup's flag after each step; a change before any read backs
+// up the value it writes.
 TEST_F(RestartTest, RestartLevelStateMachine) {
-  struct Step {
+  auto get = [] { return tarvik_get_modem_ssr_type(); };
+  auto set = [](uint32_t t) { return [t] { return tarvik_set_modem_ssr_type(t); }; };
+  auto forget = [] {
+    for (const char *p : {kBak, kBakFlag}) property_set(p, "");
+    return 0u;
+  };
+  property_set(kLevel, "RELATED");
+  const struct {
     const char *name;
     std::function<uint32_t()> call;
     uint32_t expected;
     const char *level, *bak, *flag;  // the three properties after the step
-  };
-  auto get = [] { return tarvik_get_modem_ssr_type(); };
-  auto set = [](uint32_t t) { return [t] { return tarvik_set_modem_ssr_type(t); }; };
-  property_set(kLevel, "RELATED");
-  const Step steps[] = {
+  } steps[] = {
       {"type 0 without backup writes nothing", set(0), 0, "RELATED", "", ""},
       {"first read takes the backup", get, 0, "RELATED", "RELATED", "yes"},
       {"second read", get, 0, "RELATED", "RELATED", "yes"},
@@ -127,8 +116,11 @@ TEST_F(RestartTest, RestartLevelStateMachine) {
       {"reads 2", get, 2, "ALL_DISABLE", "RELATED", "yes"},
       {"back to the default", set(0), 1, "RELATED", "RELATED", "yes"},
       {"default again: nothing", set(0), 0, "RELATED", "RELATED", "yes"},
+      {"backup forgotten", forget, 0, "RELATED", "", ""},
+      {"first change backs up the new level", set(2), 1, "ALL_DISABLE", "ALL_DISABLE", "yes"},
+      {"the level equals its backup", get, 0, "ALL_DISABLE", "ALL_DISABLE", "yes"},
   };
-  for (const Step &step : steps) {
+  for (const auto &step : steps) {
     SCOPED_TRACE(step.name);
     EXPECT_EQ(step.call(), step.expected);
     EXPECT_EQ(Prop(kLevel), step.level);
@@ -148,28 +140,19 @@ TEST_F(RestartTest, RestartLevelStateMachine) {
   }
 }
 
-// A change before any read backs up the value it writes.
-TEST_F(RestartTest, FirstChangeBacksUpTheNewLevel) {
-  property_set(kLevel, "RELATED");
-  EXPECT_EQ(tarvik_set_modem_ssr_type(2), 1u);
-  EXPECT_EQ(Prop(kBak), "ALL_DISABLE");
-  EXPECT_EQ(tarvik_get_modem_ssr_type(), 0u) << "the level equals its backup";
-}
-
 TEST_F(RestartTest, LevelName) {
-  struct Row {
+  const struct {
     const char *level;
     uint32_t capacity;
     const char *name;  // nullptr: nothing written
     uint32_t len;
-  };
-  const Row rows[] = {{"", 8, "CONFIG_", 7},
-                      {"", 13, "CONFIG_EMPTY", 12},
-                      {"ALL_ENABLE", 11, "ALL_ENABLE", 10},
-                      {"ALL_ENABLE", 10, "ALL_ENABL", 9},
-                      {"ALL_ENABLE", 1, nullptr, 1},
-                      {"ALL_ENABLE", 0, nullptr, 0}};
-  for (const Row &row : rows) {
+  } rows[] = {{"", 8, "CONFIG_", 7},
+              {"", 13, "CONFIG_EMPTY", 12},
+              {"ALL_ENABLE", 11, "ALL_ENABLE", 10},
+              {"ALL_ENABLE", 10, "ALL_ENABL", 9},
+              {"ALL_ENABLE", 1, nullptr, 1},
+              {"ALL_ENABLE", 0, nullptr, 0}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(std::string(row.level) + " in " + std::to_string(row.capacity));
     property_set(kLevel, row.level);
     char name[16];
@@ -190,18 +173,15 @@ TEST_F(RestartTest, LevelName) {
 }
 
 TEST_F(RestartTest, WaitsTakeTheArgumentOrTheProperty) {
-  struct Row {
-    const char *name;
-    const char *prop;
+  const struct {
+    const char *name, *prop;
     uint32_t (*wait)(int);
-    int arg;
-    int expected;
-  };
-  const Row rows[] = {{"argument 0", "3", tarvik_modem_ssr_wait_s, 0, 0},
-                      {"property 0", "0", tarvik_modem_ssr_wait_s, -1, 0},
-                      {"property -1", "-1", tarvik_modem_ssr_wait_s, -1, -1},
-                      {"modem wait property", "-4", tarvik_modem_wait_s, -2, -4}};
-  for (const Row &row : rows) {
+    int arg, expected;
+  } rows[] = {{"argument 0", "3", tarvik_modem_ssr_wait_s, 0, 0},
+              {"property 0", "0", tarvik_modem_ssr_wait_s, -1, 0},
+              {"property -1", "-1", tarvik_modem_ssr_wait_s, -1, -1},
+              {"modem wait property", "-4", tarvik_modem_wait_s, -2, -4}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     property_set(kWait, row.prop);
     property_set("persist.radio.modem_wait_s", row.prop);
@@ -219,17 +199,15 @@ TEST_F(RestartTest, DefaultRestartWaitIsFiveSeconds) {
 }
 
 TEST_F(RestartTest, CrashSequences) {
-  struct Row {
+  const struct {
     const char *name;
     void (*crash)(uint32_t);
     const char *level_before;
     const char *wait;             // persist.radio.ssr_wait_s
     const char *wait_after_send;  // set while the modem handles the crash (nullptr: unchanged)
     bool sent;
-    const char *level_at_send;
-    const char *level_after;
-  };
-  const Row rows[] = {
+    const char *level_at_send, *level_after;
+  } rows[] = {
       {"already at subsystem restart: no wait, no restore",
        tarvik_modem_crash_without_orange_screen, "ALL_ENABLE", "-1", nullptr, true, "ALL_ENABLE",
        "ALL_ENABLE"},
@@ -244,7 +222,7 @@ TEST_F(RestartTest, CrashSequences) {
       {"dump: level kept", tarvik_modem_crash_with_orange_screen, "ALL_ENABLE", "0", nullptr, true,
        "ALL_DISABLE", "ALL_DISABLE"},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     ASSERT_NO_FATAL_FAILURE(StartModem(""));
     fm_->SetRestartDownMs(0);
@@ -273,28 +251,18 @@ TEST_F(RestartTest, CrashSequences) {
   }
 }
 
-TEST_F(RestartTest, NvSyncAndLegacyMask) {
-  EXPECT_EQ(tarvik_modem_nv_sync(), 0u);
-  EXPECT_EQ(fm_->NvSyncCount(), 1u);
-  Tamper(REQUEST_ID_COMMON, [](const uint8_t *, std::vector<uint8_t> *answer) {
-    const int32_t refused = 0x22;
-    memcpy(answer->data() + offsetof(tarvik_cmn_rsp_t, result), &refused, 4);
-  });
-  EXPECT_EQ(tarvik_modem_nv_sync(), 0x22u);
-  fm_->SetTamper({});
-
+TEST_F(RestartTest, LegacyMask) {
   const char file[] = "/oem/cmn/legacy_hook_update_mask";
-  struct Row {
+  const struct {
     const char *prop;
     bool file;
     int mask;
     bool read;
-  };
-  const Row rows[] = {{"3", true, 3, false},
-                      {"0", true, 0x11, true},
-                      {"-1", true, 0x11, true},
-                      {"0", false, 0, true}};
-  for (const Row &row : rows) {
+  } rows[] = {{"3", true, 3, false},
+              {"0", true, 0x11, true},
+              {"-1", true, 0x11, true},
+              {"0", false, 0, true}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(std::string(row.prop) + (row.file ? " with file" : " without file"));
     tarvik_efs_delete(0, file, sizeof(file) - 1);
     const int32_t stored = 0x11;

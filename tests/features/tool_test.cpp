@@ -20,12 +20,11 @@ TEST(FeatureTool, EveryCommandAnswersOneJsonShapeAndStateOutlivesTheRun) {
   std::string content(5000, '\0');
   for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>(i * 7 + 3);
   std::ofstream(dir + "/in.bin", std::ios::binary) << content;
-  struct Row {
+  const struct {
     std::string args;
     int exit;
     json fields;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"nv write 1 550 0a0b0c", 0, {{"sub", 1}, {"item", 550}, {"length", 3}}},
       {"nv read 1 550", 0, {{"status", 0}, {"length", 3}, {"data", "0a0b0c"}}},
       {"nv read 2 551", 1, {{"status", -104}, {"status_name", "subscription invalid"}}},
@@ -99,7 +98,7 @@ TEST(FeatureTool, EveryCommandAnswersOneJsonShapeAndStateOutlivesTheRun) {
       {"notify screen 2", 0, {{"value", 2}}},
       {"notify sleep 1", 0, {{"value", 1}}},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.args);
     const tarvik_test::ToolRun run = RunTool(state + row.args);
     EXPECT_EQ(run.status, row.exit) << run.err;
@@ -142,12 +141,11 @@ TEST(FeatureTool, ExistsAndCompareTellAnAnswerFromAFailure) {
   ASSERT_EQ(RunTool(modem + "efs write 0 /a " + local).status, 0);
   std::ofstream(local) << "two";
   ASSERT_EQ(RunTool(modem + "efs write 0 /b " + local).status, 0);
-  struct Row {
+  const struct {
     const char *args;
     int exit;
     const char *err;  // in standard error
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"efs exists 0 /a", 0, ""},
       {"efs exists 0 /none", 1, ""},
       {"efs cmp 0 /a 0 /a", 0, ""},
@@ -160,7 +158,7 @@ TEST(FeatureTool, ExistsAndCompareTellAnAnswerFromAFailure) {
       {"sim clear 0xFFE4", 0, ""},
       {"efs exists 0 /a", 0, ""},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.args);
     const tarvik_test::ToolRun run = RunTool(modem + row.args);
     EXPECT_EQ(run.status, row.exit) << run.out << run.err;
@@ -171,12 +169,11 @@ TEST(FeatureTool, ExistsAndCompareTellAnAnswerFromAFailure) {
 // The library's own refusals are named; what the tool can see itself is refused before anything
 // is sent (exit 2), naming what is wrong rather than printing the usage.
 TEST(FeatureTool, ErrorsAreNamed) {
-  struct Row {
+  const struct {
     std::string args;
     int exit;
     const char *err;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"nv read 2 551", 1, "nv read failed: subscription invalid (-104)\n"},
       {"nv read 0 7233", 2, "nv read: item '7233' is not a number from 0 to 7232\n"},
       {"nv read 3 5", 2, "nv read: subscription '3' is not 0, 1 or 2\n"},
@@ -186,7 +183,7 @@ TEST(FeatureTool, ErrorsAreNamed) {
       {"efs write 0 /x /nonexistent/file", 1, "efs write: cannot read /nonexistent/file\n"},
       {"mode set 256", 2, "mode set: mode '256' is not a number from 0 to 255\n"},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.args);
     const tarvik_test::ToolRun run = RunTool(row.args);
     EXPECT_EQ(run.status, row.exit);
