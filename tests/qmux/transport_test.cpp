@@ -1,23 +1,20 @@
-// The library's clients over the qmux transport, against the simulated modem serving QMUX on a
-// pseudo-terminal: what the modem receives, what the caller gets, and what a device that goes
-// away or a service that cannot be named over QMUX does to them.
+// What only the qmux transport has, against the simulated modem serving QMUX on a pseudo-terminal:
+// the tool on the device, services that cannot be named over QMUX, a device that goes away. (The
+// standard-service suites run over QMUX as ctest's qmux.* tests.)
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 
 #include "modemsim/modem.h"
 #include "modemsim/qmux_server.h"
-#include "network_access_service_v01.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "sar_v01.h"
 #include "sns_client_v01.h"
 #include "tarvik_extend_cmn.h"
-#include "tarvik_utils_cmn.h"
 #include "test_env.h"
-#include "user_identity_module_v01.h"
 
 namespace {
 
@@ -38,66 +35,6 @@ class OverQmux : public ::testing::Test {
   std::unique_ptr<modemsim::Modem> modem_;
   std::unique_ptr<modemsim::QmuxServer> server_;
 };
-
-TEST_F(OverQmux, SarSetAndGetReachTheModem) {
-  const uint32_t rows[] = {7, 0, 20, 1};
-  for (uint32_t dsi : rows) {
-    SCOPED_TRACE(dsi);
-    modem_->ClearReceived(kSar);
-    EXPECT_EQ(tarvik_set_sar_dsi(dsi), 0);
-    const auto received = modem_->ReceivedBy(kSar);
-    ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(received[0].msg_id, QMI_SAR_RF_SET_STATE_REQ_MSG_V01);
-    EXPECT_EQ(received[0].As<sar_rf_set_state_req_msg_v01>().sar_rf_state, dsi);
-    EXPECT_EQ(tarvik_get_sar_dsi(), static_cast<int>(dsi));
-  }
-  EXPECT_EQ(modem_->Clients(kSar).size(), 1u);  // one device client id, kept
-  tarvik_release_qmi_client_rf_sar();
-  EXPECT_TRUE(modem_->Clients(kSar).empty());  // released through the control service
-}
-
-TEST_F(OverQmux, UimAndNasCallsReachTheModem) {
-  tarvik_set_ril_process_instance_id(0);
-  uint16_t states = 0xBEEF;
-  struct Row {
-    const char *name;
-    std::function<int()> call;
-    uint32_t service;
-    uint16_t msg_id;
-    uint16_t states;  // card states read afterwards
-  };
-  const Row rows[] = {
-      {"card status", [&] { return tarvik_uim_get_card_status(&states); }, 0x0B,
-       QMI_UIM_GET_CARD_STATUS_REQ_V01, 0x0101},
-      {"power down, first card",
-       [] {
-         tarvik_uim_power_req_t r{0, 1, 0};
-         return tarvik_uim_request_uicc_power_ex(&r);
-       },
-       0x0B, QMI_UIM_POWER_DOWN_REQ_V01, 0x0100},
-      {"power up, first card",
-       [] {
-         tarvik_uim_power_req_t r{1, 1, 1};
-         return tarvik_uim_request_uicc_power_ex(&r);
-       },
-       0x0B, QMI_UIM_POWER_UP_REQ_V01, 0x0101},
-      {"nr mode", [] { return tarvik_set_nr_mode(1); }, 0x03,
-       QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 0x0101},
-      {"endc", [] { return tarvik_enable_endc(0); }, 0x03, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01,
-       0x0101},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    modem_->ClearReceived(row.service);
-    EXPECT_EQ(row.call(), 0);
-    const auto received = modem_->ReceivedBy(row.service);
-    ASSERT_FALSE(received.empty());
-    EXPECT_EQ(received.back().msg_id, row.msg_id);
-    EXPECT_EQ(received.back().decode_status, 0);
-    ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);
-    EXPECT_EQ(states, row.states);
-  }
-}
 
 // The tool, pointed at the device as at a real modem.
 TEST_F(OverQmux, ToolCommandsReachTheModem) {
