@@ -1,7 +1,10 @@
 #include "channel_env.h"
 
 #include <dlfcn.h>
+#include <string.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "qmi_client.h"
@@ -49,6 +52,12 @@ std::vector<Ind> IndRecorder::Got() {
   return g_inds;
 }
 
+std::vector<uint8_t> Pattern(size_t n, uint8_t seed) {
+  std::vector<uint8_t> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<uint8_t>(seed + i * 7);
+  return v;
+}
+
 void ChannelTest::SetUp() {
   modem_ = std::make_unique<modemsim::Modem>();
   modemsim::extend::AddTo(*modem_);
@@ -82,6 +91,32 @@ void ChannelTest::Answer(uint32_t id, uint32_t result, std::vector<uint8_t> data
         r.SetData(data.data(), data.size());
         r.data_valid = data_valid;
       }));
+}
+
+void ChannelTest::Fail(uint16_t msg_id, modemsim::Fault::Kind kind, int count) {
+  modemsim::Fault fault;
+  fault.kind = kind;
+  fault.error = kind == modemsim::Fault::kTransportError ? QMI_CLIENT_TRANSPORT_ERR : 0;
+  fault.count = count;
+  modem_->SetFault(modemsim::extend::kServiceId, msg_id, fault);
+}
+
+void ChannelTest::PushEvent(uint32_t event) {
+  tarvik_extend_qmi_ind_msg_v01 ind{};
+  ind.ind = event;
+  ASSERT_EQ(modem_->PushIndication(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_EVENT_MSG_V01,
+                                   &ind, sizeof(ind)),
+            1);
+}
+
+ChannelTest::Sent ChannelTest::Send(uint32_t id, int msec) {
+  uint8_t req = 1, resp[8];
+  memset(resp, 0xEE, sizeof(resp));
+  uint32_t len = sizeof(resp);
+  const int status = msec == 0
+                         ? tarvik_extend_qmi_send_sync(id, &req, 1, resp, &len)
+                         : tarvik_extend_qmi_send_sync_long_process(id, &req, 1, resp, &len, msec);
+  return {status, len, resp[0]};
 }
 
 int64_t ChannelTest::ElapsedMs(std::chrono::steady_clock::time_point since) {

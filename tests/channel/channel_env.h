@@ -6,9 +6,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "extend/extend_service.h"
@@ -40,6 +38,9 @@ class IndRecorder {
   static std::vector<Ind> Got();
 };
 
+// Bytes seed, seed+7, seed+14... (wrapping).
+std::vector<uint8_t> Pattern(size_t n, uint8_t seed);
+
 class ChannelTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -51,6 +52,21 @@ class ChannelTest : public ::testing::Test {
 
   // Registers a handler for `id` that answers `result` and `data`.
   void Answer(uint32_t id, uint32_t result, std::vector<uint8_t> data, bool data_valid = true);
+
+  // The next `count` messages `msg_id` meet `kind` (a transport error: QMI_CLIENT_TRANSPORT_ERR).
+  void Fail(uint16_t msg_id, modemsim::Fault::Kind kind, int count);
+
+  // Pushes the indication of `event` to every client, whatever the client switched on.
+  void PushEvent(uint32_t event);
+
+  // A one-byte request `id` into an 8-byte buffer of 0xEE (through the long-process sender
+  // with `msec` when it is nonzero): the status, the length after the call, the first byte.
+  struct Sent {
+    int status;
+    uint32_t len;
+    uint8_t first;
+  };
+  static Sent Send(uint32_t id, int msec = 0);
 
   static int64_t ElapsedMs(std::chrono::steady_clock::time_point since);
 

@@ -1,6 +1,7 @@
 // The tool's send, watch and help, run as separate processes against the embedded modem or
 // against tarvik-modemd, whose request counts show what reached the modem.
 #include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -91,34 +92,45 @@ TEST(ChannelTool, HelpRunsNothing) {
   EXPECT_EQ(ExtendReceived(daemon), 1);
 }
 
+// Waits until the daemon's extend service has received `n` requests in all.
+bool WaitExtendReceived(const tarvik_test::ModemDaemon &daemon, long n) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (ExtendReceived(daemon) < n) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
 // watch takes every event when none is named, shows events the daemon is told to send, and
-// reports the service going away and coming back (with its events registered again).
+// reports the service going away and coming back (with its events registered again). Each step
+// waits for the modem to have the registrations the next one needs.
 TEST(ChannelTool, WatchReportsEventsLossAndReconnect) {
   tarvik_test::ModemDaemon daemon;
   ASSERT_TRUE(daemon.up());
-  tarvik_test::ToolRun watch{};
-  std::thread watcher([&] { watch = RunTool(daemon.modem() + " --json watch --for 3"); });
-  // Registered once the extend service has the seven event switches.
-  for (int i = 0; i < 200 && ExtendReceived(daemon) < 7; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  // Destroyed before the daemon: waits for the tool even when an assertion returns early.
+  auto watch = std::async(std::launch::async,
+                          [&] { return RunTool(daemon.modem() + " --json watch --for 5"); });
+  // The seven event registrations, the event sent then the 3rd of them.
+  ASSERT_TRUE(WaitExtendReceived(daemon, 7));
   EXPECT_EQ(RunTool(daemon.modem() + " sim event 3 0a0b").status, 0);
   EXPECT_EQ(RunTool(daemon.modem() + " sim restart 0xFFE4 200").status, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(800));
-  EXPECT_EQ(RunTool(daemon.modem() + " sim event 6 01").status, 0);
-  watcher.join();
-  EXPECT_EQ(watch.status, 0) << watch.err;
-  const auto lines = tarvik_test::JsonLines(watch.out);
+  // Registered again: 14 in all. Event 5 is switched on before event 6 is even sent.
+  ASSERT_TRUE(WaitExtendReceived(daemon, 14));
+  EXPECT_EQ(RunTool(daemon.modem() + " sim event 5 01").status, 0);
+  const tarvik_test::ToolRun run = watch.get();
+  EXPECT_EQ(run.status, 0) << run.err;
+  const auto lines = tarvik_test::JsonLines(run.out);
   const json all = {0, 1, 2, 3, 4, 5, 6};
   const json expected[] = {
       {{"kind", "watching"}, {"events", all}},
       {{"kind", "event"}, {"id", 3}, {"data", "0a0b"}},
       {{"kind", "service"}, {"state", "lost"}},
       {{"kind", "service"}, {"state", "back"}, {"events", all}},
-      {{"kind", "event"}, {"id", 6}, {"data", "01"}},
+      {{"kind", "event"}, {"id", 5}, {"data", "01"}},
       {{"status", 0}, {"status_name", "ok"}},
   };
-  ASSERT_EQ(lines.size(), std::size(expected)) << watch.out;
+  ASSERT_EQ(lines.size(), std::size(expected)) << run.out;
   for (size_t i = 0; i < lines.size(); ++i) {
     SCOPED_TRACE(lines[i].dump());
     EXPECT_EQ(lines[i]["command"], "watch");
