@@ -1,23 +1,11 @@
 // Event registration and the routing of indications, against the simulated modem: what the
 // modem was asked to switch, and what reached which callback with which arguments.
-#include <string.h>
-
 #include "channel_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
 
 namespace channel_test {
 namespace {
 
-using tarvik_test::SyslogContains;
-using tarvik_test::SyslogLines;
-
 using IndicationsTest = ChannelTest;
-
-uint32_t OnlyClient(const std::vector<uint32_t> &clients) {
-  EXPECT_EQ(clients.size(), 1u);
-  return clients.empty() ? 0 : clients[0];
-}
 
 // Register switches the event on at the modem (once per event), deregister switches it off and
 // frees the slot; invalid events never reach the modem.
@@ -30,17 +18,14 @@ TEST_F(IndicationsTest, RegisterAndDeregisterSwitchTheEventAtTheModem) {
   const Row rows[] = {{0, 0, 0}, {6, 5, 0}, {7, 0xFFFFFFFFu, -1}, {-1, 0, -1}, {6, 0, -4}};
   for (const Row &row : rows) {
     SCOPED_TRACE(row.event);
-    EXPECT_EQ(tarvik_extend_qmi_register(row.event, IndRecorder::Record, row.ind_flag), row.status);
+    EXPECT_EQ(Register(row.event, row.ind_flag), row.status);
   }
   EXPECT_TRUE(SyslogContains("event is invalid, event = 7", 3));
-  const uint32_t client = OnlyClient(Clients());
-  const auto six = modemsim::extend::GetEventSwitch(*modem_, client, 6);
-  EXPECT_TRUE(six.on);
-  EXPECT_TRUE(six.ind_flag);
-  const auto zero = modemsim::extend::GetEventSwitch(*modem_, client, 0);
-  EXPECT_TRUE(zero.on);
-  EXPECT_FALSE(zero.ind_flag);
-  auto regs = Received(TARVIK_EXTEND_QMI_EVENT_MSG_V01);
+  EXPECT_TRUE(Switch(6).on);
+  EXPECT_TRUE(Switch(6).ind_flag);
+  EXPECT_TRUE(Switch(0).on);
+  EXPECT_FALSE(Switch(0).ind_flag);
+  auto regs = Received(kEventMsg);
   ASSERT_EQ(regs.size(), 2u) << "invalid or second registrations are sent";
   const auto &on = regs[1].As<tarvik_extend_qmi_req_msg_v01>();
   EXPECT_EQ(on.id, 6u);
@@ -50,28 +35,28 @@ TEST_F(IndicationsTest, RegisterAndDeregisterSwitchTheEventAtTheModem) {
 
   EXPECT_EQ(tarvik_extend_qmi_deregister(7), -1);
   EXPECT_EQ(tarvik_extend_qmi_deregister(6), 0);
-  EXPECT_FALSE(modemsim::extend::GetEventSwitch(*modem_, client, 6).on);
-  regs = Received(TARVIK_EXTEND_QMI_EVENT_MSG_V01);
+  EXPECT_FALSE(Switch(6).on);
+  regs = Received(kEventMsg);
   ASSERT_EQ(regs.size(), 3u);
   const auto &off = regs[2].As<tarvik_extend_qmi_req_msg_v01>();
   EXPECT_EQ(off.id, 6u);
   EXPECT_EQ(off.data_len, 1u);
   EXPECT_EQ(off.data[0], 0);
-  EXPECT_EQ(tarvik_extend_qmi_register(6, IndRecorder::Record, 0), 0);
+  EXPECT_EQ(Register(6), 0);
 }
 
 TEST_F(IndicationsTest, RefusedRegistrationKeepsTheHandlerUntilDeregistered) {
   // The modem refuses every registration.
-  ASSERT_TRUE(modemsim::extend::SetMessageHandler(
-      *modem_, TARVIK_EXTEND_QMI_EVENT_MSG_V01,
-      [](modemsim::Call &call) { call.Response<tarvik_extend_qmi_resp_msg_v01>().result = 9; }));
-  EXPECT_EQ(tarvik_extend_qmi_register(4, IndRecorder::Record, 0), -3);
+  ASSERT_TRUE(ext::SetMessageHandler(*modem_, kEventMsg, [](modemsim::Call &call) {
+    call.Response<tarvik_extend_qmi_resp_msg_v01>().result = 9;
+  }));
+  EXPECT_EQ(Register(4), -3);
   EXPECT_TRUE(SyslogContains("9 QMI service framework error. Check client"));
-  EXPECT_EQ(tarvik_extend_qmi_register(4, IndRecorder::Record, 0), -4);
-  EXPECT_EQ(Received(TARVIK_EXTEND_QMI_EVENT_MSG_V01).size(), 1u);
+  EXPECT_EQ(Register(4), -4);
+  EXPECT_EQ(Received(kEventMsg).size(), 1u);
   // A refused deregistration keeps it too.
   EXPECT_EQ(tarvik_extend_qmi_deregister(4), -3);
-  EXPECT_EQ(tarvik_extend_qmi_register(4, IndRecorder::Record, 0), -4);
+  EXPECT_EQ(Register(4), -4);
   // The handler is live: an event 4 reaches it.
   PushEvent(4);
   ASSERT_TRUE(IndRecorder::WaitFor(1));
@@ -79,33 +64,32 @@ TEST_F(IndicationsTest, RefusedRegistrationKeepsTheHandlerUntilDeregistered) {
 }
 
 TEST_F(IndicationsTest, RegistrationRetriedOverANewClientKeepsItsHandlerOnly) {
-  ASSERT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), 0);
-  Fail(TARVIK_EXTEND_QMI_EVENT_MSG_V01, modemsim::Fault::kTransportError, 1);
-  ASSERT_EQ(tarvik_extend_qmi_register(3, IndRecorder::Record, 1), 0);
-  const auto regs = Received(TARVIK_EXTEND_QMI_EVENT_MSG_V01);
+  ASSERT_EQ(Register(1), 0);
+  Fail(kEventMsg, Fault::kTransportError, 1);
+  ASSERT_EQ(Register(3, 1), 0);
+  const auto regs = Received(kEventMsg);
   ASSERT_EQ(regs.size(), 3u);
   EXPECT_NE(regs[2].client, regs[1].client) << "retried over a new client";
   EXPECT_EQ(regs[2].tlvs, regs[1].tlvs);
-  const uint32_t client = OnlyClient(Clients());
-  EXPECT_TRUE(modemsim::extend::GetEventSwitch(*modem_, client, 3).on);
+  EXPECT_TRUE(Switch(3).on);
 
   const uint8_t data[3] = {7, 8, 9};
-  ASSERT_EQ(modemsim::extend::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
+  ASSERT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
   ASSERT_TRUE(IndRecorder::WaitFor(1)) << "the event's handler was dropped";
   EXPECT_EQ(IndRecorder::Got()[0].id, 3);
   EXPECT_EQ(IndRecorder::Got()[0].data, std::vector<uint8_t>(data, data + 3));
   // The reconnect still cleared the other slot.
-  EXPECT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), 0);
+  EXPECT_EQ(Register(1), 0);
 }
 
 // An event reaches its handler with its payload (none without TLV 0x10); events not switched
 // on, without a handler or out of range go nowhere, the last two with a trace.
 TEST_F(IndicationsTest, EventsReachTheirHandlerOthersAreDroppedWithATrace) {
-  ASSERT_EQ(tarvik_extend_qmi_register(3, IndRecorder::Record, 0), 0);
+  ASSERT_EQ(Register(3), 0);
   const uint8_t data[5] = {1, 2, 3, 4, 5};
-  EXPECT_EQ(modemsim::extend::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
-  EXPECT_EQ(modemsim::extend::InjectEvent(*modem_, 3, data, sizeof(data), /*data_valid=*/false), 1);
-  EXPECT_EQ(modemsim::extend::InjectEvent(*modem_, 5, data, sizeof(data)), 0) << "not switched on";
+  EXPECT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
+  EXPECT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data), /*data_valid=*/false), 1);
+  EXPECT_EQ(ext::InjectEvent(*modem_, 5, data, sizeof(data)), 0) << "not switched on";
   PushEvent(7);
   PushEvent(9);
   PushEvent(3);
@@ -154,7 +138,7 @@ TEST_F(IndicationsTest, OtherIndicationsFollowTheRoutingTable) {
         memset(reinterpret_cast<uint8_t *>(&g) + 4, 0, 4);  // padding stays zero
       }
     }
-    ASSERT_EQ(modemsim::extend::InjectIndication(*modem_, row.msg_id, record.data(), row.size), 1);
+    ASSERT_EQ(Inject(row.msg_id, record.data(), row.size), 1);
     ++expected;
     ASSERT_TRUE(IndRecorder::WaitFor(expected));
     const Ind got = IndRecorder::Got().back();
@@ -172,22 +156,22 @@ TEST_F(IndicationsTest, IndicationsWithoutACallbackAreDroppedSilently) {
   tarvik_test::ClearSyslog();
   tarvik_extend_qmi_wechat_ind_msg_v01 wechat{};
   wechat.value = 1;
-  ASSERT_EQ(modemsim::extend::InjectIndication(*modem_, 0x0D, &wechat, sizeof(wechat)), 1);
+  ASSERT_EQ(Inject(0x0D, &wechat, sizeof(wechat)), 1);
   tarvik_extend_qmi_pair_msg_v01 state{};
-  ASSERT_EQ(modemsim::extend::InjectIndication(*modem_, 0x07, &state, sizeof(state)), 1);
+  ASSERT_EQ(Inject(0x07, &state, sizeof(state)), 1);
   // A message id the service has no indication of.
   const uint8_t tlv[] = {0x01, 0x04, 0x00, 1, 0, 0, 0};
-  ASSERT_EQ(modem_->PushRawIndication(modemsim::extend::kServiceId, 0x30, tlv, sizeof(tlv)), 1);
+  ASSERT_EQ(modem_->PushRawIndication(ext::kServiceId, 0x30, tlv, sizeof(tlv)), 1);
   // An indication whose bytes do not decode.
-  ASSERT_EQ(modem_->PushRawIndication(modemsim::extend::kServiceId, 0x12, tlv, 2), 1);
+  ASSERT_EQ(modem_->PushRawIndication(ext::kServiceId, 0x12, tlv, 2), 1);
   tarvik_extend_qmi_base_model_scene_msg_v01 scene{};
   scene.scene_bitmask = 3;
-  ASSERT_EQ(modemsim::extend::InjectIndication(*modem_, 0x14, &scene, sizeof(scene)), 1);
+  ASSERT_EQ(Inject(0x14, &scene, sizeof(scene)), 1);
   ASSERT_TRUE(IndRecorder::WaitFor(1));
   const auto got = IndRecorder::Got();
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].id, 0x14);
-  for (const auto &line : SyslogLines()) {
+  for (const auto &line : tarvik_test::SyslogLines()) {
     EXPECT_EQ(line.text.find("tarvik_extend_qmi_ind_cb"), std::string::npos) << line.text;
   }
 }

@@ -1,28 +1,17 @@
 // Synchronous requests over the vendor channel against the simulated modem: bounds, payload
 // copy rules, the service verdict, the retry policy, the lifecycle, serialisation of threads
 // and the behaviour behind a hung request.
-#include <string.h>
-
 #include <algorithm>
-#include <chrono>
 #include <future>
-#include <numeric>
 #include <thread>
 
 #include "channel_env.h"
-#include "qmi_client.h"
-#include "syslog_capture.h"
 
 namespace channel_test {
 namespace {
 
-using modemsim::Fault;
-using Clock = std::chrono::steady_clock;
-using tarvik_test::SyslogContains;
 using tarvik_test::SyslogCount;
-
 constexpr uint32_t kId = 0x42;
-constexpr uint16_t kGeneric = TARVIK_EXTEND_QMI_GENERIC_MSG_V01;
 
 using RequestsTest = ChannelTest;
 // The watchdog's POSIX timer fires in these (label posix_timer, see tests/CMakeLists.txt).
@@ -97,7 +86,7 @@ TEST_F(RequestsTest, BoundsCopyRulesAndTheServiceVerdict) {
 // the event handlers) and retries once with the full 3000 ms; a failed retry is -3.
 TEST_F(RequestsTest, RetryPolicy) {
   Answer(kId, 0, {5});
-  ASSERT_EQ(tarvik_extend_qmi_register(2, IndRecorder::Record, 1), 0);
+  ASSERT_EQ(Register(2, 1), 0);
   const auto before = Clients();
   ASSERT_EQ(before.size(), 1u);
 
@@ -112,7 +101,7 @@ TEST_F(RequestsTest, RetryPolicy) {
   EXPECT_EQ(Clients(), before) << "reconnected";
   EXPECT_TRUE(SyslogContains("will not reinit tarvik qmi"));
   EXPECT_FALSE(SyslogContains("will reinit this qmi client"));
-  EXPECT_EQ(tarvik_extend_qmi_register(2, IndRecorder::Record, 0), -4) << "handler forgotten";
+  EXPECT_EQ(Register(2), -4) << "handler forgotten";
 
   Fail(kGeneric, Fault::kTransportError, 1);
   const size_t sends_before = SendTimeouts().size();
@@ -122,9 +111,8 @@ TEST_F(RequestsTest, RetryPolicy) {
   EXPECT_EQ(s.first, 5);
   // The caller's time-out for the first send, the full 3000 ms for the retry.
   const auto timeouts = SendTimeouts();
-  ASSERT_EQ(timeouts.size(), sends_before + 2);
-  EXPECT_EQ(timeouts[sends_before], 200u);
-  EXPECT_EQ(timeouts[sends_before + 1], 3000u);
+  EXPECT_EQ(std::vector<unsigned>(timeouts.begin() + sends_before, timeouts.end()),
+            (std::vector<unsigned>{200, 3000}));
   const auto sends = Received(kGeneric);
   ASSERT_EQ(sends.size(), 3u);
   EXPECT_NE(sends[1].client, sends[2].client) << "the retry went over a new client";
@@ -133,7 +121,7 @@ TEST_F(RequestsTest, RetryPolicy) {
   ASSERT_EQ(after.size(), 1u) << "the old client was released";
   EXPECT_NE(after[0], before[0]);
   EXPECT_TRUE(SyslogContains("non QMI_TIMEOUT_ERR, will reinit this qmi client and retry"));
-  EXPECT_EQ(tarvik_extend_qmi_register(2, IndRecorder::Record, 1), 0) << "handler kept";
+  EXPECT_EQ(Register(2, 1), 0) << "handler kept";
 
   Fail(kGeneric, Fault::kTransportError, 2);
   EXPECT_EQ(Send(kId).status, -3);
@@ -145,7 +133,7 @@ TEST_F(RequestsTest, RetryPolicy) {
 // An absent service costs about a second of discovery per attempt to open; every call that
 // needs the client reports it missing, and the next one after the service is back opens it.
 TEST_F(RequestsTest, AbsentServiceCostsAboutOneSecondOfDiscoveryAndReportsNoClient) {
-  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, false), 0);
+  ASSERT_EQ(modem_->SetPresent(ext::kServiceId, false), 0);
   const auto start = Clock::now();
   EXPECT_EQ(Send(kId).status, -2);
   EXPECT_GE(ElapsedMs(start), 900);
@@ -154,20 +142,21 @@ TEST_F(RequestsTest, AbsentServiceCostsAboutOneSecondOfDiscoveryAndReportsNoClie
   EXPECT_TRUE(SyslogContains("client_handle is NULL"));
 
   // The long-process sender checks its buffers before the client, the plain one after.
-  uint8_t req = 1, resp[8];
+  uint8_t resp[8];
   uint32_t len = sizeof(resp);
   EXPECT_EQ(tarvik_extend_qmi_send_sync_long_process(kId, nullptr, 1, resp, &len, 100), -1);
   EXPECT_EQ(Send(kId, 100).status, -2);
   EXPECT_EQ(tarvik_extend_qmi_send_sync(kId, nullptr, 1, resp, &len), -2);
   EXPECT_EQ(tarvik_extend_qmi_deregister(1), -5);
   // Register stores the handler even without a client.
-  EXPECT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), -2);
-  EXPECT_EQ(tarvik_extend_qmi_register(1, IndRecorder::Record, 0), -4);
+  EXPECT_EQ(Register(1), -2);
+  EXPECT_EQ(Register(1), -4);
 
-  ASSERT_EQ(modem_->SetPresent(modemsim::extend::kServiceId, true), 0);
+  ASSERT_EQ(modem_->SetPresent(ext::kServiceId, true), 0);
   Answer(kId, 0, {4});
-  EXPECT_EQ(tarvik_extend_qmi_send_sync(kId, &req, 1, resp, &len), 0);
-  EXPECT_EQ(resp[0], 4);
+  const Sent s = Send(kId);
+  EXPECT_EQ(s.status, 0);
+  EXPECT_EQ(s.first, 4);
 }
 
 // init opens once; init_force closes (forgetting the handlers) and opens; trace lines follow
@@ -181,7 +170,7 @@ TEST_F(RequestsTest, OpenOnceForceReopensAndTracesFollowTheDebugFlag) {
   EXPECT_EQ(Clients(), first);
   EXPECT_EQ(SyslogCount("QMI client inited"), 1u);
   EXPECT_TRUE(SyslogContains("tarvik_extend_qmi_init_do: done, do nothing"));
-  ASSERT_EQ(tarvik_extend_qmi_register(3, IndRecorder::Record, 0), 0);
+  ASSERT_EQ(Register(3), 0);
 
   g_tarvik_extend_debug_flag = 0;
   tarvik_test::ClearSyslog();
@@ -189,7 +178,7 @@ TEST_F(RequestsTest, OpenOnceForceReopensAndTracesFollowTheDebugFlag) {
   const auto second = Clients();
   ASSERT_EQ(second.size(), 1u);
   EXPECT_NE(first[0], second[0]);
-  EXPECT_EQ(tarvik_extend_qmi_register(3, IndRecorder::Record, 0), 0) << "handler survived";
+  EXPECT_EQ(Register(3), 0) << "handler survived";
   tarvik_extend_qmi_init();
   EXPECT_FALSE(SyslogContains("done, do nothing"));
   EXPECT_FALSE(SyslogContains("QMI client inited"));
@@ -228,7 +217,7 @@ TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
     EXPECT_EQ(tarvik_extend_qmi_self_study_send_sync(TARVIK_EXTEND_QMI_SELF_STUDY_UPLOAD_MSG_V01,
                                                      &up, sizeof(up), &resp, sizeof(resp)),
               0);
-    EXPECT_EQ(resp.result, count == 64 ? 0u : modemsim::extend::kResultBadRequest);
+    EXPECT_EQ(resp.result, count == 64 ? 0u : ext::kResultBadRequest);
     if (count == 64) {
       EXPECT_EQ(resp.value, 64u);
     }
@@ -248,9 +237,7 @@ TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
   tarvik_extend_qmi_wechat_ind_msg_v01 rec;
   ASSERT_EQ(ind.data.size(), sizeof(rec));
   memcpy(&rec, ind.data.data(), sizeof(rec));
-  EXPECT_EQ(rec.type, 4u);
-  EXPECT_EQ(rec.state, 2u);
-  EXPECT_EQ(rec.value, 1234u);
+  EXPECT_EQ(std::make_tuple(rec.type, rec.state, rec.value), std::make_tuple(4u, 2u, 1234u));
   EXPECT_NE(rec.timestamp, 0u);
 
   EXPECT_EQ(tarvik_extend_qmi_base_model_send_sync(0x11, nullptr, 4, &resp, 8), -1);
@@ -273,12 +260,11 @@ TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
 TEST_F(RequestsTest, ConcurrentCallersNeverInterleaveOnTheChannel) {
   constexpr int kThreads = 8;
   constexpr int kPerThread = 40;
-  ASSERT_TRUE(modemsim::extend::SetRequestHandler(
-      *modem_, kId, [](const modemsim::extend::Request &r, modemsim::extend::Reply &reply) {
-        std::vector<uint8_t> out(r.data, r.data + r.data_len);
-        for (auto &b : out) b = static_cast<uint8_t>(~b);
-        reply.SetData(out.data(), out.size());
-      }));
+  ASSERT_TRUE(ext::SetRequestHandler(*modem_, kId, [](const ext::Request &r, ext::Reply &reply) {
+    std::vector<uint8_t> out(r.data, r.data + r.data_len);
+    for (auto &b : out) b = static_cast<uint8_t>(~b);
+    reply.SetData(out.data(), out.size());
+  }));
   auto payload = [](int t, int i) {
     std::vector<uint8_t> p = Pattern(8 + (t * 37 + i * 13) % 500, static_cast<uint8_t>(t * 31 + i));
     p[0] = static_cast<uint8_t>(t);
@@ -315,14 +301,12 @@ TEST_F(RequestsTest, ConcurrentCallersNeverInterleaveOnTheChannel) {
     ASSERT_LT(t, kThreads);
     ASSERT_EQ(i, next[t]) << "thread " << t << " out of order or duplicated";
     ++next[t];
-    const auto want = payload(t, i);
+    auto want = payload(t, i);
     ASSERT_EQ(rec.data_len, want.size()) << "length of another request";
-    ASSERT_EQ(memcmp(rec.data, want.data(), want.size()), 0) << "payload mixed";
-    for (size_t k = want.size(); k < TARVIK_EXTEND_QMI_DATA_MAX_V01; ++k) {
-      ASSERT_EQ(rec.data[k], 0) << "left-over bytes of an earlier request";
-    }
+    want.resize(TARVIK_EXTEND_QMI_DATA_MAX_V01, 0);
+    ASSERT_EQ(std::vector<uint8_t>(rec.data, rec.data + want.size()), want)
+        << "payload mixed, or left-over bytes of an earlier request";
   }
-  EXPECT_EQ(std::accumulate(next.begin(), next.end(), 0), kThreads * kPerThread);
   EXPECT_EQ(Clients().size(), 1u);
 }
 
@@ -355,7 +339,7 @@ TEST_F(RequestsTest, CallerWaitsBehindASlowRequestWithinItsBudget) {
   Answer(kId, 0, {6});
   Fail(kGeneric, Fault::kNoAnswer, 1);
   auto slow = std::async(std::launch::async, [] { return Send(kId, 1500).status; });
-  ASSERT_TRUE(modem_->WaitReceived(modemsim::extend::kServiceId, 1, 3000));
+  ASSERT_TRUE(modem_->WaitReceived(ext::kServiceId, 1, 3000));
   const auto start = Clock::now();
   EXPECT_EQ(Send(kId).status, 0);
   EXPECT_GE(ElapsedMs(start), 1000) << "did not wait for the slow request";
