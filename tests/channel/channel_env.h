@@ -6,9 +6,12 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <ostream>
+#include <utility>
 #include <vector>
 
 #include "extend/extend_service.h"
@@ -24,6 +27,7 @@ namespace channel_test {
 namespace ext = modemsim::extend;
 using modemsim::Fault;
 using tarvik_test::SyslogContains;
+using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
 constexpr uint16_t kGeneric = TARVIK_EXTEND_QMI_GENERIC_MSG_V01;
 constexpr uint16_t kEventMsg = TARVIK_EXTEND_QMI_EVENT_MSG_V01;
@@ -36,8 +40,12 @@ std::vector<unsigned int> SendTimeouts();
 
 struct Ind {
   int id;
-  std::vector<uint8_t> data;
+  Bytes data;
+  bool operator==(const Ind &o) const { return id == o.id && data == o.data; }
 };
+inline void PrintTo(const Ind &ind, std::ostream *os) {
+  *os << "{" << ind.id << ", " << ::testing::PrintToString(ind.data) << "}";
+}
 
 // Indication callbacks are plain functions; they all land here.
 struct IndRecorder {
@@ -48,7 +56,11 @@ struct IndRecorder {
 };
 
 // Bytes seed, seed+7, seed+14... (wrapping).
-std::vector<uint8_t> Pattern(size_t n, uint8_t seed);
+inline Bytes Pattern(size_t n, uint8_t seed) {
+  Bytes v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<uint8_t>(seed + i * 7);
+  return v;
+}
 
 inline int64_t ElapsedMs(Clock::time_point since) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
@@ -65,25 +77,74 @@ struct Sent {
   uint32_t len;
   uint8_t first;
 };
-Sent Send(uint32_t id, int msec = 0);
+inline Sent Send(uint32_t id, int msec = 0) {
+  uint8_t req = 1, resp[8];
+  memset(resp, 0xEE, sizeof(resp));
+  uint32_t len = sizeof(resp);
+  const int status = msec == 0
+                         ? tarvik_extend_qmi_send_sync(id, &req, 1, resp, &len)
+                         : tarvik_extend_qmi_send_sync_long_process(id, &req, 1, resp, &len, msec);
+  return {status, len, resp[0]};
+}
+
+// The id and the meaningful payload of a generic or event request the modem received.
+inline std::pair<uint32_t, Bytes> IdAndData(const modemsim::Received &r) {
+  const auto &rec = r.As<tarvik_extend_qmi_req_msg_v01>();
+  return {rec.id, Bytes(rec.data, rec.data + std::min<uint32_t>(rec.data_len, sizeof(rec.data)))};
+}
 
 class ChannelTest : public ::testing::Test {
  protected:
-  void SetUp() override;
+  void SetUp() override {
+    modem_ = std::make_unique<modemsim::Modem>();
+    ext::AddTo(*modem_);
+    modem_->ServeInProcess();
+    ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
+  }
   void TearDown() override { modem_.reset(); }
 
   // Requests of message `msg_id` that the extend service received, in order.
-  std::vector<modemsim::Received> Received(uint16_t msg_id) const;
+  std::vector<modemsim::Received> Received(uint16_t msg_id) const {
+    auto all = modem_->ReceivedBy(ext::kServiceId);
+    all.erase(std::remove_if(all.begin(), all.end(), [&](auto &r) { return r.msg_id != msg_id; }),
+              all.end());
+    return all;
+  }
   std::vector<uint32_t> Clients() const { return modem_->Clients(ext::kServiceId); }
   // The switches of the only client for `event`.
-  ext::EventSwitch Switch(uint32_t event) const;
+  ext::EventSwitch Switch(uint32_t event) const {
+    const auto clients = Clients();
+    EXPECT_EQ(clients.size(), 1u);
+    return clients.empty() ? ext::EventSwitch{} : ext::GetEventSwitch(*modem_, clients[0], event);
+  }
 
   // Registers a handler for `id` that answers `result` and `data`.
-  void Answer(uint32_t id, uint32_t result, std::vector<uint8_t> data, bool data_valid = true);
+  void Answer(uint32_t id, uint32_t result, Bytes data, bool data_valid = true) {
+    ASSERT_TRUE(ext::SetRequestHandler(*modem_, id, [=](const ext::Request &, ext::Reply &r) {
+      r.result = result;
+      r.SetData(data.data(), data.size());
+      r.data_valid = data_valid;
+    }));
+  }
   // The next `count` messages `msg_id` meet `kind` (a transport error: QMI_CLIENT_TRANSPORT_ERR).
-  void Fail(uint16_t msg_id, Fault::Kind kind, int count);
-  // Pushes the indication of `event` to every client, whatever the client switched on.
-  void PushEvent(uint32_t event);
+  void Fail(uint16_t msg_id, Fault::Kind kind, int count) {
+    Fault fault;
+    fault.kind = kind;
+    fault.error = kind == Fault::kTransportError ? QMI_CLIENT_TRANSPORT_ERR : 0;
+    fault.count = count;
+    modem_->SetFault(ext::kServiceId, msg_id, fault);
+  }
+  // Sends event `event` with `data` to the clients that switched it on: how many.
+  int InjectEvent(uint32_t event, const Bytes &data, bool data_valid = true) {
+    return ext::InjectEvent(*modem_, event, data.data(), static_cast<uint32_t>(data.size()),
+                            data_valid);
+  }
+  // Pushes the indication of `event` (no payload) to every client, whatever it switched on.
+  void PushEvent(uint32_t event) {
+    tarvik_extend_qmi_ind_msg_v01 ind{};
+    ind.ind = event;
+    ASSERT_EQ(modem_->PushIndication(ext::kServiceId, kEventMsg, &ind, sizeof(ind)), 1);
+  }
   int Inject(uint16_t msg_id, const void *record, uint32_t len) {
     return ext::InjectIndication(*modem_, msg_id, record, len);
   }

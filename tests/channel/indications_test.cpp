@@ -27,21 +27,14 @@ TEST_F(IndicationsTest, RegisterAndDeregisterSwitchTheEventAtTheModem) {
   EXPECT_FALSE(Switch(0).ind_flag);
   auto regs = Received(kEventMsg);
   ASSERT_EQ(regs.size(), 2u) << "invalid or second registrations are sent";
-  const auto &on = regs[1].As<tarvik_extend_qmi_req_msg_v01>();
-  EXPECT_EQ(on.id, 6u);
-  EXPECT_EQ(on.data_len, 2u);
-  EXPECT_EQ(on.data[0], 1);
-  EXPECT_EQ(on.data[1], 1) << "ind_flag travels as 0 or 1";
+  EXPECT_EQ(IdAndData(regs[1]), std::make_pair(6u, Bytes{1, 1})) << "ind_flag travels as 0 or 1";
 
   EXPECT_EQ(tarvik_extend_qmi_deregister(7), -1);
   EXPECT_EQ(tarvik_extend_qmi_deregister(6), 0);
   EXPECT_FALSE(Switch(6).on);
   regs = Received(kEventMsg);
   ASSERT_EQ(regs.size(), 3u);
-  const auto &off = regs[2].As<tarvik_extend_qmi_req_msg_v01>();
-  EXPECT_EQ(off.id, 6u);
-  EXPECT_EQ(off.data_len, 1u);
-  EXPECT_EQ(off.data[0], 0);
+  EXPECT_EQ(IdAndData(regs[2]), std::make_pair(6u, Bytes{0}));
   EXPECT_EQ(Register(6), 0);
 }
 
@@ -60,7 +53,7 @@ TEST_F(IndicationsTest, RefusedRegistrationKeepsTheHandlerUntilDeregistered) {
   // The handler is live: an event 4 reaches it.
   PushEvent(4);
   ASSERT_TRUE(IndRecorder::WaitFor(1));
-  EXPECT_EQ(IndRecorder::Got()[0].id, 4);
+  EXPECT_EQ(IndRecorder::Got(), (std::vector<Ind>{{4, {}}}));
 }
 
 TEST_F(IndicationsTest, RegistrationRetriedOverANewClientKeepsItsHandlerOnly) {
@@ -73,11 +66,9 @@ TEST_F(IndicationsTest, RegistrationRetriedOverANewClientKeepsItsHandlerOnly) {
   EXPECT_EQ(regs[2].tlvs, regs[1].tlvs);
   EXPECT_TRUE(Switch(3).on);
 
-  const uint8_t data[3] = {7, 8, 9};
-  ASSERT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
+  ASSERT_EQ(InjectEvent(3, {7, 8, 9}), 1);
   ASSERT_TRUE(IndRecorder::WaitFor(1)) << "the event's handler was dropped";
-  EXPECT_EQ(IndRecorder::Got()[0].id, 3);
-  EXPECT_EQ(IndRecorder::Got()[0].data, std::vector<uint8_t>(data, data + 3));
+  EXPECT_EQ(IndRecorder::Got(), (std::vector<Ind>{{3, {7, 8, 9}}}));
   // The reconnect still cleared the other slot.
   EXPECT_EQ(Register(1), 0);
 }
@@ -86,20 +77,16 @@ TEST_F(IndicationsTest, RegistrationRetriedOverANewClientKeepsItsHandlerOnly) {
 // on, without a handler or out of range go nowhere, the last two with a trace.
 TEST_F(IndicationsTest, EventsReachTheirHandlerOthersAreDroppedWithATrace) {
   ASSERT_EQ(Register(3), 0);
-  const uint8_t data[5] = {1, 2, 3, 4, 5};
-  EXPECT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data)), 1);
-  EXPECT_EQ(ext::InjectEvent(*modem_, 3, data, sizeof(data), /*data_valid=*/false), 1);
-  EXPECT_EQ(ext::InjectEvent(*modem_, 5, data, sizeof(data)), 0) << "not switched on";
+  const Bytes data = {1, 2, 3, 4, 5};
+  EXPECT_EQ(InjectEvent(3, data), 1);
+  EXPECT_EQ(InjectEvent(3, data, /*data_valid=*/false), 1) << "no TLV 0x10: length 0";
+  EXPECT_EQ(InjectEvent(5, data), 0) << "not switched on";
   PushEvent(7);
   PushEvent(9);
   PushEvent(3);
   // Indications arrive in order: once the last event 3 is in, 7 and 9 were handled.
   ASSERT_TRUE(IndRecorder::WaitFor(3));
-  const auto got = IndRecorder::Got();
-  ASSERT_EQ(got.size(), 3u);
-  for (const Ind &ind : got) EXPECT_EQ(ind.id, 3);
-  EXPECT_EQ(got[0].data, std::vector<uint8_t>(data, data + 5));
-  EXPECT_TRUE(got[1].data.empty()) << "no TLV 0x10: length 0";
+  EXPECT_EQ(IndRecorder::Got(), (std::vector<Ind>{{3, data}, {3, {}}, {3, {}}}));
   EXPECT_TRUE(SyslogContains("No function defined to handle indication: 7"));
   EXPECT_TRUE(SyslogContains("Indicaion: 9 greater than maximum known indication."));
 }
@@ -119,18 +106,15 @@ TEST_F(IndicationsTest, OtherIndicationsFollowTheRoutingTable) {
   const Row rows[] = {{0x05, 1128, 0}, {0x06, 1288, 0}, {0x07, 8, 0},
                       {0x08, 32, 4},   {0x09, 408, 0},  {0x0B, 20, 0},
                       {0x0D, 24, 20},  {0x12, 16, 0},   {0x14, 12, 0}};
-  size_t expected = 0;
   for (const Row &row : rows) {
     SCOPED_TRACE(::testing::Message() << "indication 0x" << std::hex << row.msg_id);
     // A record whose every u32 is nonzero and distinct (counted arrays kept in range).
-    std::vector<uint8_t> record(row.size, 0);
+    Bytes record(row.size, 0);
     for (uint32_t off = 0; off + 4 <= row.size; off += 4) {
       const uint32_t v = row.msg_id * 1000 + off;
       memcpy(&record[off], &v, 4);
     }
-    if (row.pad_at != 0) {
-      memset(&record[row.pad_at], 0, 4);
-    }
+    if (row.pad_at != 0) memset(&record[row.pad_at], 0, 4);
     if (row.msg_id == 0x06) {
       auto *ind = reinterpret_cast<tarvik_extend_qmi_self_study_group_ind_msg_v01 *>(record.data());
       for (auto &g : ind->groups) {
@@ -139,12 +123,8 @@ TEST_F(IndicationsTest, OtherIndicationsFollowTheRoutingTable) {
       }
     }
     ASSERT_EQ(Inject(row.msg_id, record.data(), row.size), 1);
-    ++expected;
-    ASSERT_TRUE(IndRecorder::WaitFor(expected));
-    const Ind got = IndRecorder::Got().back();
-    EXPECT_EQ(got.id, row.msg_id);
-    ASSERT_EQ(got.data.size(), row.size);
-    EXPECT_EQ(got.data, record);
+    ASSERT_TRUE(IndRecorder::WaitFor(&row - rows + 1));
+    EXPECT_EQ(IndRecorder::Got().back(), (Ind{row.msg_id, record}));
   }
 }
 
@@ -168,9 +148,8 @@ TEST_F(IndicationsTest, IndicationsWithoutACallbackAreDroppedSilently) {
   scene.scene_bitmask = 3;
   ASSERT_EQ(Inject(0x14, &scene, sizeof(scene)), 1);
   ASSERT_TRUE(IndRecorder::WaitFor(1));
-  const auto got = IndRecorder::Got();
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].id, 0x14);
+  ASSERT_EQ(IndRecorder::Got().size(), 1u);
+  EXPECT_EQ(IndRecorder::Got()[0].id, 0x14);
   for (const auto &line : tarvik_test::SyslogLines()) {
     EXPECT_EQ(line.text.find("tarvik_extend_qmi_ind_cb"), std::string::npos) << line.text;
   }
