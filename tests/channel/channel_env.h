@@ -75,8 +75,14 @@ inline int Register(int event, uint32_t ind_flag = 0) {
 struct Sent {
   int status;
   uint32_t len;
-  uint8_t first;
+  int first;
+  bool operator==(const Sent &o) const {
+    return status == o.status && len == o.len && first == o.first;
+  }
 };
+inline void PrintTo(const Sent &s, std::ostream *os) {
+  *os << "{status " << s.status << ", len " << s.len << ", first " << s.first << "}";
+}
 inline Sent Send(uint32_t id, int msec = 0) {
   uint8_t req = 1, resp[8];
   memset(resp, 0xEE, sizeof(resp));

@@ -85,11 +85,9 @@ TEST_F(RequestsTest, RetryPolicy) {
 
   Fail(kGeneric, Fault::kNoAnswer, 1);
   const auto start = Clock::now();
-  Sent s = Send(kId, 300);
-  EXPECT_EQ(s.status, -3);
+  EXPECT_EQ(Send(kId, 300), (Sent{-3, 8, 0xEE}));
   EXPECT_GE(ElapsedMs(start), 290);
   EXPECT_LT(ElapsedMs(start), 2500);
-  EXPECT_EQ(s.len, 8u);
   EXPECT_EQ(Received(kGeneric).size(), 1u) << "one attempt only";
   EXPECT_EQ(Clients(), before) << "reconnected";
   EXPECT_TRUE(SyslogContains("will not reinit tarvik qmi"));
@@ -98,10 +96,7 @@ TEST_F(RequestsTest, RetryPolicy) {
 
   Fail(kGeneric, Fault::kTransportError, 1);
   const size_t sends_before = SendTimeouts().size();
-  s = Send(kId, 200);
-  EXPECT_EQ(s.status, 0);
-  EXPECT_EQ(s.len, 1u);
-  EXPECT_EQ(s.first, 5);
+  EXPECT_EQ(Send(kId, 200), (Sent{0, 1, 5}));
   // The caller's time-out for the first send, the full 3000 ms for the retry.
   const auto timeouts = SendTimeouts();
   EXPECT_EQ(std::vector<unsigned>(timeouts.begin() + sends_before, timeouts.end()),
@@ -110,9 +105,8 @@ TEST_F(RequestsTest, RetryPolicy) {
   ASSERT_EQ(sends.size(), 3u);
   EXPECT_NE(sends[1].client, sends[2].client) << "the retry went over a new client";
   EXPECT_EQ(sends[2].tlvs, sends[1].tlvs) << "the retry is the same request";
-  const auto after = Clients();
-  ASSERT_EQ(after.size(), 1u) << "the old client was released";
-  EXPECT_NE(after[0], before[0]);
+  EXPECT_EQ(Clients().size(), 1u) << "the old client was released";
+  EXPECT_NE(Clients(), before);
   EXPECT_TRUE(SyslogContains("non QMI_TIMEOUT_ERR, will reinit this qmi client and retry"));
   EXPECT_EQ(Register(2, 1), 0) << "handler kept";
 
@@ -147,9 +141,7 @@ TEST_F(RequestsTest, AbsentServiceCostsAboutOneSecondOfDiscoveryAndReportsNoClie
 
   ASSERT_EQ(modem_->SetPresent(ext::kServiceId, true), 0);
   Answer(kId, 0, {4});
-  const Sent s = Send(kId);
-  EXPECT_EQ(s.status, 0);
-  EXPECT_EQ(s.first, 4);
+  EXPECT_EQ(Send(kId), (Sent{0, 1, 4}));
 }
 
 // init opens once; init_force closes (forgetting the handlers) and opens; trace lines follow
@@ -168,9 +160,8 @@ TEST_F(RequestsTest, OpenOnceForceReopensAndTracesFollowTheDebugFlag) {
   g_tarvik_extend_debug_flag = 0;
   tarvik_test::ClearSyslog();
   tarvik_extend_qmi_init_force();
-  const auto second = Clients();
-  ASSERT_EQ(second.size(), 1u);
-  EXPECT_NE(first[0], second[0]);
+  EXPECT_EQ(Clients().size(), 1u);
+  EXPECT_NE(Clients(), first);
   EXPECT_EQ(Register(3), 0) << "handler survived";
   tarvik_extend_qmi_init();
   EXPECT_FALSE(SyslogContains("done, do nothing"));
@@ -344,9 +335,7 @@ TEST_F(FiringWatchdog, LogsARequestThatOutlivesFiveSeconds) {
   Answer(kId, 0, {8});
   tarvik_extend_qmi_init();
   g_next_send_stall_ms = 5600;
-  const Sent s = Send(kId);
-  EXPECT_EQ(s.status, 0);
-  EXPECT_EQ(s.first, 8);
+  EXPECT_EQ(Send(kId), (Sent{0, 1, 8}));
   EXPECT_TRUE(SyslogContains("The timer expired with ID 1", 3));
   EXPECT_TRUE(SyslogContains("Not find the timer_callback, timer_id = 1"));
   EXPECT_EQ(Clients().size(), 1u);

@@ -52,25 +52,23 @@ TEST(ChannelTool, HelpSendsNothingAndSendShowsTheCutAndTheModemsVerdict) {
     const char *args;
     int exit;
     json fields;
-    const char *before;  // a command run first, or nullptr
+    const char *before = nullptr;  // a command run first
   };
   const Row rows[] = {
-      {"send 255 68656c6c6f", 0, {{"length", 5}, {"data", "68656c6c6f"}, {"cut", false}}, nullptr},
+      {"send 255 68656c6c6f", 0, {{"length", 5}, {"data", "68656c6c6f"}, {"cut", false}}},
       {"send 0xff 0102030405 2",
        0,
-       {{"length", 2}, {"answer_length", 5}, {"cut", true}, {"data", "0102"}},
-       nullptr},
-      {"send 255 -", 0, {{"length", 0}, {"data", ""}}, nullptr},
-      {"send 77 00", 1, {{"status", 0x5E}, {"status_name", "not supported"}}, nullptr},
+       {{"length", 2}, {"answer_length", 5}, {"cut", true}, {"data", "0102"}}},
+      {"send 255 -", 0, {{"length", 0}, {"data", ""}}},
+      {"send 77 00", 1, {{"status", 0x5E}, {"status_name", "not supported"}}},
       {"send 255 01", 1, {{"status", 0x30}, {"data", absent}}, "sim fault 0xFFE4 2 result 0x30 1"},
-      {"send 255 01", 0, {{"status", 0}, {"data", "01"}}, nullptr},  // the fault was once
+      {"send 255 01", 0, {{"status", 0}, {"data", "01"}}},  // the fault was once
       {"send 255 0",
        2,
-       {{"status", nullptr}, {"error", "hex '0' has an odd number of digits (1)"}},
-       nullptr},
-      {"send 255 zz", 2, {{"status", nullptr}}, nullptr},
-      {"send 255 00 551", 2, {{"status", nullptr}}, nullptr},
-      {"send -1 00", 2, {{"status", nullptr}}, nullptr},
+       {{"status", nullptr}, {"error", "hex '0' has an odd number of digits (1)"}}},
+      {"send 255 zz", 2, {{"status", nullptr}}},
+      {"send 255 00 551", 2, {{"status", nullptr}}},
+      {"send -1 00", 2, {{"status", nullptr}}},
   };
   long sent = 0;
   for (const Row &row : rows) {
