@@ -178,34 +178,32 @@ TEST_F(RequestsTest, OpenOnceForceReopensAndTracesFollowTheDebugFlag) {
 // the caller's business. A WeChat request with a flag is answered with an indication too.
 TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
   ASSERT_EQ(tarvik_extend_qmi_wechat_register(IndRecorder::Record), 1);
+  tarvik_extend_qmi_pair_msg_v01 resp{};
+  auto answer = [&resp] { return std::make_pair(resp.result, resp.value); };
   tarvik_extend_qmi_data_opt_req_msg_v01 req{};
   req.id = 9;
   req.data_len = 3;
   req.data_valid = 1;
   req.opt_valid = 1;
   req.opt = 0x5C;
-  tarvik_extend_qmi_pair_msg_v01 resp{};
   EXPECT_EQ(tarvik_extend_qmi_self_study_send_sync(TARVIK_EXTEND_QMI_DATA_OPT_MSG_V01, &req,
                                                    sizeof(req), &resp, sizeof(resp)),
             0);
-  EXPECT_EQ(resp.result, 0u);
-  EXPECT_EQ(resp.value, 3u);
+  EXPECT_EQ(answer(), std::make_pair(0u, 3u));
   auto got = Received(TARVIK_EXTEND_QMI_DATA_OPT_MSG_V01);
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].As<tarvik_extend_qmi_data_opt_req_msg_v01>().opt, 0x5C);
 
   tarvik_extend_qmi_self_study_upload_req_msg_v01 up{};
-  for (uint32_t count : {64u, 65u}) {
-    SCOPED_TRACE(count);
+  auto upload = [&](uint32_t count) {
     up.count = count;
-    EXPECT_EQ(tarvik_extend_qmi_self_study_send_sync(TARVIK_EXTEND_QMI_SELF_STUDY_UPLOAD_MSG_V01,
-                                                     &up, sizeof(up), &resp, sizeof(resp)),
-              0);
-    EXPECT_EQ(resp.result, count == 64 ? 0u : ext::kResultBadRequest);
-    if (count == 64) {
-      EXPECT_EQ(resp.value, 64u);
-    }
-  }
+    return tarvik_extend_qmi_self_study_send_sync(TARVIK_EXTEND_QMI_SELF_STUDY_UPLOAD_MSG_V01, &up,
+                                                  sizeof(up), &resp, sizeof(resp));
+  };
+  EXPECT_EQ(upload(64), 0);
+  EXPECT_EQ(answer(), std::make_pair(0u, 64u));
+  EXPECT_EQ(upload(65), 0);
+  EXPECT_EQ(resp.result, ext::kResultBadRequest);
 
   tarvik_extend_qmi_wechat_req_msg_v01 wx{};
   wx.type = 4;
@@ -214,7 +212,7 @@ TEST_F(RequestsTest, PassThroughSendersExchangeCallerRecords) {
   EXPECT_EQ(tarvik_extend_qmi_wechat_send_sync(TARVIK_EXTEND_QMI_WECHAT_MSG_V01, &wx, sizeof(wx),
                                                &resp, sizeof(resp)),
             0);
-  EXPECT_EQ(resp.value, 1234u);
+  EXPECT_EQ(answer(), std::make_pair(0u, 1234u));
   ASSERT_TRUE(IndRecorder::WaitFor(1));
   const Ind ind = IndRecorder::Got()[0];
   EXPECT_EQ(ind.id, 0x0D);

@@ -162,7 +162,9 @@ TEST(ExtendTables, GenericRecordSendsAllPayloadBytesAndOmitsAbsentData) {
 }
 
 TEST(ExtendTables, GroupIndicationCarriesTenCountedGroups) {
-  tarvik_extend_qmi_self_study_group_ind_msg_v01 ind{};
+  tarvik_extend_qmi_self_study_group_ind_msg_v01 ind, back;
+  memset(&ind, 0, sizeof(ind));  // padding included: the records are compared bytewise
+  memset(&back, 0, sizeof(back));
   ind.type = 1;
   ind.count = 10;
   for (uint32_t g = 0; g < 10; ++g) {
@@ -178,18 +180,10 @@ TEST(ExtendTables, GroupIndicationCarriesTenCountedGroups) {
                                    sizeof(wire), &len),
             QMI_IDL_LIB_NO_ERR);
   EXPECT_EQ(len, 14u + 3u + 10u + 21u * 24u);  // 21 entries in all
-  tarvik_extend_qmi_self_study_group_ind_msg_v01 back{};
   ASSERT_EQ(
       qmi_idl_message_decode(&Svc(), QMI_IDL_INDICATION, 0x06, wire, len, &back, sizeof(back)),
       QMI_IDL_LIB_NO_ERR);
-  for (uint32_t g = 0; g < 10; ++g) {
-    SCOPED_TRACE(g);
-    ASSERT_EQ(back.groups[g].list_len, g % 6);
-    for (uint32_t e = 0; e < back.groups[g].list_len; ++e) {
-      EXPECT_EQ(back.groups[g].list[e].key, ind.groups[g].list[e].key);
-      EXPECT_EQ(back.groups[g].list[e].values[3], g * 10 + e);
-    }
-  }
+  EXPECT_EQ(memcmp(&back, &ind, sizeof(ind)), 0) << "decoded to another record";
   // A group claiming six entries is refused.
   ind.groups[4].list_len = 6;
   EXPECT_EQ(qmi_idl_message_encode(&Svc(), QMI_IDL_INDICATION, 0x06, &ind, sizeof(ind), wire,
