@@ -45,11 +45,9 @@ void FillMax(const qmi_elem_info *ei, uint8_t *rec) {
       case QMI_OPT_FLAG:
         *field = 1;
         break;
-      case QMI_DATA_LEN: {
-        const uint32_t max = ei[1].elem_len;
-        memcpy(field, &max, sizeof(max));
+      case QMI_DATA_LEN:
+        memcpy(field, &ei[1].elem_len, sizeof(uint32_t));
         break;
-      }
       case QMI_STRUCT:
         for (uint32_t i = 0; i < ei->elem_len; ++i)
           FillMax(ei->ei_array, field + i * ei->elem_size);
@@ -64,8 +62,7 @@ void FillMax(const qmi_elem_info *ei, uint8_t *rec) {
           for (uint32_t i = 0; i < ei->elem_len; ++i) memcpy(field + 4 * i, &top, sizeof(top));
           break;
         }
-        memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
-        break;
+        [[fallthrough]];
       default:
         memset(field, 0xA5, static_cast<size_t>(ei->elem_len) * ei->elem_size);
         break;
@@ -91,28 +88,26 @@ TEST(ServiceTables, EveryMessageEncodesToTheLargestSizeItsServiceReportsAndAcces
                   QMI_IDL_LIB_NO_ERR);
         largest = max_len > largest ? max_len : largest;
 
-        std::vector<uint8_t> rec(record, 0);
-        FillMax(msg.ei, rec.data());
-        std::vector<uint8_t> wire(max_len + 1, 0);
         uint32_t encoded = 0;
-        ASSERT_EQ(qmi_idl_message_encode(svc.service, t, msg.msg_id, rec.data(), record,
-                                         wire.data(), max_len, &encoded),
-                  QMI_IDL_LIB_NO_ERR);
+        auto encode = [&](const std::vector<uint8_t> &from, std::vector<uint8_t> &to,
+                          uint32_t cap) {
+          return qmi_idl_message_encode(svc.service, t, msg.msg_id, from.data(), record, to.data(),
+                                        cap, &encoded);
+        };
+        std::vector<uint8_t> rec(record, 0), wire(max_len + 1, 0), again(max_len + 1, 0);
+        FillMax(msg.ei, rec.data());
+        ASSERT_EQ(encode(rec, wire, max_len), QMI_IDL_LIB_NO_ERR);
         EXPECT_EQ(encoded, max_len);
         if (max_len > 0) {
-          EXPECT_EQ(qmi_idl_message_encode(svc.service, t, msg.msg_id, rec.data(), record,
-                                           wire.data(), max_len - 1, &encoded),
-                    QMI_IDL_LIB_BUFFER_TOO_SMALL);
+          EXPECT_EQ(encode(rec, again, max_len - 1), QMI_IDL_LIB_BUFFER_TOO_SMALL);
         }
         // It decodes back to a record that encodes to the same bytes (padding compares as zero).
         std::vector<uint8_t> back(record, 0x5A);
         ASSERT_EQ(qmi_idl_message_decode(svc.service, t, msg.msg_id, wire.data(), max_len,
                                          back.data(), record),
                   QMI_IDL_LIB_NO_ERR);
-        std::vector<uint8_t> again(max_len + 1, 0);
-        ASSERT_EQ(qmi_idl_message_encode(svc.service, t, msg.msg_id, back.data(), record,
-                                         again.data(), max_len, &encoded),
-                  QMI_IDL_LIB_NO_ERR);
+        again.assign(max_len + 1, 0);
+        ASSERT_EQ(encode(back, again, max_len), QMI_IDL_LIB_NO_ERR);
         EXPECT_EQ(encoded, max_len);
         EXPECT_EQ(again, wire);
       }
