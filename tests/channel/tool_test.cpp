@@ -101,11 +101,12 @@ TEST(ChannelTool, WatchReportsEventsLossAndReconnect) {
   // Destroyed before the daemon: waits for the tool even when an assertion returns early.
   auto watch = std::async(std::launch::async,
                           [&] { return RunTool(daemon.modem() + " --json watch --for 5"); });
-  // The seven event registrations, the event sent then the 3rd of them.
+  // All seven events registered (the switch of event 3 was answered before the 5th was sent).
   ASSERT_GE(ExtendReceived(daemon, 7), 7);
   EXPECT_EQ(RunTool(daemon.modem() + " sim event 3 0a0b").status, 0);
   EXPECT_EQ(RunTool(daemon.modem() + " sim restart 0xFFE4 200").status, 0);
-  // Registered again: 14 in all. Event 5 is switched on before event 6 is even sent.
+  // Registered again, 14 requests in all: the switch of event 5 was answered before event 6's
+  // request was sent (the modem counts a request before it handles it).
   ASSERT_GE(ExtendReceived(daemon, 14), 14);
   EXPECT_EQ(RunTool(daemon.modem() + " sim event 5 01").status, 0);
   const tarvik_test::ToolRun run = watch.get();
