@@ -2,112 +2,61 @@
 
 #include <dlfcn.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <thread>
-
-#include "qmi_client.h"
 
 namespace channel_test {
 
 std::atomic<int> g_next_send_stall_ms{0};
 
 namespace {
-std::mutex g_sends_mu;
-std::vector<unsigned int> g_send_timeouts;
-}  // namespace
-
-std::vector<unsigned int> SendTimeouts() {
-  std::lock_guard<std::mutex> lock(g_sends_mu);
-  return g_send_timeouts;
-}
-
-void RecordSendTimeout(unsigned int ms) {
-  std::lock_guard<std::mutex> lock(g_sends_mu);
-  g_send_timeouts.push_back(ms);
-}
-
-namespace {
-std::mutex g_ind_mu;
+std::mutex g_mu;  // guards the two records below
 std::condition_variable g_ind_cv;
+std::vector<unsigned int> g_send_timeouts;
 std::vector<Ind> g_inds;
 }  // namespace
 
+std::vector<unsigned int> SendTimeouts() {
+  std::lock_guard<std::mutex> lock(g_mu);
+  return g_send_timeouts;
+}
+
 void IndRecorder::Record(int id, void *data, int len) {
-  std::lock_guard<std::mutex> lock(g_ind_mu);
+  std::lock_guard<std::mutex> lock(g_mu);
   const auto *p = static_cast<const uint8_t *>(data);
-  g_inds.push_back({id, std::vector<uint8_t>(p, p + (len > 0 ? len : 0))});
+  g_inds.push_back({id, Bytes(p, p + (len > 0 ? len : 0))});
   g_ind_cv.notify_all();
 }
 
 bool IndRecorder::WaitFor(size_t n, int timeout_ms) {
-  std::unique_lock<std::mutex> lock(g_ind_mu);
+  std::unique_lock<std::mutex> lock(g_mu);
   return g_ind_cv.wait_for(lock, std::chrono::milliseconds(timeout_ms),
                            [n] { return g_inds.size() >= n; });
 }
 
 std::vector<Ind> IndRecorder::Got() {
-  std::lock_guard<std::mutex> lock(g_ind_mu);
+  std::lock_guard<std::mutex> lock(g_mu);
   return g_inds;
-}
-
-void ChannelTest::SetUp() {
-  modem_ = std::make_unique<modemsim::Modem>();
-  modemsim::extend::AddTo(*modem_);
-  modem_->ServeInProcess();
-  ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
-}
-
-void ChannelTest::TearDown() {
-  modem_.reset();
-}
-
-std::vector<modemsim::Received> ChannelTest::Received(uint16_t msg_id) const {
-  std::vector<modemsim::Received> out;
-  for (auto &r : modem_->ReceivedBy(modemsim::extend::kServiceId)) {
-    if (r.msg_id == msg_id) {
-      out.push_back(std::move(r));
-    }
-  }
-  return out;
-}
-
-std::vector<uint32_t> ChannelTest::Clients() const {
-  return modem_->Clients(modemsim::extend::kServiceId);
-}
-
-void ChannelTest::Answer(uint32_t id, uint32_t result, std::vector<uint8_t> data, bool data_valid) {
-  ASSERT_TRUE(modemsim::extend::SetRequestHandler(
-      *modem_, id,
-      [result, data, data_valid](const modemsim::extend::Request &, modemsim::extend::Reply &r) {
-        r.result = result;
-        r.SetData(data.data(), data.size());
-        r.data_valid = data_valid;
-      }));
-}
-
-int64_t ChannelTest::ElapsedMs(std::chrono::steady_clock::time_point since) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                               since)
-      .count();
 }
 
 }  // namespace channel_test
 
 // The library's sends come here first (the program's definition takes the place of the client
 // library's), so that a test can stall one the way a hung transport would.
-extern "C" qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle,
-                                                          unsigned int msg_id, void *req_c_struct,
-                                                          unsigned int req_c_struct_len,
-                                                          void *resp_c_struct,
-                                                          unsigned int resp_c_struct_len,
+extern "C" qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type handle,
+                                                          unsigned int msg_id, void *req,
+                                                          unsigned int req_len, void *resp,
+                                                          unsigned int resp_len,
                                                           unsigned int timeout_msecs) {
   using Fn = qmi_client_error_type (*)(qmi_client_type, unsigned int, void *, unsigned int, void *,
                                        unsigned int, unsigned int);
   static const Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "qmi_client_send_msg_sync"));
-  channel_test::RecordSendTimeout(timeout_msecs);
-  const int stall = channel_test::g_next_send_stall_ms.exchange(0);
-  if (stall > 0) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(stall));
+  {
+    std::lock_guard<std::mutex> lock(channel_test::g_mu);
+    channel_test::g_send_timeouts.push_back(timeout_msecs);
   }
-  return real(user_handle, msg_id, req_c_struct, req_c_struct_len, resp_c_struct, resp_c_struct_len,
-              timeout_msecs);
+  const int stall = channel_test::g_next_send_stall_ms.exchange(0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(stall));
+  return real(handle, msg_id, req, req_len, resp, resp_len, timeout_msecs);
 }
