@@ -1,28 +1,74 @@
 // The store shared between processes: visibility of another process's writes to a reader that
 // cached the old value, concurrent writers, writers killed at each step of a write, readers
 // racing writers, and the tool in two separate runs.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "crash_points.h"
 #include "cutils/properties.h"
-#include "property_host.h"
 #include "test_env.h"
 
 namespace {
 
-using tarvik_test::CrashPoint;
+// Deterministic crash points for the store's writer: this program defines fsync and rename (ELF
+// interposition, like the system-log capture); armed, they kill the calling process with SIGKILL
+// at the chosen step of a write, so a test can prove what a crash there leaves behind.
+enum class CrashPoint {
+  kNone,
+  kBeforeTempSync,  // the temporary file is written but not yet flushed
+  kBeforeRename,    // the temporary is flushed, the store not yet replaced
+  kAfterRename,     // the store is replaced, the directory not yet flushed
+};
+CrashPoint g_crash_point = CrashPoint::kNone;
+
+template <typename Fn>
+Fn Next(const char *name) {
+  return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+bool IsStoreTemp(int fd) {
+  char target[PATH_MAX];
+  const ssize_t n =
+      readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, sizeof target - 1);
+  const std::string path(target, n > 0 ? static_cast<size_t>(n) : 0);
+  const std::string suffix = "/properties.tmp";
+  return path.size() > suffix.size() &&
+         path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+}  // namespace
+
+extern "C" int fsync(int fd) {
+  static const auto real = Next<int (*)(int)>("fsync");
+  if (g_crash_point == CrashPoint::kBeforeTempSync && IsStoreTemp(fd)) {
+    raise(SIGKILL);
+  }
+  return real(fd);
+}
+
+extern "C" int rename(const char *from, const char *to) noexcept {
+  static const auto real = Next<int (*)(const char *, const char *)>("rename");
+  if (g_crash_point == CrashPoint::kBeforeRename) {
+    raise(SIGKILL);
+  }
+  const int ret = real(from, to);
+  if (g_crash_point == CrashPoint::kAfterRename) {
+    raise(SIGKILL);
+  }
+  return ret;
+}
+
+namespace {
 
 std::string Get(const std::string &key) {
   char value[PROPERTY_VALUE_MAX + 1];
@@ -51,15 +97,10 @@ bool ExitedWith(int status, int code) {
   return WIFEXITED(status) && WEXITSTATUS(status) == code;
 }
 
-bool FileExists(const std::string &path) {
-  return access(path.c_str(), F_OK) == 0;
-}
-
-uint64_t ReadCounter() {
-  uint64_t counter = 0;
-  std::ifstream in(tarvik_test::PropertyDir() + "/lock", std::ios::binary);
-  in.read(reinterpret_cast<char *>(&counter), sizeof counter);
-  return counter;
+// Runs `fn` in a child and waits: true when it exited with 0.
+template <typename Fn>
+bool InChild(Fn fn) {
+  return ExitedWith(Wait(Spawn(fn)), 0);
 }
 
 // Read system calls of this process so far (/proc/self/io counts every read, pread, ...).
@@ -75,38 +116,30 @@ long ReadSyscalls() {
   return -1;
 }
 
+// A reader that cached a value sees another process's write, and reads the store file again only
+// then: while the store is unchanged, reads cost no system call.
 TEST(PropertyProcesses, ReaderThatCachedSeesAnotherProcessWrite) {
   ASSERT_EQ(property_set("persist.test.shared", "parent"), 0);
   ASSERT_EQ(Get("persist.test.shared"), "parent");  // now cached in this process
-  ASSERT_TRUE(ExitedWith(Wait(Spawn([] {
-                           if (Get("persist.test.shared") != "parent") {
-                             return 1;
-                           }
-                           return property_set("persist.test.shared", "child") == 0 ? 0 : 2;
-                         })),
-                         0));
-  EXPECT_EQ(Get("persist.test.shared"), "child");
-  // A property that only the child's write created.
-  ASSERT_TRUE(
-      ExitedWith(Wait(Spawn([] { return property_set("test.added", "x") == 0 ? 0 : 1; })), 0));
-  EXPECT_EQ(Get("test.added"), "x");
-}
-
-TEST(PropertyProcesses, UnchangedStoreIsReadWithoutSystemCalls) {
-  ASSERT_EQ(property_set("test.fast", "1"), 0);
-  ASSERT_EQ(Get("test.fast"), "1");
   const long before = ReadSyscalls();
   ASSERT_GE(before, 0);
   for (int i = 0; i < 1000; ++i) {
-    ASSERT_EQ(Get(i % 2 ? "test.fast" : "test.absent"), i % 2 ? "1" : "<unset>");
+    ASSERT_EQ(Get(i % 2 ? "persist.test.shared" : "test.absent"), i % 2 ? "parent" : "<unset>");
   }
-  // Only the reads of /proc/self/io itself.
-  EXPECT_LT(ReadSyscalls() - before, 10);
+  EXPECT_LT(ReadSyscalls() - before, 10);  // only the reads of /proc/self/io itself
 
-  ASSERT_TRUE(ExitedWith(Wait(Spawn([] { return property_set("test.fast", "2"); })), 0));
+  ASSERT_TRUE(InChild([] {
+    return Get("persist.test.shared") == "parent" &&
+                   property_set("persist.test.shared", "child") == 0
+               ? 0
+               : 1;
+  }));
   const long after_write = ReadSyscalls();
-  EXPECT_EQ(Get("test.fast"), "2");
+  EXPECT_EQ(Get("persist.test.shared"), "child");
   EXPECT_GT(ReadSyscalls() - after_write, 1) << "a changed store must be read again";
+  // A property that only the child's write created.
+  ASSERT_TRUE(InChild([] { return property_set("test.added", "x"); }));
+  EXPECT_EQ(Get("test.added"), "x");
 }
 
 TEST(PropertyProcesses, ForkWhileAnotherThreadReadsLeavesTheChildAStoreItCanUse) {
@@ -118,12 +151,10 @@ TEST(PropertyProcesses, ForkWhileAnotherThreadReadsLeavesTheChildAStoreItCanUse)
     }
   });
   int good = 0;
-  while (good < 50 &&
-         ExitedWith(Wait(Spawn([] {
-                      alarm(5);  // a child stuck on a lock dies of SIGALRM
-                      return Get("test.fork") == "1" && property_set("test.fork", "1") == 0 ? 0 : 1;
-                    })),
-                    0)) {
+  while (good < 50 && InChild([] {
+           alarm(5);  // a child stuck on a lock dies of SIGALRM
+           return Get("test.fork") == "1" && property_set("test.fork", "1") == 0 ? 0 : 1;
+         })) {
     ++good;
   }
   stop.store(true);
@@ -134,13 +165,13 @@ TEST(PropertyProcesses, ForkWhileAnotherThreadReadsLeavesTheChildAStoreItCanUse)
 TEST(PropertyProcesses, ConcurrentWritersLoseNoUpdate) {
   constexpr int kWriters = 4;
   constexpr int kEach = 25;
+  auto name = [](int w, int i) { return "test.w" + std::to_string(w) + ".n" + std::to_string(i); };
   std::vector<pid_t> pids;
   for (int w = 0; w < kWriters; ++w) {
-    pids.push_back(Spawn([w] {
+    pids.push_back(Spawn([&, w] {
       for (int i = 0; i < kEach; ++i) {
-        const std::string name = "test.w" + std::to_string(w) + ".n" + std::to_string(i);
-        if (property_set(name.c_str(), std::to_string(w * 1000 + i).c_str()) != 0 ||
-            property_set("test.last", name.c_str()) != 0) {
+        if (property_set(name(w, i).c_str(), std::to_string(w * 1000 + i).c_str()) != 0 ||
+            property_set("test.last", name(w, i).c_str()) != 0) {
           return 1;
         }
       }
@@ -153,8 +184,7 @@ TEST(PropertyProcesses, ConcurrentWritersLoseNoUpdate) {
   int found = 0;
   for (int w = 0; w < kWriters; ++w) {
     for (int i = 0; i < kEach; ++i) {
-      const std::string name = "test.w" + std::to_string(w) + ".n" + std::to_string(i);
-      found += Get(name) == std::to_string(w * 1000 + i);
+      found += Get(name(w, i)) == std::to_string(w * 1000 + i);
     }
   }
   EXPECT_EQ(found, kWriters * kEach);
@@ -172,41 +202,39 @@ TEST(PropertyProcesses, WriterKilledMidWriteLeavesOldOrNewStore) {
       {"before the rename", CrashPoint::kBeforeRename, false, true},
       {"after the rename", CrashPoint::kAfterRename, true, false},
   };
-  const std::string dir = tarvik_test::PropertyDir();
+  const std::string temp = tarvik_test::PropertyDir() + "/properties.tmp";
   ASSERT_EQ(property_set("persist.test.bystander", "kept"), 0);
   int round = 0;
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     const std::string old_value = "old-" + std::to_string(round);
-    const std::string new_value = "new-" + std::to_string(round);
-    ++round;
+    const std::string new_value = "new-" + std::to_string(round++);
     ASSERT_EQ(property_set("persist.test.crash", old_value.c_str()), 0);
     ASSERT_EQ(Get("persist.test.crash"), old_value);  // cached here before the crash
 
     const int status = Wait(Spawn([&] {
-      tarvik_test::ArmCrashPoint(row.point);
+      g_crash_point = row.point;
       property_set("persist.test.crash", new_value.c_str());
       return 0;  // not reached when the crash point works
     }));
     ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "status " << status;
-    EXPECT_EQ(FileExists(dir + "/properties.tmp"), row.temp_left);
+    EXPECT_EQ(access(temp.c_str(), F_OK) == 0, row.temp_left);
 
+    // This process and one that starts now read the same.
     const std::string expected = row.new_value_visible ? new_value : old_value;
-    EXPECT_EQ(Get("persist.test.crash"), expected);
-    EXPECT_EQ(Get("persist.test.bystander"), "kept");
-    // A process that starts now reads the same.
-    EXPECT_TRUE(ExitedWith(Wait(Spawn([&] {
-                             return Get("persist.test.crash") == expected &&
-                                            Get("persist.test.bystander") == "kept"
-                                        ? 0
-                                        : 1;
-                           })),
-                           0));
+    auto reads_expected = [&] {
+      return Get("persist.test.crash") == expected && Get("persist.test.bystander") == "kept";
+    };
+    EXPECT_TRUE(reads_expected());
+    EXPECT_TRUE(InChild([&] { return reads_expected() ? 0 : 1; }));
     // The dead writer's lock is gone and its leftovers do not get in the way.
     ASSERT_EQ(property_set("persist.test.after", new_value.c_str()), 0);
     EXPECT_EQ(Get("persist.test.after"), new_value);
-    EXPECT_FALSE(FileExists(dir + "/properties.tmp"));
-    EXPECT_EQ(ReadCounter() % 2, 0u) << "the change counter is left mid-write";
+    EXPECT_NE(access(temp.c_str(), F_OK), 0);
+    uint64_t counter = 0;
+    std::ifstream(tarvik_test::PropertyDir() + "/lock", std::ios::binary)
+        .read(reinterpret_cast<char *>(&counter), sizeof counter);
+    EXPECT_EQ(counter % 2, 0u) << "the change counter is left mid-write";
   }
 }
 
@@ -256,36 +284,28 @@ TEST(PropertyProcesses, ReadersRacingWritersSeeWholeValues) {
   }
 }
 
-// Runs the tool with the given arguments; returns its standard output.
-std::string Tool(const std::string &args, int *exit_status) {
-  tarvik_test::ToolRun run = tarvik_test::RunTool(args);
-  *exit_status = run.status;
-  return run.out;
-}
-
 TEST(PropertyProcesses, ToolSetThenGetInSeparateRuns) {
   if (tarvik_test::BinDir().empty()) {
     GTEST_SKIP() << "TARVIK_BIN_DIR is not set";
   }
-  int status = -1;
-  Tool("prop set persist.test.tool 'from the tool'", &status);
-  ASSERT_EQ(status, 0);
-  EXPECT_EQ(Tool("prop get persist.test.tool", &status), "from the tool\n");
-  EXPECT_EQ(status, 0);
+  using tarvik_test::RunTool;
+  ASSERT_EQ(RunTool("prop set persist.test.tool 'from the tool'").status, 0);
+  const tarvik_test::ToolRun get = RunTool("prop get persist.test.tool");
+  EXPECT_EQ(get.out, "from the tool\n");
+  EXPECT_EQ(get.status, 0);
   EXPECT_EQ(Get("persist.test.tool"), "from the tool");
 
   ASSERT_EQ(property_set("ro.test.tool", "fixed"), 0);
-  Tool("prop set ro.test.tool other", &status);
-  EXPECT_NE(status, 0) << "a refused write must fail the tool";
-  EXPECT_EQ(Tool("prop get test.tool.unset fallback", &status), "fallback\n");
-  EXPECT_EQ(Tool("prop dir", &status), tarvik_test::PropertyDir() + "\n");
+  EXPECT_NE(RunTool("prop set ro.test.tool other").status, 0) << "a refused write fails the tool";
+  EXPECT_EQ(RunTool("prop get test.tool.unset fallback").out, "fallback\n");
+  EXPECT_EQ(RunTool("prop dir").out, tarvik_test::PropertyDir() + "\n");
 
   ASSERT_EQ(property_set("ctl.start", "vendor.test_service"), 0);
-  const std::string ctl = Tool("--json prop ctl", &status);
+  const std::string ctl = RunTool("--json prop ctl").out;
   EXPECT_NE(ctl.find("\"name\":\"ctl.start\""), std::string::npos) << ctl;
   EXPECT_NE(ctl.find("\"value\":\"vendor.test_service\""), std::string::npos) << ctl;
 
-  const std::string list = Tool("--json prop list", &status);
+  const std::string list = RunTool("--json prop list").out;
   EXPECT_NE(list.find("\"persist.test.tool\":\"from the tool\""), std::string::npos) << list;
   EXPECT_NE(list.find("\"ro.test.tool\":\"fixed\""), std::string::npos) << list;
 }

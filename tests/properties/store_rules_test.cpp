@@ -1,10 +1,8 @@
 // The rules of the property store within one process: names, value limits, ro.* and ctl.*, the
 // reading defaults, listing, and what a hand-edited store file does to readers.
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,8 +26,8 @@ std::string Get(const std::string &key, const char *def = "<unset>") {
   return value;
 }
 
-std::string ReadStoreFile(const char *name) {
-  std::ifstream in(tarvik_test::PropertyDir() + "/" + name);
+std::string ReadStoreFile() {
+  std::ifstream in(tarvik_test::PropertyDir() + "/properties");
   std::stringstream text;
   text << in.rdbuf();
   return text.str();
@@ -46,52 +44,77 @@ Pairs ListAll() {
   return out;
 }
 
-TEST(PropertyStore, UsesTheDirectoryOfTheEnvironment) {
-  EXPECT_EQ(std::string(property_store_dir()), tarvik_test::PropertyDir());
-  ASSERT_EQ(property_set("persist.test.where", "here"), 0);
-  EXPECT_NE(ReadStoreFile("properties").find("persist.test.where\there\n"), std::string::npos);
-}
-
-TEST(PropertyStore, NameRules) {
+// Each row sets a value and reads it back: names, value lengths, ro.* written once, values that
+// hold the store's separators, ctl.* requests that are never stored.
+TEST(PropertyStore, SetThenGetRules) {
   const std::string longest(PROPERTY_NAME_MAX_HOST, 'n');
+  const std::string max(PROPERTY_VALUE_MAX, 'a');
+  const std::string over(PROPERTY_VALUE_MAX + 1, 'b');
   const struct {
-    std::string name;
-    bool legal;
+    std::string name, value;
+    int status;
+    std::string read;  // after the set
   } rows[] = {
-      {"persist.vendor.radio.adb_log_qz", true},
-      {"vendor.a-b_c@d:e.9", true},
-      {"x", true},
-      {longest, true},
-      {longest + "n", false},
-      {"", false},
-      {".leading", false},
-      {"trailing.", false},
-      {"double..dot", false},
-      {"has space", false},
-      {"tab\tname", false},
-      {"new\nline", false},
-      {"slash/name", false},
-      {"equals=sign", false},
-      {"uml\xc3\xa4ut", false},
+      {"persist.vendor.radio.adb_log_qz", "v", 0, "v"},
+      {"vendor.a-b_c@d:e.9", "v", 0, "v"},
+      {"x", "v", 0, "v"},
+      {longest, "v", 0, "v"},
+      {longest + "n", "v", -1, "<unset>"},
+      {"", "v", -1, "<unset>"},
+      {".leading", "v", -1, "<unset>"},
+      {"trailing.", "v", -1, "<unset>"},
+      {"double..dot", "v", -1, "<unset>"},
+      {"has space", "v", -1, "<unset>"},
+      {"tab\tname", "v", -1, "<unset>"},
+      {"new\nline", "v", -1, "<unset>"},
+      {"slash/name", "v", -1, "<unset>"},
+      {"equals=sign", "v", -1, "<unset>"},
+      {"uml\xc3\xa4ut", "v", -1, "<unset>"},
+      {"test.len", max, 0, max},
+      {"test.len", over, -1, max},  // a refused value leaves the old one
+      {"test.len.new", over, -1, "<unset>"},
+      {"ro.test.serial", "first", 0, "first"},
+      {"ro.test.serial", "second", -1, "first"},
+      {"ro.test.serial", "first", -1, "first"},
+      {"rox.test", "1", 0, "1"},  // only the "ro." prefix is read-only
+      {"rox.test", "2", 0, "2"},
+      {"vendor.ro.test", "1", 0, "1"},
+      {"vendor.ro.test", "2", 0, "2"},
+      {"test.sep0", "a\tb", 0, "a\tb"},
+      {"test.sep1", "line1\nline2", 0, "line1\nline2"},
+      {"test.sep2", "back\\slash", 0, "back\\slash"},
+      {"test.sep3", "\\n literally", 0, "\\n literally"},
+      {"test.sep4", "=;# \x7f", 0, "=;# \x7f"},
+      {"test.sep5", "\xc3\xa4\xc3\xb6", 0, "\xc3\xa4\xc3\xb6"},
+      {"ctl.start", "vendor.qcrild", 0, "<unset>"},
+      {"ctl.stop", "vendor.ipacm", 0, "<unset>"},
+      {"ctl.start", std::string(PROPERTY_VALUE_MAX + 1, 's'), -1, "<unset>"},
+      {"ctl.start", "vendor.qcrild2", 0, "<unset>"},
   };
   for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(property_set(row.name.c_str(), "v"), row.legal ? 0 : -1);
-    EXPECT_EQ(Get(row.name), row.legal ? "v" : "<unset>");
+    SCOPED_TRACE(row.name + "=" + row.value);
+    EXPECT_EQ(property_set(row.name.c_str(), row.value.c_str()), row.status);
+    EXPECT_EQ(Get(row.name), row.read);
   }
   EXPECT_EQ(property_set(nullptr, "v"), -1);
-  EXPECT_EQ(ListAll().size(), 4u);
-}
+  // Stored: 4 names, test.len, ro.test.serial, rox.test, vendor.ro.test, 6 separators; the store
+  // stays one record per line whatever the values hold.
+  EXPECT_EQ(ListAll().size(), 14u);
+  const std::string store = ReadStoreFile();
+  EXPECT_EQ(std::count(store.begin(), store.end(), '\n'), 1 + 14);
 
-TEST(PropertyStore, ValueLengthLimit) {
-  const std::string max(PROPERTY_VALUE_MAX, 'a');
-  ASSERT_EQ(property_set("test.len", max.c_str()), 0);
-  EXPECT_EQ(Get("test.len"), max);
-  const std::string over(PROPERTY_VALUE_MAX + 1, 'b');
-  EXPECT_EQ(property_set("test.len", over.c_str()), -1);
-  EXPECT_EQ(Get("test.len"), max) << "a refused value must leave the old one";
-  EXPECT_EQ(property_set("test.len.new", over.c_str()), -1);
-  EXPECT_EQ(Get("test.len.new"), "<unset>");
+  std::string requests;
+  EXPECT_EQ(property_ctl_requests(
+                [](const char *n, const char *v, int pid, void *cookie) {
+                  *static_cast<std::string *>(cookie) +=
+                      std::string(n) + "=" + v + "@" + std::to_string(pid) + ";";
+                },
+                &requests),
+            3);
+  const std::string pid = "@" + std::to_string(getpid()) + ";";
+  EXPECT_EQ(requests, "ctl.start=vendor.qcrild" + pid + "ctl.stop=vendor.ipacm" + pid +
+                          "ctl.start=vendor.qcrild2" + pid);
+  EXPECT_EQ(property_ctl_requests(nullptr, nullptr), -1);
 }
 
 TEST(PropertyStore, ReadDefaults) {
@@ -111,63 +134,10 @@ TEST(PropertyStore, ReadDefaults) {
   EXPECT_EQ(Get("test.empty", "dflt"), "dflt");
 }
 
-TEST(PropertyStore, ValuesWithSeparatorsRoundTrip) {
-  const std::string rows[] = {"a\tb",          "line1\nline2", "back\\slash",
-                              "\\n literally", "=;# \x7f",     "\xc3\xa4\xc3\xb6"};
-  for (size_t i = 0; i < sizeof rows / sizeof rows[0]; ++i) {
-    SCOPED_TRACE(rows[i]);
-    const std::string name = "test.sep" + std::to_string(i);
-    ASSERT_EQ(property_set(name.c_str(), rows[i].c_str()), 0);
-    EXPECT_EQ(Get(name), rows[i]);
-  }
-  // The store stays one record per line whatever the values hold.
-  const std::string store = ReadStoreFile("properties");
-  EXPECT_EQ(std::count(store.begin(), store.end(), '\n'), 1 + 6);
-}
-
-TEST(PropertyStore, ReadOnlyPropertiesAreWrittenOnce) {
-  ASSERT_EQ(property_set("ro.test.serial", "first"), 0);
-  EXPECT_EQ(property_set("ro.test.serial", "second"), -1);
-  EXPECT_EQ(property_set("ro.test.serial", "first"), -1);
-  EXPECT_EQ(Get("ro.test.serial"), "first");
-  // Only the "ro." prefix is read-only.
-  ASSERT_EQ(property_set("rox.test", "1"), 0);
-  EXPECT_EQ(property_set("rox.test", "2"), 0);
-  ASSERT_EQ(property_set("vendor.ro.test", "1"), 0);
-  EXPECT_EQ(property_set("vendor.ro.test", "2"), 0);
-}
-
-TEST(PropertyStore, ControlRequestsAreRecordedNotStored) {
-  ASSERT_EQ(property_set("ctl.start", "vendor.qcrild"), 0);
-  ASSERT_EQ(property_set("ctl.stop", "vendor.ipacm"), 0);
-  ASSERT_EQ(property_set("ctl.start", "vendor.qcrild2"), 0);
-  EXPECT_EQ(Get("ctl.start"), "<unset>");
-  EXPECT_TRUE(ListAll().empty());
-
-  struct Seen {
-    std::string name, value;
-    int pid;
-  };
-  std::vector<Seen> seen;
-  EXPECT_EQ(property_ctl_requests(
-                [](const char *n, const char *v, int pid, void *cookie) {
-                  static_cast<std::vector<Seen> *>(cookie)->push_back({n, v, pid});
-                },
-                &seen),
-            3);
-  ASSERT_EQ(seen.size(), 3u);
-  EXPECT_EQ(seen[0].name + "=" + seen[0].value, "ctl.start=vendor.qcrild");
-  EXPECT_EQ(seen[1].name + "=" + seen[1].value, "ctl.stop=vendor.ipacm");
-  EXPECT_EQ(seen[2].name + "=" + seen[2].value, "ctl.start=vendor.qcrild2");
-  EXPECT_EQ(seen[0].pid, static_cast<int>(getpid()));
-  EXPECT_EQ(property_ctl_requests(nullptr, nullptr), -1);
-  EXPECT_EQ(property_set("ctl.start", std::string(PROPERTY_VALUE_MAX + 1, 's').c_str()), -1);
-}
-
 TEST(PropertyStore, ListIsSortedAndCallbacksMayReadTheStore) {
-  ASSERT_EQ(property_set("b.two", "2"), 0);
-  ASSERT_EQ(property_set("a.one", "1"), 0);
-  ASSERT_EQ(property_set("c.three", "3"), 0);
+  for (const char *name : {"b.two", "a.one", "c.three"}) {
+    ASSERT_EQ(property_set(name, name), 0);
+  }
   Pairs seen;
   // The callback reads the store again: listing must not hold anything that blocks it.
   ASSERT_EQ(property_list(
@@ -178,7 +148,7 @@ TEST(PropertyStore, ListIsSortedAndCallbacksMayReadTheStore) {
                 },
                 &seen),
             0);
-  EXPECT_EQ(seen, (Pairs{{"a.one", "1"}, {"b.two", "2"}, {"c.three", "3"}}));
+  EXPECT_EQ(seen, (Pairs{{"a.one", "a.one"}, {"b.two", "b.two"}, {"c.three", "c.three"}}));
   EXPECT_EQ(property_list(nullptr, nullptr), -1);
 }
 
@@ -197,31 +167,29 @@ TEST(PropertyStore, MalformedStoreLinesAreSkipped) {
         << "good.two\t\\ttabbed\n"
         << "cut.off\tno newline";
   }
+  EXPECT_EQ(std::string(property_store_dir()), tarvik_test::PropertyDir());
   EXPECT_EQ(ListAll(),
             (Pairs{{"dup.name", "second"}, {"good.one", "value one"}, {"good.two", "\ttabbed"}}));
   // A write rewrites the store in the canonical form, dropping what could not be read.
   ASSERT_EQ(property_set("good.three", "3"), 0);
-  EXPECT_EQ(ReadStoreFile("properties"),
+  EXPECT_EQ(ReadStoreFile(),
             "# tarvik property store 1\ndup.name\tsecond\ngood.one\tvalue one\ngood.three\t3\n"
             "good.two\t\\ttabbed\n");
 }
-
-}  // namespace
 
 // A store this process cannot lock (here the lock is a directory) is still readable: every read
 // goes to the file, since there is no change counter to trust a cached copy by.
 TEST(PropertyStore, StoreWithoutUsableLockIsReadUncachedAndRefusesWrites) {
   const std::string dir = tarvik_test::PropertyDir();
   ASSERT_EQ(mkdir((dir + "/lock").c_str(), 0755), 0);
-  auto write_store = [&](const char *value) {
-    std::ofstream out(dir + "/properties", std::ios::trunc);
-    out << "# tarvik property store 1\ntest.ro_store\t" << value << "\n";
-  };
-  write_store("one");
-  EXPECT_EQ(Get("test.ro_store"), "one");
-  write_store("two");
-  EXPECT_EQ(Get("test.ro_store"), "two");
+  for (const char *value : {"one", "two"}) {
+    std::ofstream(dir + "/properties", std::ios::trunc)
+        << "# tarvik property store 1\ntest.ro_store\t" << value << "\n";
+    EXPECT_EQ(Get("test.ro_store"), value);
+  }
   EXPECT_EQ(property_set("test.ro_store", "three"), -1);
   EXPECT_EQ(property_set("ctl.start", "svc"), -1);
   EXPECT_EQ(Get("test.ro_store"), "two");
 }
+
+}  // namespace
