@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
@@ -114,12 +115,7 @@ TEST_F(DaemonTest, RequestRightAfterADaemonRestartSucceeds) {
 // At exit it removes its own socket only.
 TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   const std::string dir = tarvik_test::ScratchDir();
-  {
-    FILE *f = fopen((dir + "/victim.txt").c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fputs("keep me", f);
-    fclose(f);
-  }
+  ASSERT_TRUE(std::ofstream(dir + "/victim.txt") << "keep me");
   ASSERT_EQ(0, mkdir((dir + "/a_dir").c_str(), 0700));
   const struct {
     const char *name;
@@ -168,9 +164,7 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   ASSERT_NO_FATAL_FAILURE(StartDaemon());
   // At exit it leaves what has taken the path over since.
   ASSERT_EQ(0, unlink(socket_.c_str()));
-  FILE *f = fopen(socket_.c_str(), "w");
-  ASSERT_NE(nullptr, f);
-  fclose(f);
+  ASSERT_TRUE(std::ofstream(socket_));
   StopDaemon();
   EXPECT_EQ(0, lstat(socket_.c_str(), &st));
 }
