@@ -1,18 +1,21 @@
 // tarvik-modemd as another process: a client over the socket transport, a restart injected from
 // a shell through tarvik-qmi, and the daemon going away and coming back.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <functional>
+#include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "modemsim/socket_server.h"
 #include "qmi_client.h"
@@ -21,108 +24,66 @@
 #include "tarvik_extend_qmi_v01.h"
 #include "test_env.h"
 
-extern char **environ;
-
 namespace {
 
 using namespace std::chrono_literals;
-
-pid_t Spawn(const std::vector<std::string> &argv) {
-  std::vector<char *> args;
-  for (auto &a : argv) args.push_back(const_cast<char *>(a.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = -1;
-  if (posix_spawn(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0) return -1;
-  return pid;
-}
-
-int RunTool(const std::vector<std::string> &words) {
-  std::vector<std::string> argv{tarvik_test::BinDir() + "/tarvik-qmi"};
-  argv.insert(argv.end(), words.begin(), words.end());
-  const pid_t pid = Spawn(argv);
-  int status = 0;
-  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
 
 class DaemonTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_FALSE(tarvik_test::BinDir().empty()) << "TARVIK_BIN_DIR is not set";
-    socket_ = tarvik_test::ScratchDir() + "/modemd.sock";
-    StartDaemon();
+    ASSERT_NO_FATAL_FAILURE(StartDaemon());
+    socket_ = daemon_->socket();
   }
   void TearDown() override {
     if (handle_ != nullptr) qmi_client_release(handle_);
-    StopDaemon();
   }
 
-  void StartDaemon() {
-    pid_ = Spawn({tarvik_test::BinDir() + "/tarvik-modemd", "--socket", socket_, "--state",
-                  tarvik_test::ScratchDir() + "/state"});
-    ASSERT_GT(pid_, 0);
-    // The daemon is up once control commands get an answer.
-    std::string out;
-    for (int i = 0; i < 300; ++i) {
-      if (modemsim::SendControlCommand(socket_, {"status"}, &out) == 0) return;
-      std::this_thread::sleep_for(10ms);
-    }
-    FAIL() << "tarvik-modemd did not come up";
-  }
+  // Returns once the daemon answers control commands.
+  void StartDaemon() { ASSERT_TRUE(daemon_.emplace().up()) << "tarvik-modemd did not come up"; }
+  void StopDaemon() { daemon_.reset(); }  // SIGTERM, and waits for its exit
 
-  void StopDaemon() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
+  int Sim(const std::string &words) {
+    return tarvik_test::RunTool("--modem unix:" + socket_ + " sim " + words).status;
   }
 
   static void ErrCb(qmi_client_type, qmi_client_error_type error, void *data) {
     static_cast<std::atomic<int> *>(data)->store(error);
   }
 
-  static bool WaitError(const std::atomic<int> &error) {
-    for (int i = 0; i < 300 && error.load() == 0; ++i) std::this_thread::sleep_for(10ms);
-    return error.load() != 0;
-  }
-
-  // A client of the daemon's extend service whose error callback stores into *error.
-  void OpenExtendClient(std::atomic<int> *error) {
+  // Opens a client of the daemon's extend service; waits for its error callback's QMI_SERVICE_ERR
+  // after `cause`.
+  void ExpectServiceErrorAfter(const std::function<void()> &cause) {
+    if (handle_ != nullptr) qmi_client_release(handle_);
+    error_ = 0;
     ASSERT_EQ(QMI_NO_ERR, qmi_client_host_select_transport(("unix:" + socket_).c_str()));
     ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
                                                    QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr,
                                                    nullptr, 2000, &handle_));
-    ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, error));
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error_));
+    cause();
+    for (int i = 0; i < 500 && error_.load() == 0; ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(QMI_SERVICE_ERR, error_.load());
   }
 
+  std::optional<tarvik_test::ModemDaemon> daemon_;
   std::string socket_;
-  pid_t pid_ = -1;
   qmi_client_type handle_ = nullptr;
+  std::atomic<int> error_{0};  // written by the client's error callback
 };
 
-TEST_F(DaemonTest, RestartFromTheToolFiresTheErrorCallback) {
-  std::atomic<int> error{0};
-  ASSERT_NO_FATAL_FAILURE(OpenExtendClient(&error));
-  EXPECT_EQ(0, RunTool({"--modem", "unix:" + socket_, "sim", "restart", "0xFFE4"}));
-  ASSERT_TRUE(WaitError(error));
-  EXPECT_EQ(QMI_SERVICE_ERR, error.load());
-  EXPECT_EQ(2, RunTool({"--modem", "unix:" + socket_, "sim", "restart"}));
-  EXPECT_EQ(1, RunTool({"--modem", "unix:" + socket_, "sim", "absent", "0x1234"}));
-  EXPECT_EQ(1,
-            RunTool({"--modem", "unix:" + tarvik_test::ScratchDir() + "/none", "sim", "status"}));
-}
-
-TEST_F(DaemonTest, DaemonLossTakesServicesDownAndReconnectBringsThemBack) {
-  std::atomic<int> error{0};
-  ASSERT_NO_FATAL_FAILURE(OpenExtendClient(&error));
-  StopDaemon();
-  ASSERT_TRUE(WaitError(error));
-  EXPECT_EQ(QMI_SERVICE_ERR, error.load());
+// A service restart ordered from a shell, and the daemon going away, both end the client's service
+// (its error callback); a daemon that comes back serves new clients.
+TEST_F(DaemonTest, RestartOrDaemonLossFiresTheErrorCallbackAndAReturnServesAgain) {
+  ExpectServiceErrorAfter([&] { EXPECT_EQ(0, Sim("restart 0xFFE4")); });
+  EXPECT_EQ(2, Sim("restart"));
+  EXPECT_EQ(1, Sim("absent 0x1234"));
+  ExpectServiceErrorAfter([&] { StopDaemon(); });
+  EXPECT_EQ(1, Sim("status"));
   unsigned count = 0;
   EXPECT_EQ(QMI_SERVICE_ERR, qmi_client_get_service_list(&tarvik_extend_qmi_idl_service_object_v01,
                                                          nullptr, nullptr, &count));
-  StartDaemon();
+  ASSERT_NO_FATAL_FAILURE(StartDaemon());
   qmi_client_type again = nullptr;
   ASSERT_EQ(QMI_NO_ERR, qmi_client_init_instance(&tarvik_extend_qmi_idl_service_object_v01,
                                                  QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr,
@@ -149,30 +110,12 @@ TEST_F(DaemonTest, RequestRightAfterADaemonRestartSucceeds) {
   }
 }
 
-// Runs tarvik-modemd with `args` to its end (the cases where it refuses to start or only prints).
-tarvik_test::ToolRun RunDaemon(const std::string &args) {
-  const std::string command = tarvik_test::BinDir() + "/tarvik-modemd " + args + " 2>&1";
-  tarvik_test::ToolRun run{-1, "", ""};
-  FILE *pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) run.out.append(buf, n);
-  const int raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
-}
-
 // What is at --socket PATH decides: only a stale socket is replaced; a file, a directory and
 // the live socket of the fixture's daemon stay as they are, and the daemon says why it refuses.
-TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStale) {
+// At exit it removes its own socket only.
+TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   const std::string dir = tarvik_test::ScratchDir();
-  {
-    FILE *f = fopen((dir + "/victim.txt").c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fputs("keep me", f);
-    fclose(f);
-  }
+  ASSERT_TRUE(std::ofstream(dir + "/victim.txt") << "keep me");
   ASSERT_EQ(0, mkdir((dir + "/a_dir").c_str(), 0700));
   const struct {
     const char *name;
@@ -190,9 +133,15 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStale) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    const tarvik_test::ToolRun run = RunDaemon(row.args);
-    EXPECT_EQ(row.status, run.status);
-    EXPECT_NE(std::string::npos, run.out.find(row.says)) << run.out;
+    // Runs to its end (it refuses to start or only prints), its output and errors together.
+    FILE *pipe =
+        popen((tarvik_test::BinDir() + "/tarvik-modemd " + row.args + " 2>&1").c_str(), "r");
+    ASSERT_NE(nullptr, pipe);
+    std::string out(4096, '\0');
+    out.resize(fread(&out[0], 1, out.size(), pipe));
+    const int raw = pclose(pipe);
+    EXPECT_TRUE(WIFEXITED(raw) && row.status == WEXITSTATUS(raw)) << raw;
+    EXPECT_NE(std::string::npos, out.find(row.says)) << out;
   }
   struct stat st;
   ASSERT_EQ(0, stat((dir + "/victim.txt").c_str(), &st));
@@ -201,30 +150,23 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStale) {
   std::string out;
   EXPECT_EQ(0, modemsim::SendControlCommand(socket_, {"status"}, &out));  // still reachable
 
-  // A daemon killed without cleaning up leaves a stale socket: the next one takes it over.
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
-  pid_ = -1;
-  ASSERT_EQ(0, lstat(socket_.c_str(), &st));
+  // At exit the daemon removes its own socket.
+  StopDaemon();
+  EXPECT_EQ(-1, lstat(socket_.c_str(), &st));
+  // One that died without cleaning up leaves a stale socket (bound, nobody listening): the next
+  // daemon takes it over.
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  snprintf(addr.sun_path, sizeof addr.sun_path, "%s", socket_.c_str());
+  ASSERT_EQ(0, bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr));
+  close(fd);
   ASSERT_NO_FATAL_FAILURE(StartDaemon());
-}
-
-// At exit the daemon removes its own socket, and nothing that has taken the path over since.
-TEST_F(DaemonTest, ExitRemovesOnlyTheDaemonsOwnSocket) {
-  struct stat st;
-  for (bool taken_over : {false, true}) {
-    SCOPED_TRACE(taken_over ? "path taken over" : "own socket");
-    if (taken_over) {
-      ASSERT_NO_FATAL_FAILURE(StartDaemon());
-      ASSERT_EQ(0, unlink(socket_.c_str()));
-      FILE *f = fopen(socket_.c_str(), "w");
-      ASSERT_NE(nullptr, f);
-      fclose(f);
-    }
-    StopDaemon();
-    EXPECT_EQ(taken_over ? 0 : -1, lstat(socket_.c_str(), &st));
-  }
-  unlink(socket_.c_str());
+  // At exit it leaves what has taken the path over since.
+  ASSERT_EQ(0, unlink(socket_.c_str()));
+  ASSERT_TRUE(std::ofstream(socket_));
+  StopDaemon();
+  EXPECT_EQ(0, lstat(socket_.c_str(), &st));
 }
 
 }  // namespace
