@@ -5,6 +5,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,25 @@ T Zeroed() {
   T r;
   memset(static_cast<void *>(&r), 0, sizeof r);
   return r;
+}
+
+template <typename T>
+std::vector<uint8_t> Bytes(const T &r) {
+  const uint8_t *p = reinterpret_cast<const uint8_t *>(&r);
+  return std::vector<uint8_t>(p, p + sizeof r);
+}
+
+// The bytes of a zeroed T after `fill`.
+template <typename T, typename Fill>
+std::vector<uint8_t> Rec(Fill fill) {
+  T r = Zeroed<T>();
+  fill(r);
+  return Bytes(r);
+}
+
+inline bool AllZero(const void *p, size_t n) {
+  const uint8_t *b = static_cast<const uint8_t *>(p);
+  return std::all_of(b, b + n, [](uint8_t v) { return v == 0; });
 }
 
 // The encoding of `rec` with `ei`; a failure is a test failure (and an empty result).

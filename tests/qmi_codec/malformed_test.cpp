@@ -17,106 +17,128 @@ const std::string kList = "02 01 00 00 ";
 const std::string kPair = "03 05 00 02 01 00 00 00 ";
 const std::string kValid = kId + kList + kPair;
 
-bool AllZero(const void *p, size_t n) {
-  const uint8_t *b = static_cast<const uint8_t *>(p);
-  for (size_t i = 0; i < n; ++i)
-    if (b[i] != 0) return false;
-  return true;
-}
-
+// Decodes each row's bytes with its table. A refused row leaves the record all zero; an accepted
+// one zeroes everything it does not fill (the record comes out the same from two different
+// fillings) and re-encodes to `canon`.
 TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
+  const FuzzTable small{kSmallEi, sizeof(Small)}, generic{kGenericEi, sizeof(Generic)},
+      mix{kPlainMixEi, sizeof(PlainMix)};
+  const std::string gid = "01 04 00 02 00 00 00 ", glen = "02 04 00 03 00 00 00 ";
+  const std::string code = "01 04 00 04 03 02 01 ", level = "10 02 00 fd ff ",
+                    pair = "02 04 00 06 05 08 07 ", tail = "03 01 00 09 ";
   struct Row {
     const char *name;
+    FuzzTable table;
     std::string hex;
     int32_t expected;
+    std::string canon = "";
   };
   const Row rows[] = {
       // TLV framing
-      {"empty area lacks every mandatory TLV", "", QMI_IDL_LIB_MISSING_TLV},
-      {"header of one byte after a TLV", kValid + "10", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"header of two bytes after a TLV", kValid + "10 02", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"TLV longer than the buffer", kValid + "10 03 00 01 02", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"TLV length 0xffff", kId + "02 ff ff 00" + kPair, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"empty area lacks every mandatory TLV", small, "", QMI_IDL_LIB_MISSING_TLV},
+      {"header of one byte after a TLV", small, kValid + "10", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"header of two bytes after a TLV", small, kValid + "10 02",
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"TLV longer than the buffer", small, kValid + "10 03 00 01 02",
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"TLV length 0xffff", small, kId + "02 ff ff 00" + kPair, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
       // counts and string lengths above their maxima
-      {"top-level count above maximum", kId + "02 06 00 05 01 02 03 04 05" + kPair,
+      {"top-level count above maximum", small, kId + "02 06 00 05 01 02 03 04 05" + kPair,
        QMI_IDL_LIB_ARRAY_TOO_BIG},
-      {"count 255 in a 1-byte field", kId + "02 01 00 ff" + kPair, QMI_IDL_LIB_ARRAY_TOO_BIG},
-      {"nested 2-byte count above maximum",
+      {"count 255 in a 1-byte field", small, kId + "02 01 00 ff" + kPair,
+       QMI_IDL_LIB_ARRAY_TOO_BIG},
+      {"nested 2-byte count above maximum", small,
        kId + kList + "03 11 00 02 01 03 00 01 00 00 00 02 00 00 00 03 00 00 00 00",
        QMI_IDL_LIB_ARRAY_TOO_BIG},
-      {"nested 2-byte count 0x0100", kId + kList + "03 05 00 02 01 00 01 00",
+      {"nested 2-byte count 0x0100", small, kId + kList + "03 05 00 02 01 00 01 00",
        QMI_IDL_LIB_ARRAY_TOO_BIG},
-      {"nested string above maximum", kId + kList + "03 09 00 02 01 00 00 04 61 62 63 64",
+      {"nested string above maximum", small, kId + kList + "03 09 00 02 01 00 00 04 61 62 63 64",
        QMI_IDL_LIB_ARRAY_TOO_BIG},
-      {"TLV string above maximum", kValid + "11 06 00 61 62 63 64 65 66",
+      {"TLV string above maximum", small, kValid + "11 06 00 61 62 63 64 65 66",
        QMI_IDL_LIB_ARRAY_TOO_BIG},
       // TLV ids
-      {"unknown mandatory TLV", kValid + "05 01 00 00", QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
-      {"unknown mandatory TLV of length 0", "0f 00 00" + kValid, QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
-      {"duplicated mandatory TLV", kValid + kId, QMI_IDL_LIB_TLV_DUPLICATED},
-      {"duplicated optional TLV", kValid + "10 02 00 01 00 10 02 00 01 00",
+      {"unknown mandatory TLV", small, kValid + "05 01 00 00", QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
+      {"unknown mandatory TLV of length 0", small, "0f 00 00" + kValid,
+       QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
+      {"duplicated mandatory TLV", small, kValid + kId, QMI_IDL_LIB_TLV_DUPLICATED},
+      {"duplicated optional TLV", small, kValid + "10 02 00 01 00 10 02 00 01 00",
        QMI_IDL_LIB_TLV_DUPLICATED},
-      {"duplicated unknown optional TLV", kValid + "20 00 00 20 00 00", QMI_IDL_LIB_TLV_DUPLICATED},
-      {"repeat of a TLV that came before the order broke", kList + kId + kPair + kList,
+      {"duplicated unknown optional TLV", small, kValid + "20 00 00 20 00 00",
        QMI_IDL_LIB_TLV_DUPLICATED},
-      {"repeat of an in-order TLV after an unknown one", kId + "20 00 00" + kList + kPair + kId,
+      {"repeat of a TLV that came before the order broke", small, kList + kId + kPair + kList,
        QMI_IDL_LIB_TLV_DUPLICATED},
-      {"missing mandatory struct", kId + kList, QMI_IDL_LIB_MISSING_TLV},
-      {"missing mandatory first TLV", kList + kPair, QMI_IDL_LIB_MISSING_TLV},
+      {"repeat of an in-order TLV after an unknown one", small,
+       kId + "20 00 00" + kList + kPair + kId, QMI_IDL_LIB_TLV_DUPLICATED},
+      {"missing mandatory struct", small, kId + kList, QMI_IDL_LIB_MISSING_TLV},
+      {"missing mandatory first TLV", small, kList + kPair, QMI_IDL_LIB_MISSING_TLV},
       // TLV length against its element
-      {"u32 in 3 bytes", "01 03 00 44 33 22" + kList + kPair, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"u32 in 5 bytes", "01 05 00 44 33 22 11 00" + kList + kPair,
+      {"u32 in 3 bytes", small, "01 03 00 44 33 22" + kList + kPair,
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"array shorter than its count", kId + "02 02 00 02 aa" + kPair,
+      {"u32 in 5 bytes", small, "01 05 00 44 33 22 11 00" + kList + kPair,
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"array with a trailing byte", kId + "02 03 00 01 aa bb" + kPair,
+      {"array shorter than its count", small, kId + "02 02 00 02 aa" + kPair,
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"empty TLV where a count belongs", kId + "02 00 00" + kPair,
+      {"array with a trailing byte", small, kId + "02 03 00 01 aa bb" + kPair,
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"empty optional signed enum", kValid + "10 00 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"struct cut inside its count", kId + kList + "03 03 00 02 01 00",
+      {"empty TLV where a count belongs", small, kId + "02 00 00" + kPair,
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"nested string running past its TLV", kId + kList + "03 06 00 02 01 00 00 03 61",
+      {"empty optional signed enum", small, kValid + "10 00 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"struct cut inside its count", small, kId + kList + "03 03 00 02 01 00",
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"struct with a trailing byte", kId + kList + "03 06 00 02 01 00 00 00 00",
+      {"nested string running past its TLV", small, kId + kList + "03 06 00 02 01 00 00 03 61",
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"struct with a trailing byte", small, kId + kList + "03 06 00 02 01 00 00 00 00",
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      // tolerable input
+      {"unknown optional TLVs skipped", small, "20 02 00 ff ff " + kValid + "ff 00 00",
+       QMI_IDL_LIB_NO_ERR, kValid},
+      {"TLVs in any order", small, kPair + kList + kId, QMI_IDL_LIB_NO_ERR, kValid},
+      {"a TLV left behind, then sent late", small, kId + kPair + kList, QMI_IDL_LIB_NO_ERR, kValid},
+      {"empty optional TLV string", small, kValid + "11 00 00", QMI_IDL_LIB_NO_ERR,
+       kValid + "11 00 00"},
+      // a table of scalars and one optional array
+      {"generic: mandatory TLV missing", generic, gid, QMI_IDL_LIB_MISSING_TLV},
+      {"generic: array TLV one byte short", generic, gid + glen + "10 01 00 00",
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"generic: repeat after the order broke", generic, glen + gid + glen,
+       QMI_IDL_LIB_TLV_DUPLICATED},
+      {"generic: out of order, unknown optional skipped", generic, glen + "20 01 00 ff " + gid,
+       QMI_IDL_LIB_NO_ERR, gid + glen},
+      // optional TLVs between mandatory ones, in table and record orders of their own
+      {"mix: both optional TLVs absent", mix, code + pair + tail, QMI_IDL_LIB_NO_ERR,
+       code + pair + tail},
+      {"mix: unknown optional TLV between", mix, code + "12 01 00 00 " + pair + tail,
+       QMI_IDL_LIB_NO_ERR, code + pair + tail},
+      {"mix: mandatory TLV after the optional ones missing", mix, code + level + tail,
+       QMI_IDL_LIB_MISSING_TLV},
+      {"mix: last mandatory TLV missing", mix, code + level + pair, QMI_IDL_LIB_MISSING_TLV},
+      {"mix: optional TLV repeated in table order", mix, code + level + level + pair + tail,
+       QMI_IDL_LIB_TLV_DUPLICATED},
+      {"mix: optional TLV of the wrong length", mix, code + "10 01 00 fd " + pair + tail,
+       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+      {"mix: last TLV cut short", mix, code + pair + "03 02 00 09",
        QMI_IDL_LIB_LENGTH_INCONSISTENCY},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
     const std::vector<uint8_t> wire = FromHex(row.hex);
-    Small s;
-    memset(&s, 0x5A, sizeof s);
-    EXPECT_EQ(row.expected, qmi_idl_decode_elems(kSmallEi, wire.data(),
-                                                 static_cast<uint32_t>(wire.size()), &s, sizeof s));
-    EXPECT_TRUE(AllZero(&s, sizeof s)) << "record not left zeroed";
-  }
-}
-
-TEST(CodecDecodeMalformed, TolerableInputIsAccepted) {
-  struct Row {
-    const char *name;
-    std::string hex;
-  };
-  const Row rows[] = {
-      {"unknown optional TLVs skipped", "20 02 00 ff ff " + kValid + "ff 00 00"},
-      {"TLVs in any order", kPair + kList + kId},
-      {"a TLV left behind, then sent late", kId + kPair + kList},
-      {"empty optional TLV string", kValid + "11 00 00"},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    const std::vector<uint8_t> wire = FromHex(row.hex);
-    Small s;
-    memset(&s, 0x5A, sizeof s);
-    ASSERT_EQ(QMI_IDL_LIB_NO_ERR,
-              qmi_idl_decode_elems(kSmallEi, wire.data(), static_cast<uint32_t>(wire.size()), &s,
-                                   sizeof s));
-    EXPECT_EQ(0x11223344u, s.id);
-    EXPECT_EQ(0x0102, s.pair.a);
-    EXPECT_EQ(0u, s.list_len);
-    EXPECT_EQ(0, s.opt_valid);
-    EXPECT_EQ(row.hex.find("11 00 00") != std::string::npos ? 1 : 0, s.name_valid);
-    EXPECT_STREQ("", s.name);
+    const auto wire_len = static_cast<uint32_t>(wire.size());
+    const uint32_t size = row.table.record_size;
+    std::vector<uint8_t> rec(size, 0x5A), zeroed(size, 0);
+    EXPECT_EQ(row.expected,
+              qmi_idl_decode_elems(row.table.ei, wire.data(), wire_len, rec.data(), size));
+    if (row.expected != QMI_IDL_LIB_NO_ERR) {
+      EXPECT_TRUE(codec_test::AllZero(rec.data(), size)) << "record not left zeroed";
+      continue;
+    }
+    qmi_idl_decode_elems(row.table.ei, wire.data(), wire_len, zeroed.data(), size);
+    EXPECT_TRUE(rec == zeroed) << "fields the message does not fill left unzeroed";
+    std::vector<uint8_t> again(qmi_ei_max_len(row.table.ei));
+    uint32_t n = 0;
+    ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(row.table.ei, rec.data(), size, again.data(),
+                                                       static_cast<uint32_t>(again.size()), &n));
+    again.resize(n);
+    EXPECT_EQ(Hex(FromHex(row.canon)), Hex(again));
   }
 }
 
@@ -180,91 +202,6 @@ TEST(CodecEncodeRefused, OutputBufferTooSmall) {
     ASSERT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
               qmi_idl_encode_elems(kAllKindsEi, &full, sizeof full, buf.data(), len, &n));
     for (uint32_t i = len; i < buf.size(); ++i) ASSERT_EQ(0xEE, buf[i]) << "byte " << i;
-  }
-}
-
-// The generic record's table (scalars and one optional array): every way a peer can get it
-// wrong, in table order and out of it.
-TEST(CodecDecodeMalformed, GenericTableRefusesEveryFault) {
-  const std::string id = "01 04 00 02 00 00 00 ";
-  const std::string len = "02 04 00 03 00 00 00 ";
-  struct Row {
-    const char *name;
-    std::string hex;
-    int32_t expected;
-  };
-  const Row rows[] = {
-      {"empty area", "", QMI_IDL_LIB_MISSING_TLV},
-      {"second mandatory TLV missing", id, QMI_IDL_LIB_MISSING_TLV},
-      {"u32 TLV of 3 bytes", "01 03 00 02 00 00 " + len, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"array TLV one byte short", id + len + "10 01 00 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"header cut short", id + len + "10 26", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"TLV longer than the buffer", id + len + "10 26 02 00", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"repeat in table order", id + id + len, QMI_IDL_LIB_TLV_DUPLICATED},
-      {"repeat after the order broke", len + id + len, QMI_IDL_LIB_TLV_DUPLICATED},
-      {"unknown mandatory TLV", "05 00 00 " + id + len, QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
-      {"out of order, unknown optional skipped", len + "20 01 00 ff " + id, QMI_IDL_LIB_NO_ERR},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    const std::vector<uint8_t> wire = FromHex(row.hex);
-    Generic g;
-    memset(&g, 0xAB, sizeof g);
-    ASSERT_EQ(row.expected, qmi_idl_decode_elems(kGenericEi, wire.data(),
-                                                 static_cast<uint32_t>(wire.size()), &g, sizeof g));
-    if (row.expected != QMI_IDL_LIB_NO_ERR) {
-      EXPECT_TRUE(AllZero(&g, sizeof g));
-      continue;
-    }
-    EXPECT_EQ(2u, g.id);
-    EXPECT_EQ(3u, g.data_len);
-    EXPECT_EQ(0, g.data_valid);
-    EXPECT_TRUE(AllZero(g.data, sizeof g.data)) << "absent optional TLV left unzeroed";
-  }
-}
-
-// A table whose optional TLVs sit between mandatory ones: leaving out an optional TLV is fine,
-// leaving out a mandatory one or repeating any is not, even in table order.
-TEST(CodecDecodeMalformed, OptionalGapsBetweenMandatoryTlvs) {
-  const std::string code = "01 04 00 04 03 02 01 ";
-  const std::string level = "10 02 00 fd ff ";
-  const std::string pair = "02 04 00 06 05 08 07 ";
-  const std::string tail = "03 01 00 09 ";
-  struct Row {
-    const char *name;
-    std::string hex;
-    int32_t expected;
-  };
-  const Row rows[] = {
-      {"both optional TLVs absent", code + pair + tail, QMI_IDL_LIB_NO_ERR},
-      {"unknown optional TLV between", code + "12 01 00 00 " + pair + tail, QMI_IDL_LIB_NO_ERR},
-      {"mandatory TLV after the optional ones missing", code + level + tail,
-       QMI_IDL_LIB_MISSING_TLV},
-      {"last mandatory TLV missing", code + level + pair, QMI_IDL_LIB_MISSING_TLV},
-      {"optional TLV repeated in table order", code + level + level + pair + tail,
-       QMI_IDL_LIB_TLV_DUPLICATED},
-      {"optional TLV of the wrong length", code + "10 01 00 fd " + pair + tail,
-       QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-      {"last TLV cut short", code + pair + "03 02 00 09", QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    const std::vector<uint8_t> wire = FromHex(row.hex);
-    PlainMix mix;
-    memset(&mix, 0xAB, sizeof mix);
-    ASSERT_EQ(row.expected,
-              qmi_idl_decode_elems(kPlainMixEi, wire.data(), static_cast<uint32_t>(wire.size()),
-                                   &mix, sizeof mix));
-    if (row.expected != QMI_IDL_LIB_NO_ERR) {
-      EXPECT_TRUE(AllZero(&mix, sizeof mix));
-      continue;
-    }
-    auto want = Zeroed<PlainMix>();
-    want.code = 0x01020304;
-    want.pair[0] = 0x0506;
-    want.pair[1] = 0x0708;
-    want.tail = 9;
-    EXPECT_EQ(0, memcmp(&want, &mix, sizeof mix)) << "absent optional TLVs left unzeroed";
   }
 }
 
