@@ -12,8 +12,15 @@
 #include <gtest/gtest.h>
 
 #include "codec_tables.h"
+#include "common_v01.h"
 
 namespace codec_test {
+
+// The standard response alone: two 4-byte enums in the record, two u16 on the wire.
+struct Resp {
+  qmi_response_type_v01 resp;
+};
+constexpr qmi_elem_info kRespEi[] = {QMI_TLV_RESPONSE(Resp, resp), QMI_EI_END};
 
 // "01 0a ff" -> bytes; spaces are ignored.
 inline std::vector<uint8_t> FromHex(const std::string &hex) {
