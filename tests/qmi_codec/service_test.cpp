@@ -28,58 +28,64 @@ const qmi_idl_service_object kService = {
     6, 1, 3, 0xFFE4, 567, {2, 2, 0}, {kReqs, kResps, nullptr}, &kParent};
 
 TEST(CodecService, MessagesFoundByTypeAndIdThroughTheParent) {
+  const int32_t kOk = QMI_IDL_LIB_NO_ERR, kNotFound = QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND,
+                kParam = QMI_IDL_LIB_PARAMETER_ERROR;
+  const uint32_t small_max = qmi_ei_max_len(kSmallEi), generic_max = qmi_ei_max_len(kGenericEi);
   struct Row {
     const char *name;
     qmi_idl_service_object_type service;
     int type;
     uint16_t id;
     int32_t expected;
-    uint32_t c_struct;
+    uint32_t c_struct, max_len;
   };
   const Row rows[] = {
-      {"request", &kService, QMI_IDL_REQUEST, 0x20, QMI_IDL_LIB_NO_ERR, sizeof(Small)},
-      {"empty request", &kService, QMI_IDL_REQUEST, 0x21, QMI_IDL_LIB_NO_ERR, 1},
-      {"response", &kService, QMI_IDL_RESPONSE, 0x21, QMI_IDL_LIB_NO_ERR, sizeof(Generic)},
-      {"indication of the parent", &kService, QMI_IDL_INDICATION, 0x30, QMI_IDL_LIB_NO_ERR,
-       sizeof(Generic)},
-      {"id of another type", &kService, QMI_IDL_INDICATION, 0x20, QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND,
-       0},
-      {"unknown id", &kService, QMI_IDL_REQUEST, 0x22, QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, 0},
-      {"parent does not see the child", &kParent, QMI_IDL_REQUEST, 0x20,
-       QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, 0},
-      {"type out of range", &kService, QMI_IDL_NUM_MSG_TYPES, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
-      {"no service", nullptr, QMI_IDL_REQUEST, 0x20, QMI_IDL_LIB_PARAMETER_ERROR, 0},
+      {"request", &kService, QMI_IDL_REQUEST, 0x20, kOk, sizeof(Small), small_max},
+      {"empty request", &kService, QMI_IDL_REQUEST, 0x21, kOk, 1, 0},
+      {"response", &kService, QMI_IDL_RESPONSE, 0x21, kOk, sizeof(Generic), generic_max},
+      {"indication of the parent", &kService, QMI_IDL_INDICATION, 0x30, kOk, sizeof(Generic),
+       generic_max},
+      {"id of another type", &kService, QMI_IDL_INDICATION, 0x20, kNotFound, 0, 0},
+      {"unknown id", &kService, QMI_IDL_REQUEST, 0x22, kNotFound, 0, 0},
+      {"parent does not see the child", &kParent, QMI_IDL_REQUEST, 0x20, kNotFound, 0, 0},
+      {"type out of range", &kService, QMI_IDL_NUM_MSG_TYPES, 0x20, kParam, 0, 0},
+      {"no service", nullptr, QMI_IDL_REQUEST, 0x20, kParam, 0, 0},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
     const auto type = static_cast<qmi_idl_type_of_message_type>(row.type);
-    uint32_t c_struct = 0;
-    uint32_t max_len = 0;
+    uint32_t c_struct = 0, max_len = 0, n = 0;
     EXPECT_EQ(row.expected, qmi_idl_get_message_c_struct_len(row.service, type, row.id, &c_struct));
     EXPECT_EQ(row.expected, qmi_idl_get_max_message_len(row.service, type, row.id, &max_len));
     EXPECT_EQ(row.c_struct, c_struct);
+    EXPECT_EQ(row.max_len, max_len);
     uint8_t rec[sizeof(Generic)] = {};
     uint8_t buf[600];
-    uint32_t n = 0;
     EXPECT_EQ(row.expected, qmi_idl_message_encode(row.service, type, row.id, rec, sizeof rec, buf,
                                                    sizeof buf, &n));
   }
+  EXPECT_EQ(kParam, qmi_idl_get_message_c_struct_len(&kService, QMI_IDL_REQUEST, 0x20, nullptr));
 }
 
 TEST(CodecService, ServiceFacts) {
-  uint32_t v = 0;
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_get_service_id(&kService, &v));
-  EXPECT_EQ(0xFFE4u, v);
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_get_idl_version(&kService, &v));
-  EXPECT_EQ(1u, v);
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_get_max_service_len(&kService, &v));
-  EXPECT_EQ(567u, v);
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_get_max_message_len(&kService, QMI_IDL_REQUEST, 0x20, &v));
-  EXPECT_EQ(qmi_ei_max_len(kSmallEi), v);
-  EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, qmi_idl_get_service_id(nullptr, &v));
-  EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, qmi_idl_get_idl_version(&kService, nullptr));
-  EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR,
-            qmi_idl_get_message_c_struct_len(&kService, QMI_IDL_REQUEST, 0x20, nullptr));
+  struct Row {
+    const char *name;
+    int32_t (*get)(qmi_idl_service_object_type, uint32_t *);
+    uint32_t expected;
+  };
+  const Row rows[] = {
+      {"service id", qmi_idl_get_service_id, 0xFFE4},
+      {"major version", qmi_idl_get_idl_version, 1},
+      {"largest message", qmi_idl_get_max_service_len, 567},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    uint32_t v = 0;
+    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, row.get(&kService, &v));
+    EXPECT_EQ(row.expected, v);
+    EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, row.get(nullptr, &v));
+    EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, row.get(&kService, nullptr));
+  }
 }
 
 TEST(CodecService, RecordSizesCheckedAgainstTheMessage) {
