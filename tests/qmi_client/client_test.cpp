@@ -92,11 +92,14 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
     return h;
   }
 
-  int Echo(qmi_client_type h, uint32_t value, unsigned timeout_ms, echo::EchoResp *resp) {
+  // An echo of `value`; its response lands in `resp` when given.
+  static int Echo(qmi_client_type h, uint32_t value, unsigned timeout_ms = 2000,
+                  echo::EchoResp *resp = nullptr) {
     echo::EchoReq req{};
+    echo::EchoResp scratch{};
     req.value = value;
-    return qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), resp, sizeof(*resp),
-                                    timeout_ms);
+    return qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), resp ? resp : &scratch,
+                                    sizeof(scratch), timeout_ms);
   }
 
   void Forget(qmi_client_type h) {
@@ -120,10 +123,7 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
   // An echo on `h` that the modem receives and never answers, still waiting.
   std::future<int> UnansweredEcho(qmi_client_type h) {
     modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kNoAnswer, 0, 0, 1});
-    auto waiter = std::async(std::launch::async, [this, h] {
-      echo::EchoResp resp{};
-      return Echo(h, 1, 10000, &resp);
-    });
+    auto waiter = std::async(std::launch::async, [h] { return Echo(h, 1, 10000); });
     EXPECT_TRUE(modem_.WaitReceived(echo::kServiceId, 1, 3000));
     return waiter;
   }
@@ -212,7 +212,7 @@ TEST_P(ClientTest, RestartWakesWaiterAndFiresErrorCallbackOnce) {
   }
   // The handle stays dead although the service is back; a new client works.
   echo::EchoResp resp{};
-  EXPECT_EQ(QMI_SERVICE_ERR, Echo(h, 2, 1000, &resp));
+  EXPECT_EQ(QMI_SERVICE_ERR, Echo(h, 2, 1000));
   EXPECT_EQ(QMI_SERVICE_ERR, qmi_client_register_error_cb(h, ErrCb, &observed));
   qmi_client_type again = Open();
   ASSERT_NE(nullptr, again);
@@ -220,17 +220,29 @@ TEST_P(ClientTest, RestartWakesWaiterAndFiresErrorCallbackOnce) {
   EXPECT_EQ(3u, resp.value);
 }
 
-TEST_P(ClientTest, InitInstanceWaitsForAServiceThatAppearsLater) {
+// While the service is absent: an instance times out, the list is empty and a notifier's signal
+// stays down. When it appears, a waiting instance and a waiting signal wake; once it is gone
+// again, the signal falls.
+TEST_P(ClientTest, ClientsAndNotifierWaitForAServiceThatAppearsLater) {
   ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
   ASSERT_TRUE(ServersSeen(0));
-  qmi_client_type h = nullptr;
+  qmi_client_os_params sig;
+  memset(&sig, 0, sizeof(sig));
+  qmi_client_type notifier = nullptr, h = nullptr;
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_notifier_init(echo::ServiceObject(), &sig, &notifier));
+  handles_.push_back(notifier);
+  EXPECT_EQ(QMI_TIMEOUT_ERR, qmi_cci_os_signal_wait(&sig, 20));
+  EXPECT_EQ(1, sig.timed_out);
   EXPECT_EQ(QMI_TIMEOUT_ERR,
             qmi_client_init_instance(echo::ServiceObject(), QMI_CLIENT_INSTANCE_ANY, nullptr,
                                      nullptr, nullptr, 30, &h));
-  unsigned count = 99;
+  unsigned num_services = 99, num_entries = 4;
   EXPECT_EQ(QMI_SERVICE_ERR,
-            qmi_client_get_service_list(echo::ServiceObject(), nullptr, nullptr, &count));
-  EXPECT_EQ(0u, count);
+            qmi_client_get_service_list(echo::ServiceObject(), nullptr, nullptr, &num_services));
+  EXPECT_EQ(0u, num_services);
+
+  auto signalled =
+      std::async(std::launch::async, [&] { return qmi_cci_os_signal_wait(&sig, 3000); });
   auto appear = std::async(std::launch::async, [&] {
     std::this_thread::sleep_for(150ms);
     modem_.SetPresent(echo::kServiceId, true);
@@ -239,36 +251,21 @@ TEST_P(ClientTest, InitInstanceWaitsForAServiceThatAppearsLater) {
   h = Open(nullptr, 5000);
   ASSERT_NE(nullptr, h);
   EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
-  echo::EchoResp resp{};
-  EXPECT_EQ(QMI_NO_ERR, Echo(h, 5, 2000, &resp));
-}
-
-TEST_P(ClientTest, NotifierSignalAndServiceListFollowTheService) {
-  ASSERT_EQ(QMI_NO_ERR, modem_.SetPresent(echo::kServiceId, false));
-  ASSERT_TRUE(ServersSeen(0));
-  qmi_client_os_params sig;
-  memset(&sig, 0, sizeof(sig));
-  qmi_client_type notifier = nullptr;
-  ASSERT_EQ(QMI_NO_ERR, qmi_client_notifier_init(echo::ServiceObject(), &sig, &notifier));
-  handles_.push_back(notifier);
-  EXPECT_EQ(QMI_TIMEOUT_ERR, qmi_cci_os_signal_wait(&sig, 20));
-  EXPECT_EQ(1, sig.timed_out);
-  modem_.SetPresent(echo::kServiceId, true);
-  EXPECT_EQ(QMI_NO_ERR, qmi_cci_os_signal_wait(&sig, 2000));
+  EXPECT_EQ(QMI_NO_ERR, Echo(h, 5));
+  EXPECT_EQ(QMI_NO_ERR, signalled.get());
   EXPECT_EQ(0, sig.timed_out);
   EXPECT_EQ(1, sig.sig_set);  // set while a server is up; the wait does not clear it
-  unsigned num_services = 0, num_entries = 4;
+
   qmi_service_info infos[4];
   ASSERT_EQ(QMI_NO_ERR,
             qmi_client_get_service_list(echo::ServiceObject(), infos, &num_entries, &num_services));
   EXPECT_EQ(1u, num_services);
   ASSERT_EQ(1u, num_entries);
-  qmi_client_type h = nullptr;
-  ASSERT_EQ(QMI_NO_ERR,
-            qmi_client_init(&infos[0], echo::ServiceObject(), nullptr, nullptr, nullptr, &h));
-  handles_.push_back(h);
-  echo::EchoResp resp{};
-  EXPECT_EQ(QMI_NO_ERR, Echo(h, 6, 2000, &resp));
+  qmi_client_type from_info = nullptr;
+  ASSERT_EQ(QMI_NO_ERR, qmi_client_init(&infos[0], echo::ServiceObject(), nullptr, nullptr, nullptr,
+                                        &from_info));
+  handles_.push_back(from_info);
+  EXPECT_EQ(QMI_NO_ERR, Echo(from_info, 6));
   // An info of another service is refused.
   qmi_client_type other = nullptr;
   EXPECT_EQ(QMI_CLIENT_PARAM_ERR,
@@ -304,7 +301,7 @@ TEST_P(ClientTest, FaultsReachTheCallerAsTransportErrorOrModemResult) {
   echo::EchoResp resp{};
   modem_.SetFault(echo::kServiceId, echo::kEcho,
                   Fault{Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1});
-  EXPECT_EQ(QMI_CLIENT_TRANSPORT_ERR, Echo(h, 1, 2000, &resp));
+  EXPECT_EQ(QMI_CLIENT_TRANSPORT_ERR, Echo(h, 1));
   modem_.SetFault(echo::kServiceId, echo::kEcho, Fault{Fault::kResult, 0x0030, 0, 1});
   ASSERT_EQ(QMI_NO_ERR, Echo(h, 2, 2000, &resp));
   EXPECT_EQ(1, resp.resp.result);
@@ -348,8 +345,7 @@ TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
   EXPECT_EQ(QMI_NO_ERR, rc.get());
   std::this_thread::sleep_for(100ms);
   EXPECT_EQ(0, ctx.after_release.load());  // 49 indications were queued behind the release
-  echo::EchoResp echo_resp{};
-  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, Echo(h, 1, 100, &echo_resp));
+  EXPECT_EQ(QMI_CLIENT_INVALID_CLNT, Echo(h, 1, 100));
 }
 
 TEST_P(ClientTest, ReleaseFromAnotherThreadWakesAWaitingSend) {
