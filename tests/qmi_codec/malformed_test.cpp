@@ -1,12 +1,17 @@
-// Input the codec must refuse, grouped by where it goes wrong, with the code each path gives.
-// A refused decode leaves the record all zero; a refused encode writes nothing past its buffer.
+// Input the codec must refuse, grouped by where it goes wrong, with the code each path gives, next
+// to input it must take. A refused decode leaves the record all zero; a refused encode writes
+// nothing past its buffer. The decode rows include the seeds of the decoder's fuzz target.
 #include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
 
 #include "codec_test_util.h"
 
 namespace {
 
 using namespace codec_tables;
+using codec_test::Encoded;
 using codec_test::FromHex;
 using codec_test::Hex;
 using codec_test::Zeroed;
@@ -21,25 +26,49 @@ constexpr int32_t kOk = QMI_IDL_LIB_NO_ERR, kLen = QMI_IDL_LIB_LENGTH_INCONSISTE
                   kBig = QMI_IDL_LIB_ARRAY_TOO_BIG, kDup = QMI_IDL_LIB_TLV_DUPLICATED,
                   kMissing = QMI_IDL_LIB_MISSING_TLV, kUnknown = QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
 
-// Decodes each row's bytes with its table. A refused row leaves the record all zero; an accepted
-// one zeroes everything it does not fill (the record comes out the same from two different
-// fillings) and re-encodes to `canon`.
-TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
+// The bytes of a row: hex text, or bytes made by the encoder.
+struct Wire {
+  std::vector<uint8_t> bytes;
+  Wire(const char *hex) : bytes(FromHex(hex)) {}
+  Wire(const std::string &hex) : bytes(FromHex(hex)) {}
+  Wire(std::vector<uint8_t> b) : bytes(std::move(b)) {}
+};
+
+struct Row {
+  const char *name;
+  FuzzTable table;
+  Wire wire;
+  int32_t expected;
+  Wire canon = "";             // what an accepted message encodes to again
+  const char *seed = nullptr;  // its file name when the row is a seed of the decoder's fuzz target
+};
+
+std::vector<Row> DecodeRows() {
   const FuzzTable sm{kSmallEi, sizeof(Small)}, gen{kGenericEi, sizeof(Generic)},
-      mix{kPlainMixEi, sizeof(PlainMix)}, resp{codec_test::kRespEi, sizeof(codec_test::Resp)};
+      mix{kPlainMixEi, sizeof(PlainMix)}, all{kAllKindsEi, sizeof(AllKinds)},
+      agg{kAggIndEi, sizeof(AggInd)}, resp{codec_test::kRespEi, sizeof(codec_test::Resp)};
   const std::string gid = "01 04 00 02 00 00 00 ", glen = "02 04 00 03 00 00 00 ";
   // PlainMix: code, the optional level and stamp, pair, tail.
   const std::string code = "01 04 00 04 03 02 01 ", level = "10 02 00 fd ff ",
                     stamp = "11 08 00 88 77 66 55 44 33 22 11 ", pair = "02 04 00 06 05 08 07 ",
                     tail = "03 01 00 09 ", mixed = code + pair + tail;
-  struct Row {
-    const char *name;
-    FuzzTable table;
-    std::string hex;
-    int32_t expected;
-    std::string canon = "";
-  };
-  const Row rows[] = {
+  const std::string small_full =
+      "01 04 00 44 33 22 11 02 03 00 02 aa bb 03 0b 00 02 01 01 00 05 00 00 00 02 68 69 "
+      "10 02 00 fe ff 11 02 00 6f 6b ";
+  const std::vector<uint8_t> full = Encoded(kAllKindsEi, codec_test::FilledAllKinds(true)),
+                             partial = Encoded(kAllKindsEi, codec_test::FilledAllKinds(false));
+  auto aggs_rec = Zeroed<AggInd>();
+  aggs_rec.list[0].n = 5;
+  aggs_rec.list[9].n = 1;
+  aggs_rec.list[9].items[0].stamp = 7;
+  auto generic_rec = Zeroed<Generic>();
+  generic_rec.id = 2;
+  generic_rec.data_len = 4;
+  generic_rec.data_valid = 1;
+  memcpy(generic_rec.data, "\x01\x02\x03\x04", 4);
+  const std::vector<uint8_t> aggs = Encoded(kAggIndEi, aggs_rec),
+                             generic = Encoded(kGenericEi, generic_rec);
+  return {
       // TLV framing
       {"empty area lacks every mandatory TLV", sm, "", kMissing},
       {"header of one byte after a TLV", sm, kValid + "10", kLen},
@@ -76,33 +105,57 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
       {"struct cut inside its count", sm, kId + kList + "03 03 00 02 01 00", kLen},
       {"nested string running past its TLV", sm, kId + kList + "03 06 00 02 01 00 00 03 61", kLen},
       {"struct with a trailing byte", sm, kId + kList + "03 06 00 02 01 00 00 00 00", kLen},
+      {"count 9 in a 1-byte field, struct missing", sm, "01 04 00 00 00 00 00 02 02 00 09 00", kBig,
+       "", "small_count_too_big"},
+      {"mandatory TLV twice in a row", sm, "01 04 00 00 00 00 00 01 04 00 00 00 00 00", kDup, "",
+       "small_duplicated"},
+      {"unknown mandatory TLV alone", sm, "07 01 00 00", kUnknown, "", "small_unknown_mandatory"},
       // tolerable input
+      {"every kind, unknown optional TLV at the end", sm, small_full + "20 01 00 00", kOk,
+       small_full, "small_valid"},
       {"unknown optional TLVs skipped", sm, "20 02 00 ff ff " + kValid + "ff 00 00", kOk, kValid},
       {"TLVs in any order", sm, kPair + kList + kId, kOk, kValid},
       {"a TLV left behind, then sent late", sm, kId + kPair + kList, kOk, kValid},
       {"empty optional TLV string", sm, kValid + "11 00 00", kOk, kValid + "11 00 00"},
       {"enums of two bytes sign-extended into four", resp, "02 04 00 ff ff 00 80", kOk,
        "02 04 00 ff ff 00 80"},
+      // well-formed messages of the other tables
+      {"every kind at its maximum", all, full, kOk, full, "all_kinds_full"},
+      {"every kind partly filled", all, partial, kOk, partial, "all_kinds_partial"},
+      {"every kind cut in half", all,
+       std::vector<uint8_t>(partial.begin(), partial.begin() + partial.size() / 2), kLen, "",
+       "all_kinds_truncated"},
+      {"aggregates", agg, aggs, kOk, aggs, "agg_indication"},
+      {"generic record with data", gen, generic, kOk, generic, "generic_with_data"},
       // a table of scalars and one optional array
       {"generic: mandatory TLV missing", gen, gid, kMissing},
-      {"generic: array TLV one byte short", gen, gid + glen + "10 01 00 00", kLen},
+      {"generic: array TLV one byte short", gen, gid + "02 04 00 00 00 00 00 10 01 00 00", kLen, "",
+       "generic_short_data"},
       {"generic: repeat after the order broke", gen, glen + gid + glen, kDup},
       {"generic: out of order, unknown optional skipped", gen, glen + "20 01 00 ff " + gid, kOk,
        gid + glen},
       // optional TLVs between mandatory ones, in a table order unlike the record's
       {"mix: both optional TLVs absent", mix, mixed, kOk, mixed},
       {"mix: unknown optional TLV between", mix, code + "12 01 00 00 " + pair + tail, kOk, mixed},
-      {"mix: reordered, both optional TLVs present", mix, tail + stamp + code + pair + level, kOk,
-       code + level + stamp + pair + tail},
+      {"mix: both optional TLVs present", mix, code + level + stamp + pair + tail, kOk,
+       code + level + stamp + pair + tail, "plain_mix_in_order"},
+      {"mix: reordered, one optional TLV present", mix, tail + stamp + code + pair, kOk,
+       code + stamp + pair + tail, "plain_mix_reordered"},
       {"mix: mandatory TLV after the optional ones missing", mix, code + level + tail, kMissing},
       {"mix: last mandatory TLV missing", mix, code + level + pair, kMissing},
       {"mix: optional TLV repeated in table order", mix, code + level + level + pair + tail, kDup},
       {"mix: optional TLV of the wrong length", mix, code + "10 01 00 fd " + pair + tail, kLen},
       {"mix: last TLV cut short", mix, code + pair + "03 02 00 09", kLen},
   };
-  for (const Row &row : rows) {
+}
+
+// Decodes each row's bytes with its table. A refused row leaves the record all zero; an accepted
+// one zeroes everything it does not fill (the record comes out the same from two different
+// fillings) and encodes to `canon` again.
+TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
+  for (const Row &row : DecodeRows()) {
     SCOPED_TRACE(row.name);
-    const std::vector<uint8_t> wire = FromHex(row.hex);
+    const std::vector<uint8_t> &wire = row.wire.bytes;
     const auto wire_len = static_cast<uint32_t>(wire.size());
     const FuzzTable &t = row.table;
     std::vector<uint8_t> rec(t.record_size, 0x5A), zeroed(t.record_size, 0);
@@ -114,13 +167,34 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
     }
     qmi_idl_decode_elems(t.ei, wire.data(), wire_len, zeroed.data(), t.record_size);
     EXPECT_TRUE(rec == zeroed) << "fields the message does not fill left unzeroed";
-    std::vector<uint8_t> again(qmi_ei_max_len(t.ei));
-    uint32_t n = 0;
-    ASSERT_EQ(kOk, qmi_idl_encode_elems(t.ei, rec.data(), t.record_size, again.data(),
-                                        static_cast<uint32_t>(again.size()), &n));
-    again.resize(n);
-    EXPECT_EQ(Hex(FromHex(row.canon)), Hex(again));
+    EXPECT_EQ(Hex(row.canon.bytes), Hex(Encoded(t.ei, rec)));
   }
+}
+
+// The rows named as seeds. With TARVIK_QMI_SEED_DIR set they are written there as the decoder's
+// fuzz corpus: a selector byte choosing the table, then the TLV area.
+TEST(CodecSeedCorpus, SeedsDecodeAsExpected) {
+  const char *out_dir = getenv("TARVIK_QMI_SEED_DIR");
+  int seeds = 0;
+  for (const Row &row : DecodeRows()) {
+    if (row.seed == nullptr) continue;
+    SCOPED_TRACE(row.seed);
+    ++seeds;
+    uint8_t selector = 0;
+    while (selector < 5 && FuzzTableFor(selector).ei != row.table.ei) ++selector;
+    ASSERT_LT(selector, 5) << "a table the fuzz target does not pick";
+    std::vector<uint8_t> rec(row.table.record_size);
+    const std::vector<uint8_t> &wire = row.wire.bytes;
+    EXPECT_EQ(row.expected,
+              qmi_idl_decode_elems(row.table.ei, wire.data(), static_cast<uint32_t>(wire.size()),
+                                   rec.data(), row.table.record_size));
+    if (out_dir == nullptr) continue;
+    std::ofstream f(std::string(out_dir) + "/" + row.seed, std::ios::binary);
+    f.put(static_cast<char>(selector));
+    f.write(reinterpret_cast<const char *>(wire.data()), static_cast<std::streamsize>(wire.size()));
+    ASSERT_TRUE(f.good());
+  }
+  EXPECT_EQ(12, seeds);
 }
 
 // Every cut of the largest message: encoding into a buffer that short is refused without a
