@@ -4,7 +4,6 @@
 #include <stddef.h>
 #include <string.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -100,10 +99,6 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
     req.value = value;
     return qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), resp ? resp : &scratch,
                                     sizeof(scratch), timeout_ms);
-  }
-
-  void Forget(qmi_client_type h) {
-    handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
   }
 
   // Service events and late responses travel asynchronously: polls `pred` for up to 3 s.
@@ -351,7 +346,7 @@ TEST_P(ClientTest, ReleaseStopsCallbacksAndMayRunInsideOne) {
 TEST_P(ClientTest, ReleaseFromAnotherThreadWakesAWaitingSend) {
   qmi_client_type h = Open();
   ASSERT_NE(nullptr, h);
-  Forget(h);
+  handles_.clear();  // released below
   auto waiter = UnansweredEcho(h);
   EXPECT_EQ(QMI_NO_ERR, qmi_client_release(h));
   ASSERT_EQ(std::future_status::ready, waiter.wait_for(3s));
