@@ -38,9 +38,9 @@ struct Observed {
   std::thread::id thread;
 
   template <typename Pred>
-  bool WaitFor(Pred pred, std::chrono::milliseconds limit = 3000ms) {
+  bool WaitFor(Pred pred) {
     std::unique_lock<std::mutex> lock(mu);
-    return cv.wait_for(lock, limit, pred);
+    return cv.wait_for(lock, 3s, pred);
   }
 };
 
@@ -148,9 +148,7 @@ TEST_P(ClientTest, EveryElementKindTravelsBothWays) {
   req.inner.level = -2;
   req.inner.stamp = 0x0102030405060708ull;
   req.inner.list_len = 3;
-  req.inner.list[0] = 11;
-  req.inner.list[1] = 22;
-  req.inner.list[2] = 33;
+  for (uint16_t i = 0; i < 3; ++i) req.inner.list[i] = static_cast<uint16_t>(11 * (i + 1));
   echo::EchoResp resp{};
   ASSERT_EQ(QMI_NO_ERR,
             qmi_client_send_msg_sync(h, echo::kEcho, &req, sizeof(req), &resp, sizeof(resp), 2000));
