@@ -171,9 +171,10 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
   }
 }
 
-// The rows named as seeds. With TARVIK_QMI_SEED_DIR set they are written there as the decoder's
-// fuzz corpus: a selector byte choosing the table, then the TLV area.
-TEST(CodecSeedCorpus, SeedsDecodeAsExpected) {
+// The rows named as seeds (checked above like every row) and the tables the fuzz target picks
+// for them. With TARVIK_QMI_SEED_DIR set they are written there as the decoder's fuzz corpus: a
+// selector byte choosing the table, then the TLV area.
+TEST(CodecSeedCorpus, EverySeedHasATableOfTheFuzzTarget) {
   const char *out_dir = getenv("TARVIK_QMI_SEED_DIR");
   int seeds = 0;
   for (const Row &row : DecodeRows()) {
@@ -183,12 +184,8 @@ TEST(CodecSeedCorpus, SeedsDecodeAsExpected) {
     uint8_t selector = 0;
     while (selector < 5 && FuzzTableFor(selector).ei != row.table.ei) ++selector;
     ASSERT_LT(selector, 5) << "a table the fuzz target does not pick";
-    std::vector<uint8_t> rec(row.table.record_size);
-    const std::vector<uint8_t> &wire = row.wire.bytes;
-    EXPECT_EQ(row.expected,
-              qmi_idl_decode_elems(row.table.ei, wire.data(), static_cast<uint32_t>(wire.size()),
-                                   rec.data(), row.table.record_size));
     if (out_dir == nullptr) continue;
+    const std::vector<uint8_t> &wire = row.wire.bytes;
     std::ofstream f(std::string(out_dir) + "/" + row.seed, std::ios::binary);
     f.put(static_cast<char>(selector));
     f.write(reinterpret_cast<const char *>(wire.data()), static_cast<std::streamsize>(wire.size()));
