@@ -5,14 +5,22 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "codec_tables.h"
+#include "common_v01.h"
 
 namespace codec_test {
+
+// The standard response alone: two 4-byte enums in the record, two u16 on the wire.
+struct Resp {
+  qmi_response_type_v01 resp;
+};
+constexpr qmi_elem_info kRespEi[] = {QMI_TLV_RESPONSE(Resp, resp), QMI_EI_END};
 
 // "01 0a ff" -> bytes; spaces are ignored.
 inline std::vector<uint8_t> FromHex(const std::string &hex) {
@@ -26,18 +34,15 @@ inline std::vector<uint8_t> FromHex(const std::string &hex) {
 }
 
 // Bytes -> "01 0a ff", so that a mismatch prints as a readable diff.
-inline std::string Hex(const uint8_t *p, size_t n) {
+inline std::string Hex(const std::vector<uint8_t> &v) {
   static const char kDigits[] = "0123456789abcdef";
   std::string out;
-  for (size_t i = 0; i < n; ++i) {
-    if (i != 0) out += ' ';
-    out += kDigits[p[i] >> 4];
-    out += kDigits[p[i] & 15];
+  for (uint8_t b : v) {
+    if (!out.empty()) out += ' ';
+    out += kDigits[b >> 4];
+    out += kDigits[b & 15];
   }
   return out;
-}
-inline std::string Hex(const std::vector<uint8_t> &v) {
-  return Hex(v.data(), v.size());
 }
 
 // A record zeroed to the last padding byte, so that records compare with memcmp.
@@ -48,15 +53,38 @@ T Zeroed() {
   return r;
 }
 
-// The encoding of `rec` with `ei`; a failure is a test failure (and an empty result).
 template <typename T>
-std::vector<uint8_t> Encoded(const qmi_elem_info *ei, const T &rec) {
+std::vector<uint8_t> Bytes(const T &r) {
+  const uint8_t *p = reinterpret_cast<const uint8_t *>(&r);
+  return std::vector<uint8_t>(p, p + sizeof r);
+}
+
+// The bytes of a zeroed T after `fill`.
+template <typename T, typename Fill>
+std::vector<uint8_t> Rec(Fill fill) {
+  T r = Zeroed<T>();
+  fill(r);
+  return Bytes(r);
+}
+
+inline bool AllZero(const void *p, size_t n) {
+  const uint8_t *b = static_cast<const uint8_t *>(p);
+  return std::all_of(b, b + n, [](uint8_t v) { return v == 0; });
+}
+
+// The encoding of a record with `ei`; a failure is a test failure (and an empty result).
+inline std::vector<uint8_t> Encoded(const qmi_elem_info *ei, const std::vector<uint8_t> &rec) {
   std::vector<uint8_t> wire(qmi_ei_max_len(ei));
   uint32_t n = 0;
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(ei, &rec, sizeof rec, wire.data(),
-                                                     static_cast<uint32_t>(wire.size()), &n));
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
+            qmi_idl_encode_elems(ei, rec.data(), static_cast<uint32_t>(rec.size()), wire.data(),
+                                 static_cast<uint32_t>(wire.size()), &n));
   wire.resize(n);
   return wire;
+}
+template <typename T>
+std::vector<uint8_t> Encoded(const qmi_elem_info *ei, const T &rec) {
+  return Encoded(ei, Bytes(rec));
 }
 
 inline void FillMid(codec_tables::Mid &m, uint32_t seed, bool full) {

@@ -1,85 +1,154 @@
 // Encoding and decoding of well-formed records: every element kind round-trips, hand-written
-// messages encode byte for byte, and a table's largest encoding is what it announces.
+// messages encode byte for byte, a table's largest encoding is what it announces, and service
+// objects find their messages.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "codec_test_util.h"
-#include "common_v01.h"
 
 namespace {
 
 using namespace codec_tables;
 using codec_test::FromHex;
 using codec_test::Hex;
+using codec_test::kRespEi;
+using codec_test::Rec;
+using codec_test::Resp;
 using codec_test::Zeroed;
 
-// Encodes `rec`, decodes the bytes into a record full of garbage and expects the original back.
-template <typename T>
-std::vector<uint8_t> ExpectRoundTrip(const qmi_elem_info *ei, const T &rec) {
-  const std::vector<uint8_t> wire = codec_test::Encoded(ei, rec);
-  T back;
-  memset(static_cast<void *>(&back), 0xA5, sizeof back);
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
-            qmi_idl_decode_elems(ei, wire.data(), static_cast<uint32_t>(wire.size()), &back,
-                                 sizeof back));
-  EXPECT_EQ(0, memcmp(&rec, &back, sizeof rec)) << "decoded record differs; wire: " << Hex(wire);
-  return wire;
+void FillSmallAtMax(Small &s) {
+  s.list_len = 4;
+  s.pair.vals_len = 2;
+  strcpy(s.pair.label, "abc");
+  s.opt_valid = s.name_valid = 1;
+  strcpy(s.name, "abcde");
 }
 
-TEST(CodecRoundTrip, EveryElementKind) {
+// Each record is encoded (to the bytes given, else to the length given), then decoded into a
+// record full of garbage: the original must come back.
+TEST(CodecRoundTrip, RecordsEncodeAsExpectedAndComeBack) {
   struct Row {
     const char *name;
-    std::function<AllKinds()> make;
+    const qmi_elem_info *ei;
+    std::vector<uint8_t> rec;
+    std::string hex;  // the exact encoding, zero-padded to `len`
+    uint32_t len;     // the encoding's length when not 0
+    bool at_max;      // `len` is the table's largest encoding
   };
+  auto agg_at_max = Zeroed<AggInd>();
+  for (Agg2 &a : agg_at_max.list) a.n = 5;
   const Row rows[] = {
-      {"every array and string at its maximum", [] { return codec_test::FilledAllKinds(true); }},
-      {"partly filled, optional struct absent", [] { return codec_test::FilledAllKinds(false); }},
-      {"all zero, optional TLVs absent", [] { return Zeroed<AllKinds>(); }},
-      {"optional TLVs present but empty",
-       [] {
-         auto r = Zeroed<AllKinds>();
+      {"every array and string at its maximum", kAllKindsEi,
+       codec_test::Bytes(codec_test::FilledAllKinds(true)), "", kAllKindsMaxLen, true},
+      {"partly filled (a 2-byte count of 256), optional struct absent", kAllKindsEi,
+       codec_test::Bytes(codec_test::FilledAllKinds(false)), "", 0, false},
+      {"all zero, optional TLVs absent", kAllKindsEi, codec_test::Bytes(Zeroed<AllKinds>()), "", 0,
+       false},
+      {"optional TLVs present but empty", kAllKindsEi, Rec<AllKinds>([](AllKinds &r) {
          r.opt_mids_valid = r.opt_text_valid = r.opt_bytes_valid = r.opt_u32_valid = 1;
          r.s32 = kModeHigh;
          r.s8 = 127;
-         return r;
-       }},
-      {"2-byte count just above one byte",
-       [] {
-         auto r = Zeroed<AllKinds>();
-         r.var2_len = 256;
-         r.var2[255] = 0x7777;
-         return r;
-       }},
+       }),
+       "", 0, false},
+      // Ten aggregates: a count byte each and 24 bytes per element (0+1+2+3+4+5+0+1+2+3 = 21).
+      {"nested variable arrays of structs", kAggIndEi, Rec<AggInd>([](AggInd &ind) {
+         ind.a = 5;
+         ind.b = 0xFFFFFFFF;
+         for (uint32_t i = 0; i < 10; ++i) {
+           ind.list[i].n = i % 6;
+           for (uint32_t k = 0; k < ind.list[i].n; ++k) {
+             ind.list[i].items[k].stamp = (uint64_t{i} << 32) | k;
+             ind.list[i].items[k].v[3] = 100 * i + k;
+           }
+         }
+       }),
+       "", 7 + 7 + 3 + 10 + 24 * 21, false},
+      {"aggregates at their maximum", kAggIndEi, codec_test::Bytes(agg_at_max), "", 1227, true},
+      {"counts, nested count and string, TLV string", kSmallEi, Rec<Small>([](Small &s) {
+         s.id = 0x11223344;
+         s.list_len = 2;
+         s.list[0] = 0xAA;
+         s.list[1] = 0xBB;
+         s.pair.a = 0x0102;
+         s.pair.vals_len = 1;
+         s.pair.vals[0] = 5;
+         strcpy(s.pair.label, "hi");
+         s.name_valid = 1;
+         strcpy(s.name, "ok");
+       }),
+       "01 04 00 44 33 22 11  02 03 00 02 aa bb  03 0b 00 02 01 01 00 05 00 00 00 02 68 69"
+       "  11 02 00 6f 6b",
+       0, false},
+      {"empty arrays, signed enum, empty optional string", kSmallEi, Rec<Small>([](Small &s) {
+         s.opt_valid = 1;
+         s.opt = -2;
+         s.name_valid = 1;
+       }),
+       "01 04 00 00 00 00 00  02 01 00 00  03 05 00 00 00 00 00 00  10 02 00 fe ff  11 00 00", 0,
+       false},
+      {"small message at its maximum", kSmallEi, Rec<Small>(FillSmallAtMax), "",
+       7 + (3 + 1 + 4) + (3 + 2 + 2 + 8 + 4) + 5 + 8, true},
+      {"generic record sends its whole data array", kGenericEi, Rec<Generic>([](Generic &g) {
+         g.id = 2;
+         g.data_len = 3;
+         g.data_valid = 1;
+         memcpy(g.data, "abc", 3);
+       }),
+       "01 04 00 02 00 00 00  02 04 00 03 00 00 00  10 26 02 61 62 63", 567, true},
+      {"generic record without its data", kGenericEi, Rec<Generic>([](Generic &g) {
+         g.id = 2;
+         g.data_len = 3;
+       }),
+       "01 04 00 02 00 00 00  02 04 00 03 00 00 00", 0, false},
+      // The standard response: two 4-byte enums in the record, two u16 on the wire.
+      {"standard response", kRespEi, Rec<Resp>([](Resp &r) {
+         r.resp.result = QMI_RESULT_FAILURE_V01;
+         r.resp.error = QMI_ERR_INVALID_ARG_V01;
+       }),
+       "02 04 00 01 00 30 00", 0, false},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    ExpectRoundTrip(kAllKindsEi, row.make());
-  }
-}
-
-TEST(CodecRoundTrip, NestedVariableArraysOfStructs) {
-  auto ind = Zeroed<AggInd>();
-  ind.a = 5;
-  ind.b = 0xFFFFFFFF;
-  for (uint32_t i = 0; i < 10; ++i) {
-    ind.list[i].n = i % 6;
-    for (uint32_t k = 0; k < ind.list[i].n; ++k) {
-      ind.list[i].items[k].stamp = (uint64_t{i} << 32) | k;
-      ind.list[i].items[k].v[3] = 100 * i + k;
+  // Every table's first use comes from many threads at once: each must get the one description
+  // of the table and give the expected bytes and records.
+  auto check_rows = [&rows] {
+    for (const Row &row : rows) {
+      SCOPED_TRACE(row.name);
+      const auto size = static_cast<uint32_t>(row.rec.size());
+      std::vector<uint8_t> wire(qmi_ei_max_len(row.ei) + 16);
+      uint32_t n = 0;
+      ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_encode_elems(row.ei, row.rec.data(), size, wire.data(),
+                                                         static_cast<uint32_t>(wire.size()), &n));
+      wire.resize(n);
+      if (!row.hex.empty()) {
+        std::vector<uint8_t> want = FromHex(row.hex);
+        want.resize(std::max<size_t>(want.size(), row.len), 0);
+        EXPECT_EQ(Hex(want), Hex(wire));
+      } else if (row.len != 0) {
+        EXPECT_EQ(row.len, n);
+      }
+      if (row.at_max) {
+        uint32_t max_len = 0;
+        ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_max_elems_len(row.ei, &max_len));
+        EXPECT_EQ(row.len, max_len);
+        EXPECT_EQ(row.len, qmi_ei_max_len(row.ei));
+      }
+      std::vector<uint8_t> back(size, 0xA5);
+      EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
+                qmi_idl_decode_elems(row.ei, wire.data(), n, back.data(), size));
+      EXPECT_TRUE(row.rec == back) << "decoded record differs; wire: " << Hex(wire);
     }
-  }
-  const std::vector<uint8_t> wire = ExpectRoundTrip(kAggIndEi, ind);
-  // Each of the ten aggregates is its count byte plus 24 bytes per element.
-  uint32_t expected = 7 + 7 + 3;
-  for (uint32_t i = 0; i < 10; ++i) expected += 1 + 24 * (i % 6);
-  EXPECT_EQ(expected, wire.size());
+  };
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) threads.emplace_back(check_rows);
+  for (std::thread &th : threads) th.join();
+  uint32_t none = 1;
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_max_elems_len(nullptr, &none));
+  EXPECT_EQ(0u, none);
 }
 
 TEST(CodecRoundTrip, DecodedTextEndsAtFirstNul) {
-  // "ab\0cd" as a TLV string and as a nested one: the record keeps "ab" and stays terminated.
+  // "ab\0cd" as a TLV string: the record keeps "ab" and stays terminated.
   const std::vector<uint8_t> top = FromHex("01 05 00 61 62 00 63 64");
   struct Txt {
     char s[6];
@@ -91,164 +160,129 @@ TEST(CodecRoundTrip, DecodedTextEndsAtFirstNul) {
   EXPECT_EQ(0, memcmp(t.s, "ab\0\0\0\0", 6));
 }
 
-// Hand-written messages, compared byte for byte.
-TEST(CodecExactBytes, HandWrittenMessages) {
+// Service objects: message look-up (also through a parent service), record size checks, empty
+// messages and the facts a client reads from the object.
+const qmi_idl_message_table_entry kParentInd[] = {
+    {0x30, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
+};
+const qmi_idl_service_object kParent = {
+    6, 1, 0, 0x42, 567, {0, 0, 1}, {nullptr, nullptr, kParentInd}, nullptr};
+
+const qmi_idl_message_table_entry kReqs[] = {
+    {0x20, sizeof(Small), qmi_ei_max_len(kSmallEi), kSmallEi},
+    {0x21, 1, 0, nullptr},  // empty request
+};
+const qmi_idl_message_table_entry kResps[] = {
+    {0x20, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
+    {0x21, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
+};
+const qmi_idl_service_object kService = {
+    6, 1, 3, 0xFFE4, 567, {2, 2, 0}, {kReqs, kResps, nullptr}, &kParent};
+
+TEST(CodecService, MessagesFoundByTypeAndIdThroughTheParent) {
+  const int32_t kOk = QMI_IDL_LIB_NO_ERR, kNotFound = QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND,
+                kParam = QMI_IDL_LIB_PARAMETER_ERROR;
+  const uint32_t small_max = qmi_ei_max_len(kSmallEi), generic_max = qmi_ei_max_len(kGenericEi);
   struct Row {
     const char *name;
-    std::function<void(Small &)> fill;
-    const char *hex;
+    qmi_idl_service_object_type service;
+    int type;
+    uint16_t id;
+    int32_t expected;
+    uint32_t c_struct, max_len;
   };
   const Row rows[] = {
-      {"counts, nested count and string, TLV string",
-       [](Small &s) {
-         s.id = 0x11223344;
-         s.list_len = 2;
-         s.list[0] = 0xAA;
-         s.list[1] = 0xBB;
-         s.pair.a = 0x0102;
-         s.pair.vals_len = 1;
-         s.pair.vals[0] = 5;
-         strcpy(s.pair.label, "hi");
-         s.name_valid = 1;
-         strcpy(s.name, "ok");
-       },
-       "01 04 00 44 33 22 11  02 03 00 02 aa bb  03 0b 00 02 01 01 00 05 00 00 00 02 68 69"
-       "  11 02 00 6f 6b"},
-      {"empty arrays, signed enum, empty optional string",
-       [](Small &s) {
-         s.opt_valid = 1;
-         s.opt = -2;
-         s.name_valid = 1;
-       },
-       "01 04 00 00 00 00 00  02 01 00 00  03 05 00 00 00 00 00 00  10 02 00 fe ff  11 00 00"},
+      {"request", &kService, QMI_IDL_REQUEST, 0x20, kOk, sizeof(Small), small_max},
+      {"empty request", &kService, QMI_IDL_REQUEST, 0x21, kOk, 1, 0},
+      {"response", &kService, QMI_IDL_RESPONSE, 0x21, kOk, sizeof(Generic), generic_max},
+      {"indication of the parent", &kService, QMI_IDL_INDICATION, 0x30, kOk, sizeof(Generic),
+       generic_max},
+      {"id of another type", &kService, QMI_IDL_INDICATION, 0x20, kNotFound, 0, 0},
+      {"unknown id", &kService, QMI_IDL_REQUEST, 0x22, kNotFound, 0, 0},
+      {"parent does not see the child", &kParent, QMI_IDL_REQUEST, 0x20, kNotFound, 0, 0},
+      {"type out of range", &kService, QMI_IDL_NUM_MSG_TYPES, 0x20, kParam, 0, 0},
+      {"no service", nullptr, QMI_IDL_REQUEST, 0x20, kParam, 0, 0},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
-    auto s = Zeroed<Small>();
-    row.fill(s);
-    EXPECT_EQ(Hex(FromHex(row.hex)), Hex(ExpectRoundTrip(kSmallEi, s)));
+    const auto type = static_cast<qmi_idl_type_of_message_type>(row.type);
+    uint32_t c_struct = 0, max_len = 0, n = 0;
+    EXPECT_EQ(row.expected, qmi_idl_get_message_c_struct_len(row.service, type, row.id, &c_struct));
+    EXPECT_EQ(row.expected, qmi_idl_get_max_message_len(row.service, type, row.id, &max_len));
+    EXPECT_EQ(row.c_struct, c_struct);
+    EXPECT_EQ(row.max_len, max_len);
+    uint8_t rec[sizeof(Generic)] = {};
+    uint8_t buf[600];
+    EXPECT_EQ(row.expected, qmi_idl_message_encode(row.service, type, row.id, rec, sizeof rec, buf,
+                                                   sizeof buf, &n));
   }
+  EXPECT_EQ(kParam, qmi_idl_get_message_c_struct_len(&kService, QMI_IDL_REQUEST, 0x20, nullptr));
 }
 
-TEST(CodecExactBytes, GenericRecordSendsTheWholeDataArray) {
-  auto g = Zeroed<Generic>();
-  g.id = 2;
-  g.data_len = 3;
-  g.data_valid = 1;
-  memcpy(g.data, "abc", 3);
-  std::vector<uint8_t> want =
-      FromHex("01 04 00 02 00 00 00  02 04 00 03 00 00 00  10 26 02 61 62 63");
-  want.resize(567, 0);
-  EXPECT_EQ(Hex(want), Hex(ExpectRoundTrip(kGenericEi, g)));
-
-  g.data_valid = 0;  // absent: the data bytes are not sent, and decode leaves them zero
-  memset(g.data, 0, sizeof g.data);
-  EXPECT_EQ("01 04 00 02 00 00 00 02 04 00 03 00 00 00", Hex(ExpectRoundTrip(kGenericEi, g)));
-}
-
-// The standard response: two 4-byte enums in the record, two u16 on the wire.
-TEST(CodecExactBytes, StandardResponseSendsItsEnumsInTwoBytes) {
-  struct Resp {
-    qmi_response_type_v01 resp;
-  };
-  constexpr qmi_elem_info kRespEi[] = {QMI_TLV_RESPONSE(Resp, resp), QMI_EI_END};
-  auto r = Zeroed<Resp>();
-  r.resp.result = QMI_RESULT_FAILURE_V01;
-  r.resp.error = QMI_ERR_INVALID_ARG_V01;
-  EXPECT_EQ("02 04 00 01 00 30 00", Hex(ExpectRoundTrip(kRespEi, r)));
-
-  const std::vector<uint8_t> negative = FromHex("02 04 00 ff ff 00 80");
-  ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_decode_elems(kRespEi, negative.data(), 7, &r, sizeof r));
-  EXPECT_EQ(r.resp.result, -1);  // sign-extended into the 4-byte field
-  EXPECT_EQ(r.resp.error, -0x8000);
-
-  uint8_t out[16];
-  uint32_t len = 0;
-  for (int32_t wide : {0x8000, -0x8001}) {
-    SCOPED_TRACE(wide);
-    r.resp.error = static_cast<qmi_error_type_v01>(wide);
-    EXPECT_EQ(QMI_IDL_LIB_RANGE_FAILURE,
-              qmi_idl_encode_elems(kRespEi, &r, sizeof r, out, sizeof out, &len));
-  }
-}
-
-TEST(CodecMaxLen, LargestEncodingIsTheTablesMaximum) {
+TEST(CodecService, ServiceFacts) {
   struct Row {
     const char *name;
-    const qmi_elem_info *ei;
-    std::vector<uint8_t> record;
+    int32_t (*get)(qmi_idl_service_object_type, uint32_t *);
     uint32_t expected;
   };
-  auto bytes = [](const auto &r) {
-    const uint8_t *p = reinterpret_cast<const uint8_t *>(&r);
-    return std::vector<uint8_t>(p, p + sizeof r);
-  };
-  auto generic = Zeroed<Generic>();
-  generic.data_valid = 1;
-  auto agg = Zeroed<AggInd>();
-  for (Agg2 &a : agg.list) a.n = 5;
-  auto small = Zeroed<Small>();
-  small.list_len = 4;
-  small.pair.vals_len = 2;
-  strcpy(small.pair.label, "abc");
-  small.opt_valid = small.name_valid = 1;
-  strcpy(small.name, "abcde");
   const Row rows[] = {
-      {"every kind", kAllKindsEi, bytes(codec_test::FilledAllKinds(true)), kAllKindsMaxLen},
-      {"generic record", kGenericEi, bytes(generic), 567},
-      {"aggregate indication", kAggIndEi, bytes(agg), 1227},
-      {"small", kSmallEi, bytes(small), 7 + (3 + 1 + 4) + (3 + 2 + 2 + 8 + 4) + 5 + 8},
+      {"service id", qmi_idl_get_service_id, 0xFFE4},
+      {"major version", qmi_idl_get_idl_version, 1},
+      {"largest message", qmi_idl_get_max_service_len, 567},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
-    uint32_t max_len = 0;
-    ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_max_elems_len(row.ei, &max_len));
-    EXPECT_EQ(row.expected, max_len);
-    EXPECT_EQ(row.expected, qmi_ei_max_len(row.ei));
-    std::vector<uint8_t> wire(max_len + 16);
-    uint32_t n = 0;
-    ASSERT_EQ(
-        QMI_IDL_LIB_NO_ERR,
-        qmi_idl_encode_elems(row.ei, row.record.data(), static_cast<uint32_t>(row.record.size()),
-                             wire.data(), static_cast<uint32_t>(wire.size()), &n));
-    EXPECT_EQ(max_len, n);
+    uint32_t v = 0;
+    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, row.get(&kService, &v));
+    EXPECT_EQ(row.expected, v);
+    EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, row.get(nullptr, &v));
+    EXPECT_EQ(QMI_IDL_LIB_PARAMETER_ERROR, row.get(&kService, nullptr));
   }
-  uint32_t none = 1;
-  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_max_elems_len(nullptr, &none));
-  EXPECT_EQ(0u, none);
 }
 
-// A table's first use from many threads at once: each thread must get the one description of
-// it and the same bytes and record as a lone caller (whose answer is taken afterwards).
-TEST(CodecRoundTrip, FirstUseFromManyThreads) {
-  const AllKinds full = codec_test::FilledAllKinds(true);
-  constexpr int kThreads = 8;
-  struct Result {
-    std::vector<uint8_t> wire;
-    AllKinds back;
-    int32_t enc = -1, dec = -1;
-  };
-  std::vector<Result> results(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&full, &r = results[t]] {
-      r.wire.assign(kAllKindsMaxLen, 0);
-      uint32_t n = 0;
-      r.enc =
-          qmi_idl_encode_elems(kAllKindsEi, &full, sizeof full, r.wire.data(), kAllKindsMaxLen, &n);
-      r.wire.resize(n);
-      r.dec = qmi_idl_decode_elems(kAllKindsEi, r.wire.data(), n, &r.back, sizeof r.back);
-    });
-  }
-  for (std::thread &th : threads) th.join();
-  const std::vector<uint8_t> want = codec_test::Encoded(kAllKindsEi, full);
-  for (int t = 0; t < kThreads; ++t) {
-    SCOPED_TRACE(t);
-    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, results[t].enc);
-    EXPECT_EQ(QMI_IDL_LIB_NO_ERR, results[t].dec);
-    EXPECT_EQ(Hex(want), Hex(results[t].wire));
-    EXPECT_EQ(0, memcmp(&full, &results[t].back, sizeof full));
-  }
+TEST(CodecService, RecordSizesCheckedAgainstTheMessage) {
+  auto g = Zeroed<Generic>();
+  g.id = 9;
+  uint8_t buf[600];
+  uint32_t n = 0;
+  EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
+            qmi_idl_message_encode(&kService, QMI_IDL_RESPONSE, 0x20, &g, sizeof g - 1, buf,
+                                   sizeof buf, &n));
+  ASSERT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_message_encode(&kService, QMI_IDL_RESPONSE, 0x20, &g,
+                                                       sizeof g, buf, sizeof buf, &n));
+  EXPECT_EQ(14u, n);
+  EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
+            qmi_idl_message_encode(&kService, QMI_IDL_RESPONSE, 0x20, &g, sizeof g, buf, 13, &n));
+
+  // The decoder writes the whole record size, so a smaller record is refused up front.
+  std::vector<uint8_t> small(sizeof(Generic) - 1);
+  EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
+            qmi_idl_message_decode(&kService, QMI_IDL_RESPONSE, 0x20, buf, 14, small.data(),
+                                   static_cast<uint32_t>(small.size())));
+  std::vector<uint8_t> big(sizeof(Generic) + 4, 0x77);
+  ASSERT_EQ(QMI_IDL_LIB_NO_ERR,
+            qmi_idl_message_decode(&kService, QMI_IDL_RESPONSE, 0x20, buf, 14, big.data(),
+                                   static_cast<uint32_t>(big.size())));
+  EXPECT_EQ(0, memcmp(big.data(), &g, sizeof g));
+  for (size_t i = sizeof g; i < big.size(); ++i) EXPECT_EQ(0x77, big[i]) << "past the record";
+}
+
+TEST(CodecService, EmptyMessageNeedsNoRecord) {
+  uint8_t buf[4];
+  uint32_t n = 5;
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR, qmi_idl_message_encode(&kService, QMI_IDL_REQUEST, 0x21, nullptr, 0,
+                                                       buf, sizeof buf, &n));
+  EXPECT_EQ(0u, n);
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
+            qmi_idl_message_decode(&kService, QMI_IDL_REQUEST, 0x21, nullptr, 0, nullptr, 0));
+  uint8_t rec = 0x33;
+  const std::vector<uint8_t> extra = FromHex("10 01 00 07");
+  EXPECT_EQ(QMI_IDL_LIB_NO_ERR,
+            qmi_idl_message_decode(&kService, QMI_IDL_REQUEST, 0x21, extra.data(), 4, &rec, 1));
+  EXPECT_EQ(0, rec);
+  const std::vector<uint8_t> mandatory = FromHex("01 01 00 07");
+  EXPECT_EQ(QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV,
+            qmi_idl_message_decode(&kService, QMI_IDL_REQUEST, 0x21, mandatory.data(), 4, &rec, 1));
 }
 
 }  // namespace
