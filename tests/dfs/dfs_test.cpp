@@ -7,7 +7,9 @@
 
 #include <chrono>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,7 +31,14 @@ constexpr uint32_t kDfs = DFS_V01_SERVICE_ID;
 const std::string kLongDev(79, 'r');  // a data port whose name takes the whole name buffer
 
 using Tuple = std::vector<std::string>;
-const Tuple kV4Tcp = {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1000", "443"};
+// "IPV4 TCP 10.0.0.1 ..." as its fields.
+Tuple T(const std::string &words) {
+  std::istringstream in(words);
+  return Tuple(std::istream_iterator<std::string>(in), std::istream_iterator<std::string>());
+}
+const Tuple kV4Tcp = T("IPV4 TCP 10.0.0.1 10.0.0.2 1000 443");
+// What the simulated modem answers a refused request with.
+const modemsim::Fault kRefused{modemsim::Fault::kResult, modemsim::kQmiErrInternal};
 
 // A request buffer: little-endian words, texts without terminator.
 class Buffer {
@@ -52,6 +61,14 @@ class Buffer {
   }
   std::vector<uint8_t> bytes;
 };
+
+// Waits up to a second for `line` (at `priority`, -1: any) in the log.
+bool WaitForLog(const char *line, int priority = -1) {
+  for (int i = 0; i < 200 && !SyslogContains(line, priority); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return SyslogContains(line, priority);
+}
 
 class DfsTest : public ::testing::Test {
  protected:
@@ -190,12 +207,16 @@ TEST_F(DfsTest, ModeChecksComeBeforeAnyRequest) {
     int ret;
     const char *line;
   };
-  const Tuple empty_dst = {"IPV4", "TCP", "10.0.0.1", "", "1", "2"};
   const Row rows[] = {
-      {"mode 1, 5 fields", "rmnet_data0", Tuple(kV4Tcp.begin(), kV4Tcp.end() - 1), 1, -2, 500,
+      {"mode 1, 5 fields", "rmnet_data0", T("IPV4 TCP 10.0.0.1 10.0.0.2 1000"), 1, -2, 500,
        "mode=1 invalid params: rmnet=rmnet_data0, ipFields="},
       {"mode 1, no device", nullptr, kV4Tcp, 1, -2, 500, "mode=1 invalid params: rmnet=null"},
-      {"mode 1, an empty field", "rmnet_data0", empty_dst, 1, -2, 500,
+      {"mode 1, an empty field",
+       "rmnet_data0",
+       {"IPV4", "TCP", "10.0.0.1", "", "1", "2"},
+       1,
+       -2,
+       500,
        "ipFields[3] is null or empty"},
       {"mode 0, count 1",
        "rmnet_data0",
@@ -232,55 +253,20 @@ TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
     Tuple tuple;
     int ret;
     const char *line;  // for a rejection
-    bool client;       // a client of the tuple's family was opened
   };
   const Row rows[] = {
-      {"ipv6 lower case", {"ipv6", "udp", "2001:db8::1", "2001:db8::2", "53", "5353"}, 0, "", true},
-      {"IPv7",
-       {"IPv7", "TCP", "10.0.0.1", "10.0.0.2", "1", "2"},
-       500,
-       "unsupported ip_ver: IPv7",
-       true},
-      {"sport 0",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "0", "2"},
-       500,
-       "invalid src port: 0",
-       true},
-      {"dport 65536",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1", "65536"},
-       500,
-       "invalid dst port: 65536",
-       true},
-      {"sport 80x",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "80x", "2"},
-       500,
-       "invalid src port: 80x",
-       true},
-      {"sport -1",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "-1", "2"},
-       500,
-       "invalid src port: -1",
-       true},
-      {"IPv4 address as IPv6",
-       {"IPV6", "TCP", "10.0.0.1", "::1", "1", "2"},
-       500,
-       "invalid IPv6 src addr: 10.0.0.1",
-       true},
-      {"IPv4 dst garbage",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0", "1", "2"},
-       500,
-       "invalid IPv4 dst addr: 10.0.0",
-       true},
-      {"icmp after both ports",
-       {"IPV4", "icmp", "10.0.0.1", "10.0.0.2", "1", "65535"},
-       500,
-       "unsupported proto: icmp",
-       true},
-      {"ports 1, 65535 and ' 80'",
-       {"IPV4", "tcp", "10.0.0.1", "10.0.0.2", " 80", "65535"},
-       0,
-       "",
-       true},
+      {"ipv6 lower case", T("ipv6 udp 2001:db8::1 2001:db8::2 53 5353"), 0, ""},
+      {"IPv7", T("IPv7 TCP 10.0.0.1 10.0.0.2 1 2"), 500, "unsupported ip_ver: IPv7"},
+      {"sport 0", T("IPV4 TCP 10.0.0.1 10.0.0.2 0 2"), 500, "invalid src port: 0"},
+      {"dport 65536", T("IPV4 TCP 10.0.0.1 10.0.0.2 1 65536"), 500, "invalid dst port: 65536"},
+      {"sport 80x", T("IPV4 TCP 10.0.0.1 10.0.0.2 80x 2"), 500, "invalid src port: 80x"},
+      {"sport -1", T("IPV4 TCP 10.0.0.1 10.0.0.2 -1 2"), 500, "invalid src port: -1"},
+      {"IPv4 address as IPv6", T("IPV6 TCP 10.0.0.1 ::1 1 2"), 500,
+       "invalid IPv6 src addr: 10.0.0.1"},
+      {"IPv4 dst garbage", T("IPV4 TCP 10.0.0.1 10.0.0 1 2"), 500, "invalid IPv4 dst addr: 10.0.0"},
+      {"icmp after both ports", T("IPV4 icmp 10.0.0.1 10.0.0.2 1 65535"), 500,
+       "unsupported proto: icmp"},
+      {"ports 1, 65535 and ' 80'", {"IPV4", "tcp", "10.0.0.1", "10.0.0.2", " 80", "65535"}, 0, ""},
   };
   size_t added = 0;
   for (const Row &row : rows) {
@@ -366,28 +352,6 @@ TEST_F(DfsTest, DeviceChangeReleasesBothClientsAndResetsTheCount) {
   EXPECT_EQ(Held(), 3u);  // a release sends nothing: the old device keeps its two
 }
 
-TEST_F(DfsTest, ModemRestartRecoversOnTheNextEnter) {
-  ASSERT_EQ(Enter(), 0);
-  ASSERT_EQ(modem_->Restart(kDfs), 0);
-  for (int i = 0; i < 200 && !SyslogContains("DFS QMI error_cb: error=-2"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  ASSERT_TRUE(SyslogContains("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
-  modem_->ClearReceived(kDfs);
-  // Enabling is skipped (the flag is still set); the add's set-up releases and reopens.
-  EXPECT_EQ(Enter(), 0);
-  EXPECT_TRUE(SyslogContains("SSR detected, recovering DFS clients"));
-  EXPECT_EQ(Received(),
-            (std::vector<uint16_t>{QMI_DFS_BIND_CLIENT_REQ_V01, QMI_DFS_INDICATION_REGISTER_REQ_V01,
-                                   QMI_DFS_ADD_FILTERS_REQ_V01}));
-  EXPECT_EQ(Held(), 1u);
-  // Not enabled any more: the next enter enables the mode again.
-  modem_->ClearReceived(kDfs);
-  EXPECT_EQ(Enter(), 0);
-  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
-  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
-}
-
 TEST_F(DfsTest, EnterFailuresKeepTheCount) {
   struct Row {
     const char *name;
@@ -409,12 +373,7 @@ TEST_F(DfsTest, EnterFailuresKeepTheCount) {
     SCOPED_TRACE(row.name);
     tarvik_test::ClearSyslog();
     dfs::SetCapacity(*modem_, row.capacity);
-    if (row.fail_msg >= 0) {
-      modemsim::Fault fault;
-      fault.kind = modemsim::Fault::kResult;
-      fault.error = modemsim::kQmiErrInternal;
-      modem_->SetFault(kDfs, row.fail_msg, fault);
-    }
+    if (row.fail_msg >= 0) modem_->SetFault(kDfs, row.fail_msg, kRefused);
     EXPECT_EQ(Enter(kV4Tcp, row.dev), row.ret);
     EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
     EXPECT_FALSE(SyslogContains("filter added") && row.ret != 0);
@@ -472,11 +431,8 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
     SCOPED_TRACE(row.name);
     ASSERT_EQ(Enter(), 0);
     ASSERT_EQ(Held(), 1u);
-    modemsim::Fault fault;
-    fault.kind = modemsim::Fault::kResult;
-    fault.error = modemsim::kQmiErrInternal;
-    modem_->SetFault(kDfs, QMI_DFS_SET_FILTER_MODE_REQ_V01, fault);
-    if (row.fail_remove) modem_->SetFault(kDfs, QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, fault);
+    modem_->SetFault(kDfs, QMI_DFS_SET_FILTER_MODE_REQ_V01, kRefused);
+    if (row.fail_remove) modem_->SetFault(kDfs, QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, kRefused);
     modem_->ClearReceived(kDfs);
     tarvik_test::ClearSyslog();
     EXPECT_EQ((uint32_t)Exit(), row.ret);
@@ -494,20 +450,33 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
   EXPECT_EQ(Received().back(), QMI_DFS_SET_FILTER_MODE_REQ_V01);
 }
 
-TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatch) {
+TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatchAndARestartRecoversOnTheNextEnter) {
   ASSERT_EQ(Enter(), 0);
-  tarvik_test::ClearSyslog();
   const dfs_filter_mode_ind_msg_v01 off = {0};
   ASSERT_GT(modem_->PushIndication(kDfs, QMI_DFS_FILTER_MODE_IND_V01, &off, sizeof(off)), 0);
-  for (int i = 0; i < 200 && !SyslogContains("DFS mode mismatch"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  EXPECT_TRUE(WaitForLog("DFS mode mismatch: modem=0 local=1", 3));
   EXPECT_TRUE(SyslogContains("DFS mode IND: modem_mode=0 (disabled), local_enabled=1"));
-  EXPECT_TRUE(SyslogContains("DFS mode mismatch: modem=0 local=1", 3));
   // The local flag is unchanged: the next enter does not enable again.
   modem_->ClearReceived(kDfs);
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
+
+  ASSERT_EQ(modem_->Restart(kDfs), 0);
+  ASSERT_TRUE(WaitForLog("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
+  modem_->ClearReceived(kDfs);
+  tarvik_test::ClearSyslog();
+  // Enabling is skipped (the flag is still set); the add's set-up releases and reopens.
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("SSR detected, recovering DFS clients"));
+  EXPECT_EQ(Received(),
+            (std::vector<uint16_t>{QMI_DFS_BIND_CLIENT_REQ_V01, QMI_DFS_INDICATION_REGISTER_REQ_V01,
+                                   QMI_DFS_ADD_FILTERS_REQ_V01}));
+  EXPECT_EQ(Held(), 1u);
+  // Not enabled any more: the next enter enables the mode again; the count started again.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
 }
 
 }  // namespace
