@@ -1,5 +1,6 @@
 // Five-tuple blacklist commands, driven as a radio module would, against the simulated modem's
-// data filter service: what the caller gets back, what the modem received and what it holds.
+// data filter service: what the caller gets back, what the modem received and what it holds; and
+// the service's own rules (binding to data ports only, rule error masks, table capacity).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -16,15 +17,20 @@
 
 #include "data_filter_service_v01.h"
 #include "dfs/dfs_service.h"
+#include "json_lines.h"
 #include "modemsim/modem.h"
+#include "qmi_client.h"
 #include "qmi_platform_host.h"
 #include "served_modem.h"
 #include "syslog_capture.h"
 #include "tarvik_filter_control.h"
+#include "test_env.h"
 
 namespace {
 
 namespace dfs = modemsim::dfs;
+using Add = dfs_add_filters_req_msg_v01;
+using AddResp = dfs_add_filters_resp_msg_v01;
 using tarvik_test::SyslogContains;
 
 constexpr uint32_t kDfs = DFS_V01_SERVICE_ID;
@@ -84,6 +90,42 @@ class DfsTest : public ::testing::Test {
     qmux_ = tarvik_test::Serve(*modem_);
   }
 
+  void TearDown() override {
+    if (raw_ != nullptr) qmi_client_release(raw_);
+  }
+  // A client of the DFS service of its own, as another radio stack would open one.
+  qmi_client_type Raw() {
+    qmi_client_os_params os{};
+    if (raw_ == nullptr) {
+      EXPECT_EQ(qmi_client_init_instance(&dfs_qmi_idl_service_object_v01, QMI_CLIENT_INSTANCE_ANY,
+                                         nullptr, nullptr, &os, 1000, &raw_),
+                QMI_NO_ERR);
+    }
+    return raw_;
+  }
+  // The modem's verdict on a bind: 0 accepted, else its QMI error.
+  int Bind(int32_t family, int mux, int ep_type = -1, uint32_t iface = 0) {
+    dfs_bind_client_req_msg_v01 req{};
+    dfs_result_resp_msg_v01 resp{};
+    req.ip_preference_valid = 1;
+    req.ip_preference = (dfs_ip_family_enum_v01)family;
+    req.mux_id_valid = mux >= 0;
+    req.mux_id = (uint8_t)mux;
+    req.ep_id_valid = ep_type >= 0;
+    req.ep_id = {(uint32_t)ep_type, iface};
+    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_BIND_CLIENT_REQ_V01, &req, sizeof(req), &resp,
+                                       sizeof(resp), 1000),
+              QMI_NO_ERR);
+    return resp.resp.result == 0 ? 0 : resp.resp.error;
+  }
+  int AddOne(Add req, AddResp *resp) {
+    memset(resp, 0, sizeof(*resp));
+    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_ADD_FILTERS_REQ_V01, &req, sizeof(req), resp,
+                                       sizeof(*resp), 1000),
+              QMI_NO_ERR);
+    return resp->resp.result == 0 ? 0 : resp->resp.error;
+  }
+
   int Call(const char *dev, const Tuple &tuple, int mode, uint32_t *status, int count = -2) {
     std::vector<std::string> copy = tuple;
     std::vector<char *> ptrs;
@@ -126,6 +168,7 @@ class DfsTest : public ::testing::Test {
 
   std::unique_ptr<modemsim::Modem> modem_;
   std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
+  qmi_client_type raw_ = nullptr;
 };
 
 TEST_F(DfsTest, RequestBufferBoundsAndWhatPassesThrough) {
@@ -477,6 +520,148 @@ TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatchAndARestartRecoversOnTheNextEn
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
   EXPECT_TRUE(SyslogContains("filter added, total count=2"));
+}
+
+// One filter (id 1) with an IPv4 source and a TCP destination port.
+Add V4Tcp(uint16_t port) {
+  Add req{};
+  req.filter_id_len = 1;
+  req.filter_id[0] = 1;
+  req.ipv4_src_valid = 1;
+  req.ipv4_src_len = 1;
+  req.ipv4_src[0] = {1, 0x0100000Au, 0xFFFFFFFFu};
+  req.tcp_dst_valid = 1;
+  req.tcp_dst_len = 1;
+  req.tcp_dst[0] = {1, port, 0};
+  return req;
+}
+
+// The simulated service's own rules, through a raw client as another radio stack would reach it.
+TEST_F(DfsTest, ModemBindsOnlyToItsDataPorts) {
+  struct Row {
+    const char *name;
+    int32_t family;
+    int mux;
+    int ep_type;
+    uint32_t iface;
+    int error;
+  };
+  const Row rows[] = {
+      {"mux without a port", 4, 99, -1, 0, 0x30},
+      {"endpoint of no port", 4, 1, 4, 7, 0x30},
+      {"no mux id", 4, -1, -1, 0, 0x11},
+      {"family 5", 5, 1, -1, 0, 0x30},
+      {"rmnet_data1 with its endpoint", 6, 2, 4, 1, 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Bind(row.family, row.mux, row.ep_type, row.iface), row.error);
+  }
+  const auto clients = dfs::Clients(*modem_);
+  ASSERT_EQ(clients.size(), 1u);
+  EXPECT_TRUE(clients[0].bound);
+  EXPECT_EQ(clients[0].mux_id, 2);
+  EXPECT_EQ(clients[0].ip_pref, 6);
+}
+
+TEST_F(DfsTest, ModemRefusesBadRulesWithTheirMasksAndAFullTable) {
+  ASSERT_EQ(Bind(DFS_IP_FAMILY_IPV6_V01, 1), 0);
+  Add unlisted = V4Tcp(80);
+  unlisted.tcp_dst[0].filter_id = 2;
+  struct Row {
+    const char *name;
+    Add req;
+    int error;
+    uint16_t filter_id;  // of the first rule error
+    uint64_t mask;
+  };
+  const Row rows[] = {
+      {"IPv4 rule on an IPv6 binding", V4Tcp(80), 0x30, 1, DFS_RULE_ERR_IPV4_SRC_V01},
+      {"filter id not listed", unlisted, 0x30, 1, DFS_RULE_ERR_IPV4_SRC_V01},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    AddResp resp;
+    EXPECT_EQ(AddOne(row.req, &resp), row.error);
+    ASSERT_TRUE(resp.rule_errors_valid);
+    EXPECT_EQ(resp.rule_errors[0].filter_id, row.filter_id);
+    EXPECT_EQ(resp.rule_errors[0].rule_error_mask, row.mask);
+  }
+  // The unlisted id gets its own entry for the port rule.
+  AddResp resp;
+  AddOne(unlisted, &resp);
+  ASSERT_EQ(resp.rule_errors_len, 2u);
+  EXPECT_EQ(resp.rule_errors[1].filter_id, 2);
+  EXPECT_EQ(resp.rule_errors[1].rule_error_mask,
+            DFS_RULE_ERR_TCP_DST_V01 | DFS_RULE_ERR_FILTER_ID_V01);
+
+  ASSERT_EQ(Bind(DFS_IP_FAMILY_IPV4_V01, 1), 0);
+  EXPECT_EQ(AddOne(V4Tcp(0), &resp), 0x30);
+  EXPECT_EQ(resp.rule_errors[0].rule_error_mask, DFS_RULE_ERR_TCP_DST_V01);
+  dfs::SetCapacity(*modem_, 2);
+  for (uint16_t port : {80, 81}) {
+    ASSERT_EQ(AddOne(V4Tcp(port), &resp), 0);
+    EXPECT_FALSE(resp.rule_errors_valid);
+    ASSERT_EQ(resp.filter_handles_len, 1u);
+  }
+  EXPECT_EQ(AddOne(V4Tcp(82), &resp), 0x44);
+  EXPECT_EQ(dfs::FilterCount(*modem_), 2u);
+  const auto filters = dfs::Clients(*modem_)[0].filters;
+  EXPECT_NE(filters[0].handle, filters[1].handle);
+  EXPECT_EQ(filters[1].src, "10.0.0.1");
+  EXPECT_EQ(filters[1].dport, 81);
+  ASSERT_EQ(modem_->Restart(DFS_V01_SERVICE_ID), 0);
+  EXPECT_EQ(dfs::FilterCount(*modem_), 0u);
+}
+
+// The dfs commands of the tool against tarvik-modemd, one run per command: the library's filter
+// count ends with each run, the modem's filter tables stay with the daemon.
+TEST(DfsTool, RunsShareTheDaemonsTablesAndAnswerOneJsonShape) {
+  using nlohmann::json;
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  const std::string tool = daemon.modem() + " --json ";
+  const json paths = {{{"mux_id", 1}, {"ip_pref", 4}, {"mode", 1}, {"filters", 2}},
+                      {{"mux_id", 1}, {"ip_pref", 6}, {"mode", 1}, {"filters", 0}}};
+  struct Row {
+    std::string args;
+    int exit;
+    json fields;
+  };
+  const Row rows[] = {
+      {"dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv4 udp 10.0.0.1 10.0.0.3 53 53",
+       0,
+       {{"added", 2}, {"result", 0}}},
+      {"sim status", 0, {{"dfs", {{"clients", json::array()}, {"paths", paths}}}}},
+      {"dfs mode rmnet_data0 4", 0, {{"mode", 1}, {"mux_id", 1}}},
+      {"dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 0 443",
+       1,
+       {{"status", 500}, {"status_name", "invalid parameters"}, {"added", 0}}},
+      {"dfs msg 00000000", 1, {{"status", -1}, {"result", 500}, {"length", 4}}},
+      {"dfs msg 00000000000000000000000000", 0, {{"status", 0}, {"result", 0}}},
+      {"dfs exit rmnet_data0", 0, {{"result", 0}}},
+      {"dfs mode rmnet_data0 4", 0, {{"mode", 0}}},
+      {"dfs mode rmnet_data0 5", 2, {{"status", nullptr}}},
+      {"dfs enter rmnet_data0 IPV4 TCP", 2, {{"error", nullptr}}},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    const tarvik_test::ToolRun run = tarvik_test::RunTool(tool + row.args);
+    EXPECT_EQ(run.status, row.exit) << run.err;
+    const auto lines = tarvik_test::JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 1u) << run.out;
+    for (const auto &f : row.fields.items()) {
+      ASSERT_TRUE(lines[0].contains(f.key())) << f.key() << " in " << lines[0];
+      if (!f.value().is_null()) {
+        EXPECT_EQ(lines[0][f.key()], f.value()) << f.key();
+      }
+    }
+  }
+  // After the exit the modem holds nothing on the path and has the mode off.
+  const auto status = tarvik_test::JsonLines(tarvik_test::RunTool(tool + "sim status").out);
+  ASSERT_EQ(status.size(), 1u);
+  EXPECT_EQ(status[0]["dfs"]["paths"][0]["filters"], 0);
+  EXPECT_EQ(status[0]["dfs"]["paths"][0]["mode"], 0);
 }
 
 }  // namespace
