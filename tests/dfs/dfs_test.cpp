@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "data_filter_service_v01.h"
@@ -158,13 +159,6 @@ class DfsTest : public ::testing::Test {
     return n;
   }
   size_t Held() const { return dfs::FilterCount(*modem_); }
-  const modemsim::Received &Last(uint16_t id) const {
-    static modemsim::Received last;
-    for (const auto &r : modem_->ReceivedBy(kDfs)) {
-      if (r.msg_id == id) last = r;
-    }
-    return last;
-  }
 
   std::unique_ptr<modemsim::Modem> modem_;
   std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
@@ -329,7 +323,10 @@ TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
   EXPECT_TRUE(SyslogContains("filter added, total count=2"));
 
   // The last add as the modem received it: one filter, id 1, TCP on IPv4.
-  const auto &add = Last(QMI_DFS_ADD_FILTERS_REQ_V01).As<dfs_add_filters_req_msg_v01>();
+  Add add{};
+  for (const auto &r : modem_->ReceivedBy(kDfs)) {
+    if (r.msg_id == QMI_DFS_ADD_FILTERS_REQ_V01) add = r.As<Add>();
+  }
   EXPECT_EQ(add.filter_id_len, 1u);
   EXPECT_EQ(add.filter_id[0], 1);
   ASSERT_TRUE(add.ipv4_src_valid && add.ipv4_dst_valid && add.tcp_src_valid && add.tcp_dst_valid);
@@ -565,39 +562,36 @@ TEST_F(DfsTest, ModemBindsOnlyToItsDataPorts) {
 }
 
 TEST_F(DfsTest, ModemRefusesBadRulesWithTheirMasksAndAFullTable) {
-  ASSERT_EQ(Bind(DFS_IP_FAMILY_IPV6_V01, 1), 0);
   Add unlisted = V4Tcp(80);
   unlisted.tcp_dst[0].filter_id = 2;
+  using Errors = std::vector<std::pair<uint16_t, uint64_t>>;  // filter id, mask
   struct Row {
     const char *name;
+    int32_t family;  // of the binding
     Add req;
-    int error;
-    uint16_t filter_id;  // of the first rule error
-    uint64_t mask;
+    Errors errors;
   };
   const Row rows[] = {
-      {"IPv4 rule on an IPv6 binding", V4Tcp(80), 0x30, 1, DFS_RULE_ERR_IPV4_SRC_V01},
-      {"filter id not listed", unlisted, 0x30, 1, DFS_RULE_ERR_IPV4_SRC_V01},
+      {"IPv4 rule on an IPv6 binding", 6, V4Tcp(80), {{1, DFS_RULE_ERR_IPV4_SRC_V01}}},
+      {"filter id not listed: its own entry",
+       6,
+       unlisted,
+       {{1, DFS_RULE_ERR_IPV4_SRC_V01},
+        {2, DFS_RULE_ERR_TCP_DST_V01 | DFS_RULE_ERR_FILTER_ID_V01}}},
+      {"port 0", 4, V4Tcp(0), {{1, DFS_RULE_ERR_TCP_DST_V01}}},
   };
+  AddResp resp;
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
-    AddResp resp;
-    EXPECT_EQ(AddOne(row.req, &resp), row.error);
+    ASSERT_EQ(Bind(row.family, 1), 0);
+    EXPECT_EQ(AddOne(row.req, &resp), 0x30);
     ASSERT_TRUE(resp.rule_errors_valid);
-    EXPECT_EQ(resp.rule_errors[0].filter_id, row.filter_id);
-    EXPECT_EQ(resp.rule_errors[0].rule_error_mask, row.mask);
+    Errors got;
+    for (uint32_t i = 0; i < resp.rule_errors_len; ++i) {
+      got.emplace_back(resp.rule_errors[i].filter_id, resp.rule_errors[i].rule_error_mask);
+    }
+    EXPECT_EQ(got, row.errors);
   }
-  // The unlisted id gets its own entry for the port rule.
-  AddResp resp;
-  AddOne(unlisted, &resp);
-  ASSERT_EQ(resp.rule_errors_len, 2u);
-  EXPECT_EQ(resp.rule_errors[1].filter_id, 2);
-  EXPECT_EQ(resp.rule_errors[1].rule_error_mask,
-            DFS_RULE_ERR_TCP_DST_V01 | DFS_RULE_ERR_FILTER_ID_V01);
-
-  ASSERT_EQ(Bind(DFS_IP_FAMILY_IPV4_V01, 1), 0);
-  EXPECT_EQ(AddOne(V4Tcp(0), &resp), 0x30);
-  EXPECT_EQ(resp.rule_errors[0].rule_error_mask, DFS_RULE_ERR_TCP_DST_V01);
   dfs::SetCapacity(*modem_, 2);
   for (uint16_t port : {80, 81}) {
     ASSERT_EQ(AddOne(V4Tcp(port), &resp), 0);
