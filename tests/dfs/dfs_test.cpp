@@ -1,5 +1,6 @@
 // Five-tuple blacklist commands, driven as a radio module would, against the simulated modem's
-// data filter service: what the caller gets back, what the modem received and what it holds.
+// data filter service: what the caller gets back, what the modem received and what it holds; and
+// the service's own rules (binding to data ports only, rule error masks, table capacity).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -7,29 +8,44 @@
 
 #include <chrono>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "data_filter_service_v01.h"
 #include "dfs/dfs_service.h"
+#include "json_lines.h"
 #include "modemsim/modem.h"
+#include "qmi_client.h"
 #include "qmi_platform_host.h"
 #include "served_modem.h"
 #include "syslog_capture.h"
 #include "tarvik_filter_control.h"
+#include "test_env.h"
 
 namespace {
 
 namespace dfs = modemsim::dfs;
+using Add = dfs_add_filters_req_msg_v01;
+using AddResp = dfs_add_filters_resp_msg_v01;
 using tarvik_test::SyslogContains;
 
 constexpr uint32_t kDfs = DFS_V01_SERVICE_ID;
 const std::string kLongDev(79, 'r');  // a data port whose name takes the whole name buffer
 
 using Tuple = std::vector<std::string>;
-const Tuple kV4Tcp = {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1000", "443"};
+// "IPV4 TCP 10.0.0.1 ..." as its fields.
+Tuple T(const std::string &words) {
+  std::istringstream in(words);
+  return Tuple(std::istream_iterator<std::string>(in), std::istream_iterator<std::string>());
+}
+const Tuple kV4Tcp = T("IPV4 TCP 10.0.0.1 10.0.0.2 1000 443");
+// What the simulated modem answers a refused request with.
+const modemsim::Fault kRefused{modemsim::Fault::kResult, modemsim::kQmiErrInternal};
 
 // A request buffer: little-endian words, texts without terminator.
 class Buffer {
@@ -53,6 +69,14 @@ class Buffer {
   std::vector<uint8_t> bytes;
 };
 
+// Waits up to a second for `line` (at `priority`, -1: any) in the log.
+bool WaitForLog(const char *line, int priority = -1) {
+  for (int i = 0; i < 200 && !SyslogContains(line, priority); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return SyslogContains(line, priority);
+}
+
 class DfsTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -65,6 +89,42 @@ class DfsTest : public ::testing::Test {
     ASSERT_EQ(qmi_platform_host_set_devices(devices, 4), 0);
     modem_ = modemsim::CreateStandardModem("");
     qmux_ = tarvik_test::Serve(*modem_);
+  }
+
+  void TearDown() override {
+    if (raw_ != nullptr) qmi_client_release(raw_);
+  }
+  // A client of the DFS service of its own, as another radio stack would open one.
+  qmi_client_type Raw() {
+    qmi_client_os_params os{};
+    if (raw_ == nullptr) {
+      EXPECT_EQ(qmi_client_init_instance(&dfs_qmi_idl_service_object_v01, QMI_CLIENT_INSTANCE_ANY,
+                                         nullptr, nullptr, &os, 1000, &raw_),
+                QMI_NO_ERR);
+    }
+    return raw_;
+  }
+  // The modem's verdict on a bind: 0 accepted, else its QMI error.
+  int Bind(int32_t family, int mux, int ep_type = -1, uint32_t iface = 0) {
+    dfs_bind_client_req_msg_v01 req{};
+    dfs_result_resp_msg_v01 resp{};
+    req.ip_preference_valid = 1;
+    req.ip_preference = (dfs_ip_family_enum_v01)family;
+    req.mux_id_valid = mux >= 0;
+    req.mux_id = (uint8_t)mux;
+    req.ep_id_valid = ep_type >= 0;
+    req.ep_id = {(uint32_t)ep_type, iface};
+    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_BIND_CLIENT_REQ_V01, &req, sizeof(req), &resp,
+                                       sizeof(resp), 1000),
+              QMI_NO_ERR);
+    return resp.resp.result == 0 ? 0 : resp.resp.error;
+  }
+  int AddOne(Add req, AddResp *resp) {
+    memset(resp, 0, sizeof(*resp));
+    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_ADD_FILTERS_REQ_V01, &req, sizeof(req), resp,
+                                       sizeof(*resp), 1000),
+              QMI_NO_ERR);
+    return resp->resp.result == 0 ? 0 : resp->resp.error;
   }
 
   int Call(const char *dev, const Tuple &tuple, int mode, uint32_t *status, int count = -2) {
@@ -99,16 +159,10 @@ class DfsTest : public ::testing::Test {
     return n;
   }
   size_t Held() const { return dfs::FilterCount(*modem_); }
-  const modemsim::Received &Last(uint16_t id) const {
-    static modemsim::Received last;
-    for (const auto &r : modem_->ReceivedBy(kDfs)) {
-      if (r.msg_id == id) last = r;
-    }
-    return last;
-  }
 
   std::unique_ptr<modemsim::Modem> modem_;
   std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
+  qmi_client_type raw_ = nullptr;
 };
 
 TEST_F(DfsTest, RequestBufferBoundsAndWhatPassesThrough) {
@@ -190,12 +244,16 @@ TEST_F(DfsTest, ModeChecksComeBeforeAnyRequest) {
     int ret;
     const char *line;
   };
-  const Tuple empty_dst = {"IPV4", "TCP", "10.0.0.1", "", "1", "2"};
   const Row rows[] = {
-      {"mode 1, 5 fields", "rmnet_data0", Tuple(kV4Tcp.begin(), kV4Tcp.end() - 1), 1, -2, 500,
+      {"mode 1, 5 fields", "rmnet_data0", T("IPV4 TCP 10.0.0.1 10.0.0.2 1000"), 1, -2, 500,
        "mode=1 invalid params: rmnet=rmnet_data0, ipFields="},
       {"mode 1, no device", nullptr, kV4Tcp, 1, -2, 500, "mode=1 invalid params: rmnet=null"},
-      {"mode 1, an empty field", "rmnet_data0", empty_dst, 1, -2, 500,
+      {"mode 1, an empty field",
+       "rmnet_data0",
+       {"IPV4", "TCP", "10.0.0.1", "", "1", "2"},
+       1,
+       -2,
+       500,
        "ipFields[3] is null or empty"},
       {"mode 0, count 1",
        "rmnet_data0",
@@ -232,55 +290,20 @@ TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
     Tuple tuple;
     int ret;
     const char *line;  // for a rejection
-    bool client;       // a client of the tuple's family was opened
   };
   const Row rows[] = {
-      {"ipv6 lower case", {"ipv6", "udp", "2001:db8::1", "2001:db8::2", "53", "5353"}, 0, "", true},
-      {"IPv7",
-       {"IPv7", "TCP", "10.0.0.1", "10.0.0.2", "1", "2"},
-       500,
-       "unsupported ip_ver: IPv7",
-       true},
-      {"sport 0",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "0", "2"},
-       500,
-       "invalid src port: 0",
-       true},
-      {"dport 65536",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1", "65536"},
-       500,
-       "invalid dst port: 65536",
-       true},
-      {"sport 80x",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "80x", "2"},
-       500,
-       "invalid src port: 80x",
-       true},
-      {"sport -1",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "-1", "2"},
-       500,
-       "invalid src port: -1",
-       true},
-      {"IPv4 address as IPv6",
-       {"IPV6", "TCP", "10.0.0.1", "::1", "1", "2"},
-       500,
-       "invalid IPv6 src addr: 10.0.0.1",
-       true},
-      {"IPv4 dst garbage",
-       {"IPV4", "TCP", "10.0.0.1", "10.0.0", "1", "2"},
-       500,
-       "invalid IPv4 dst addr: 10.0.0",
-       true},
-      {"icmp after both ports",
-       {"IPV4", "icmp", "10.0.0.1", "10.0.0.2", "1", "65535"},
-       500,
-       "unsupported proto: icmp",
-       true},
-      {"ports 1, 65535 and ' 80'",
-       {"IPV4", "tcp", "10.0.0.1", "10.0.0.2", " 80", "65535"},
-       0,
-       "",
-       true},
+      {"ipv6 lower case", T("ipv6 udp 2001:db8::1 2001:db8::2 53 5353"), 0, ""},
+      {"IPv7", T("IPv7 TCP 10.0.0.1 10.0.0.2 1 2"), 500, "unsupported ip_ver: IPv7"},
+      {"sport 0", T("IPV4 TCP 10.0.0.1 10.0.0.2 0 2"), 500, "invalid src port: 0"},
+      {"dport 65536", T("IPV4 TCP 10.0.0.1 10.0.0.2 1 65536"), 500, "invalid dst port: 65536"},
+      {"sport 80x", T("IPV4 TCP 10.0.0.1 10.0.0.2 80x 2"), 500, "invalid src port: 80x"},
+      {"sport -1", T("IPV4 TCP 10.0.0.1 10.0.0.2 -1 2"), 500, "invalid src port: -1"},
+      {"IPv4 address as IPv6", T("IPV6 TCP 10.0.0.1 ::1 1 2"), 500,
+       "invalid IPv6 src addr: 10.0.0.1"},
+      {"IPv4 dst garbage", T("IPV4 TCP 10.0.0.1 10.0.0 1 2"), 500, "invalid IPv4 dst addr: 10.0.0"},
+      {"icmp after both ports", T("IPV4 icmp 10.0.0.1 10.0.0.2 1 65535"), 500,
+       "unsupported proto: icmp"},
+      {"ports 1, 65535 and ' 80'", {"IPV4", "tcp", "10.0.0.1", "10.0.0.2", " 80", "65535"}, 0, ""},
   };
   size_t added = 0;
   for (const Row &row : rows) {
@@ -300,7 +323,10 @@ TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
   EXPECT_TRUE(SyslogContains("filter added, total count=2"));
 
   // The last add as the modem received it: one filter, id 1, TCP on IPv4.
-  const auto &add = Last(QMI_DFS_ADD_FILTERS_REQ_V01).As<dfs_add_filters_req_msg_v01>();
+  Add add{};
+  for (const auto &r : modem_->ReceivedBy(kDfs)) {
+    if (r.msg_id == QMI_DFS_ADD_FILTERS_REQ_V01) add = r.As<Add>();
+  }
   EXPECT_EQ(add.filter_id_len, 1u);
   EXPECT_EQ(add.filter_id[0], 1);
   ASSERT_TRUE(add.ipv4_src_valid && add.ipv4_dst_valid && add.tcp_src_valid && add.tcp_dst_valid);
@@ -325,7 +351,7 @@ TEST_F(DfsTest, AddressAndPortRulesAndTheAddRequest) {
   EXPECT_EQ(dfs::Clients(*modem_).size(), 2u);
 }
 
-TEST_F(DfsTest, LimitOf400ThenExitStartsAgain) {
+TEST_F(DfsTest, LimitOf400ThenExitOrADeviceChangeStartsAgain) {
   for (int i = 0; i < 400; ++i) ASSERT_EQ(Enter(), 0) << i;
   EXPECT_EQ(Held(), 400u);
   const size_t before = Received().size();
@@ -341,11 +367,9 @@ TEST_F(DfsTest, LimitOf400ThenExitStartsAgain) {
   EXPECT_EQ(Enter(), 0);
   EXPECT_TRUE(SyslogContains("filter added, total count=1"));
   EXPECT_EQ(Held(), 1u);
-}
 
-TEST_F(DfsTest, DeviceChangeReleasesBothClientsAndResetsTheCount) {
-  ASSERT_EQ(Enter(), 0);
-  ASSERT_EQ(Enter({"IPV6", "TCP", "::1", "::2", "1", "2"}), 0);
+  // A device change releases both families' clients and starts the count again.
+  ASSERT_EQ(Enter(T("IPV6 TCP ::1 ::2 1 2")), 0);
   ASSERT_EQ(dfs::Clients(*modem_).size(), 2u);
   modem_->ClearReceived(kDfs);
   tarvik_test::ClearSyslog();
@@ -364,28 +388,6 @@ TEST_F(DfsTest, DeviceChangeReleasesBothClientsAndResetsTheCount) {
   EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
   EXPECT_EQ(CountOf(QMI_DFS_BIND_CLIENT_REQ_V01), 2u);
   EXPECT_EQ(Held(), 3u);  // a release sends nothing: the old device keeps its two
-}
-
-TEST_F(DfsTest, ModemRestartRecoversOnTheNextEnter) {
-  ASSERT_EQ(Enter(), 0);
-  ASSERT_EQ(modem_->Restart(kDfs), 0);
-  for (int i = 0; i < 200 && !SyslogContains("DFS QMI error_cb: error=-2"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  ASSERT_TRUE(SyslogContains("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
-  modem_->ClearReceived(kDfs);
-  // Enabling is skipped (the flag is still set); the add's set-up releases and reopens.
-  EXPECT_EQ(Enter(), 0);
-  EXPECT_TRUE(SyslogContains("SSR detected, recovering DFS clients"));
-  EXPECT_EQ(Received(),
-            (std::vector<uint16_t>{QMI_DFS_BIND_CLIENT_REQ_V01, QMI_DFS_INDICATION_REGISTER_REQ_V01,
-                                   QMI_DFS_ADD_FILTERS_REQ_V01}));
-  EXPECT_EQ(Held(), 1u);
-  // Not enabled any more: the next enter enables the mode again.
-  modem_->ClearReceived(kDfs);
-  EXPECT_EQ(Enter(), 0);
-  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
-  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
 }
 
 TEST_F(DfsTest, EnterFailuresKeepTheCount) {
@@ -409,12 +411,7 @@ TEST_F(DfsTest, EnterFailuresKeepTheCount) {
     SCOPED_TRACE(row.name);
     tarvik_test::ClearSyslog();
     dfs::SetCapacity(*modem_, row.capacity);
-    if (row.fail_msg >= 0) {
-      modemsim::Fault fault;
-      fault.kind = modemsim::Fault::kResult;
-      fault.error = modemsim::kQmiErrInternal;
-      modem_->SetFault(kDfs, row.fail_msg, fault);
-    }
+    if (row.fail_msg >= 0) modem_->SetFault(kDfs, row.fail_msg, kRefused);
     EXPECT_EQ(Enter(kV4Tcp, row.dev), row.ret);
     EXPECT_TRUE(SyslogContains(row.line)) << tarvik_test::SyslogDump();
     EXPECT_FALSE(SyslogContains("filter added") && row.ret != 0);
@@ -472,11 +469,8 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
     SCOPED_TRACE(row.name);
     ASSERT_EQ(Enter(), 0);
     ASSERT_EQ(Held(), 1u);
-    modemsim::Fault fault;
-    fault.kind = modemsim::Fault::kResult;
-    fault.error = modemsim::kQmiErrInternal;
-    modem_->SetFault(kDfs, QMI_DFS_SET_FILTER_MODE_REQ_V01, fault);
-    if (row.fail_remove) modem_->SetFault(kDfs, QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, fault);
+    modem_->SetFault(kDfs, QMI_DFS_SET_FILTER_MODE_REQ_V01, kRefused);
+    if (row.fail_remove) modem_->SetFault(kDfs, QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, kRefused);
     modem_->ClearReceived(kDfs);
     tarvik_test::ClearSyslog();
     EXPECT_EQ((uint32_t)Exit(), row.ret);
@@ -494,20 +488,172 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
   EXPECT_EQ(Received().back(), QMI_DFS_SET_FILTER_MODE_REQ_V01);
 }
 
-TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatch) {
+TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatchAndARestartRecoversOnTheNextEnter) {
   ASSERT_EQ(Enter(), 0);
-  tarvik_test::ClearSyslog();
   const dfs_filter_mode_ind_msg_v01 off = {0};
   ASSERT_GT(modem_->PushIndication(kDfs, QMI_DFS_FILTER_MODE_IND_V01, &off, sizeof(off)), 0);
-  for (int i = 0; i < 200 && !SyslogContains("DFS mode mismatch"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  EXPECT_TRUE(WaitForLog("DFS mode mismatch: modem=0 local=1", 3));
   EXPECT_TRUE(SyslogContains("DFS mode IND: modem_mode=0 (disabled), local_enabled=1"));
-  EXPECT_TRUE(SyslogContains("DFS mode mismatch: modem=0 local=1", 3));
   // The local flag is unchanged: the next enter does not enable again.
   modem_->ClearReceived(kDfs);
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
+
+  ASSERT_EQ(modem_->Restart(kDfs), 0);
+  ASSERT_TRUE(WaitForLog("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
+  modem_->ClearReceived(kDfs);
+  tarvik_test::ClearSyslog();
+  // Enabling is skipped (the flag is still set); the add's set-up releases and reopens.
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_TRUE(SyslogContains("SSR detected, recovering DFS clients"));
+  EXPECT_EQ(Received(),
+            (std::vector<uint16_t>{QMI_DFS_BIND_CLIENT_REQ_V01, QMI_DFS_INDICATION_REGISTER_REQ_V01,
+                                   QMI_DFS_ADD_FILTERS_REQ_V01}));
+  EXPECT_EQ(Held(), 1u);
+  // Not enabled any more: the next enter enables the mode again; the count started again.
+  modem_->ClearReceived(kDfs);
+  EXPECT_EQ(Enter(), 0);
+  EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
+  EXPECT_TRUE(SyslogContains("filter added, total count=2"));
+}
+
+// One filter (id 1) with an IPv4 source and a TCP destination port.
+Add V4Tcp(uint16_t port) {
+  Add req{};
+  req.filter_id_len = 1;
+  req.filter_id[0] = 1;
+  req.ipv4_src_valid = 1;
+  req.ipv4_src_len = 1;
+  req.ipv4_src[0] = {1, 0x0100000Au, 0xFFFFFFFFu};
+  req.tcp_dst_valid = 1;
+  req.tcp_dst_len = 1;
+  req.tcp_dst[0] = {1, port, 0};
+  return req;
+}
+
+// The simulated service's own rules, through a raw client as another radio stack would reach it.
+TEST_F(DfsTest, ModemBindsOnlyToItsDataPorts) {
+  struct Row {
+    const char *name;
+    int32_t family;
+    int mux;
+    int ep_type;
+    uint32_t iface;
+    int error;
+  };
+  const Row rows[] = {
+      {"mux without a port", 4, 99, -1, 0, 0x30},
+      {"endpoint of no port", 4, 1, 4, 7, 0x30},
+      {"no mux id", 4, -1, -1, 0, 0x11},
+      {"family 5", 5, 1, -1, 0, 0x30},
+      {"rmnet_data1 with its endpoint", 6, 2, 4, 1, 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Bind(row.family, row.mux, row.ep_type, row.iface), row.error);
+  }
+  const auto clients = dfs::Clients(*modem_);
+  ASSERT_EQ(clients.size(), 1u);
+  EXPECT_TRUE(clients[0].bound);
+  EXPECT_EQ(clients[0].mux_id, 2);
+  EXPECT_EQ(clients[0].ip_pref, 6);
+}
+
+TEST_F(DfsTest, ModemRefusesBadRulesWithTheirMasksAndAFullTable) {
+  Add unlisted = V4Tcp(80);
+  unlisted.tcp_dst[0].filter_id = 2;
+  using Errors = std::vector<std::pair<uint16_t, uint64_t>>;  // filter id, mask
+  struct Row {
+    const char *name;
+    int32_t family;  // of the binding
+    Add req;
+    Errors errors;
+  };
+  const Row rows[] = {
+      {"IPv4 rule on an IPv6 binding", 6, V4Tcp(80), {{1, DFS_RULE_ERR_IPV4_SRC_V01}}},
+      {"filter id not listed: its own entry",
+       6,
+       unlisted,
+       {{1, DFS_RULE_ERR_IPV4_SRC_V01},
+        {2, DFS_RULE_ERR_TCP_DST_V01 | DFS_RULE_ERR_FILTER_ID_V01}}},
+      {"port 0", 4, V4Tcp(0), {{1, DFS_RULE_ERR_TCP_DST_V01}}},
+  };
+  AddResp resp;
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_EQ(Bind(row.family, 1), 0);
+    EXPECT_EQ(AddOne(row.req, &resp), 0x30);
+    ASSERT_TRUE(resp.rule_errors_valid);
+    Errors got;
+    for (uint32_t i = 0; i < resp.rule_errors_len; ++i) {
+      got.emplace_back(resp.rule_errors[i].filter_id, resp.rule_errors[i].rule_error_mask);
+    }
+    EXPECT_EQ(got, row.errors);
+  }
+  dfs::SetCapacity(*modem_, 2);
+  for (uint16_t port : {80, 81}) {
+    ASSERT_EQ(AddOne(V4Tcp(port), &resp), 0);
+    EXPECT_FALSE(resp.rule_errors_valid);
+    ASSERT_EQ(resp.filter_handles_len, 1u);
+  }
+  EXPECT_EQ(AddOne(V4Tcp(82), &resp), 0x44);
+  EXPECT_EQ(dfs::FilterCount(*modem_), 2u);
+  const auto filters = dfs::Clients(*modem_)[0].filters;
+  EXPECT_NE(filters[0].handle, filters[1].handle);
+  EXPECT_EQ(filters[1].src, "10.0.0.1");
+  EXPECT_EQ(filters[1].dport, 81);
+  ASSERT_EQ(modem_->Restart(DFS_V01_SERVICE_ID), 0);
+  EXPECT_EQ(dfs::FilterCount(*modem_), 0u);
+}
+
+// The dfs commands of the tool against tarvik-modemd, one run per command: the library's filter
+// count ends with each run, the modem's filter tables stay with the daemon.
+TEST(DfsTool, RunsShareTheDaemonsTablesAndAnswerOneJsonShape) {
+  using nlohmann::json;
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  const std::string tool = daemon.modem() + " --json ";
+  const json paths = {{{"mux_id", 1}, {"ip_pref", 4}, {"mode", 1}, {"filters", 2}},
+                      {{"mux_id", 1}, {"ip_pref", 6}, {"mode", 1}, {"filters", 0}}};
+  struct Row {
+    std::string args;
+    int exit;
+    json fields;
+  };
+  const Row rows[] = {
+      {"dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv4 udp 10.0.0.1 10.0.0.3 53 53",
+       0,
+       {{"added", 2}, {"result", 0}}},
+      {"sim status", 0, {{"dfs", {{"clients", json::array()}, {"paths", paths}}}}},
+      {"dfs mode rmnet_data0 4", 0, {{"mode", 1}, {"mux_id", 1}}},
+      {"dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 0 443",
+       1,
+       {{"status", 500}, {"status_name", "invalid parameters"}, {"added", 0}}},
+      {"dfs msg 00000000", 1, {{"status", -1}, {"result", 500}, {"length", 4}}},
+      {"dfs msg 00000000000000000000000000", 0, {{"status", 0}, {"result", 0}}},
+      {"dfs exit rmnet_data0", 0, {{"result", 0}}},
+      {"dfs mode rmnet_data0 4", 0, {{"mode", 0}}},
+      {"dfs mode rmnet_data0 5", 2, {{"status", nullptr}}},
+      {"dfs enter rmnet_data0 IPV4 TCP", 2, {{"error", nullptr}}},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    const tarvik_test::ToolRun run = tarvik_test::RunTool(tool + row.args);
+    EXPECT_EQ(run.status, row.exit) << run.err;
+    const auto lines = tarvik_test::JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 1u) << run.out;
+    for (const auto &f : row.fields.items()) {
+      ASSERT_TRUE(lines[0].contains(f.key())) << f.key() << " in " << lines[0];
+      if (!f.value().is_null()) {
+        EXPECT_EQ(lines[0][f.key()], f.value()) << f.key();
+      }
+    }
+  }
+  // After the exit the modem holds nothing on the path and has the mode off.
+  const auto status = tarvik_test::JsonLines(tarvik_test::RunTool(tool + "sim status").out);
+  ASSERT_EQ(status.size(), 1u);
+  EXPECT_EQ(status[0]["dfs"]["paths"][0]["filters"], 0);
+  EXPECT_EQ(status[0]["dfs"]["paths"][0]["mode"], 0);
 }
 
 }  // namespace

@@ -21,11 +21,9 @@ namespace {
 using modemsim::Fault;
 using Clock = std::chrono::steady_clock;
 constexpr uint32_t kNas = NAS_QMI_SERVICE_ID_V01;
-
-long MsSince(Clock::time_point start) {
-  return static_cast<long>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
+constexpr uint16_t kNrMode = QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01;
+constexpr uint16_t kEndc = QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01;
+constexpr uint16_t kDeprio = QMI_NAS_DEPRIORITIZE_NR5G_REQ_MSG_V01;
 
 class Nas : public ::testing::Test {
  protected:
@@ -37,16 +35,6 @@ class Nas : public ::testing::Test {
     size_t n = 0;
     for (const auto &r : modem_->ReceivedBy(kNas)) n += r.msg_id == msg_id ? 1 : 0;
     return n;
-  }
-  // The last request of `msg_id` the modem received, decoded.
-  template <typename T>
-  T Last(uint16_t msg_id) const {
-    const auto received = modem_->ReceivedBy(kNas);
-    for (auto it = received.rbegin(); it != received.rend(); ++it) {
-      if (it->msg_id == msg_id) return it->As<T>();
-    }
-    ADD_FAILURE() << "no request 0x" << std::hex << msg_id;
-    return T{};
   }
   std::unique_ptr<modemsim::Modem> modem_;
   std::unique_ptr<modemsim::QmuxServer> qmux_;  // stopped before the modem goes
@@ -63,14 +51,14 @@ struct ControlRow {
 
 uint32_t SentValue(const modemsim::Received &r) {
   switch (r.msg_id) {
-    case QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01: {
+    case kNrMode: {
       const auto &req = r.As<nas_set_system_selection_preference_req_msg_v01>();
       EXPECT_EQ(req.nr5g_disable_mode_valid, 1);
       return static_cast<uint32_t>(req.nr5g_disable_mode);
     }
-    case QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01:
+    case kEndc:
       return r.As<nas_set_endc_config_req_msg_v01>().enable_endc;
-    case QMI_NAS_DEPRIORITIZE_NR5G_REQ_MSG_V01:
+    case kDeprio:
       return r.As<nas_deprioritize_nr5g_req_msg_v01>().deprioritize_nr5g;
   }
   ADD_FAILURE() << "unexpected message 0x" << std::hex << r.msg_id;
@@ -80,17 +68,16 @@ uint32_t SentValue(const modemsim::Received &r) {
 TEST_F(Nas, ControlsBindOnceAndSendTheModemTheirRuleOfTheCallersValue) {
   tarvik_set_ril_process_instance_id(1);
   const ControlRow rows[] = {
-      {"nr mode 1", tarvik_set_nr_mode, 1, QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 1},
-      {"nr mode 2", tarvik_set_nr_mode, 2, QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 2},
-      {"nr mode 3", tarvik_set_nr_mode, 3, QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 0},
-      {"nr mode 0", tarvik_set_nr_mode, 0, QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 0},
-      {"nr mode 0x101", tarvik_set_nr_mode, 0x101,
-       QMI_NAS_SET_SYSTEM_SELECTION_PREFERENCE_REQ_MSG_V01, 0},
-      {"endc 1", tarvik_enable_endc, 1, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01, 1},
-      {"endc 0x100", tarvik_enable_endc, 0x100, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01, 0},
-      {"endc 0x180", tarvik_enable_endc, 0x180, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01, 1},
-      {"deprio 2", tarvik_deprioritize_sa, 2, QMI_NAS_DEPRIORITIZE_NR5G_REQ_MSG_V01, 1},
-      {"deprio 0x200", tarvik_deprioritize_sa, 0x200, QMI_NAS_DEPRIORITIZE_NR5G_REQ_MSG_V01, 0},
+      {"nr mode 1", tarvik_set_nr_mode, 1, kNrMode, 1},
+      {"nr mode 2", tarvik_set_nr_mode, 2, kNrMode, 2},
+      {"nr mode 3", tarvik_set_nr_mode, 3, kNrMode, 0},
+      {"nr mode 0", tarvik_set_nr_mode, 0, kNrMode, 0},
+      {"nr mode 0x101", tarvik_set_nr_mode, 0x101, kNrMode, 0},
+      {"endc 1", tarvik_enable_endc, 1, kEndc, 1},
+      {"endc 0x100", tarvik_enable_endc, 0x100, kEndc, 0},
+      {"endc 0x180", tarvik_enable_endc, 0x180, kEndc, 1},
+      {"deprio 2", tarvik_deprioritize_sa, 2, kDeprio, 1},
+      {"deprio 0x200", tarvik_deprioritize_sa, 0x200, kDeprio, 0},
   };
   for (const ControlRow &row : rows) {
     SCOPED_TRACE(row.name);
@@ -127,10 +114,9 @@ TEST_F(Nas, BindingCarriesTheInstanceIdAndAFailedBindingLeavesNoClient) {
     EXPECT_EQ(Count(QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01), row.binds);
     EXPECT_EQ(modem_->ReceivedBy(kNas).size(), row.bound ? 4u : 0u);
     EXPECT_EQ(modem_->Clients(kNas).size(), row.bound ? 1u : 0u);
-    if (row.bound) {
-      EXPECT_EQ(
-          Last<nas_bind_subscription_req_msg_v01>(QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01).subs_type,
-          NAS_PRIMARY_SUBSCRIPTION_V01);
+    for (const auto &r : modem_->ReceivedBy(kNas)) {
+      if (r.msg_id != QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01) continue;
+      EXPECT_EQ(r.As<nas_bind_subscription_req_msg_v01>().subs_type, NAS_PRIMARY_SUBSCRIPTION_V01);
     }
   }
 }
@@ -154,7 +140,8 @@ TEST_F(Nas, ARefusedBindingIsTriedTenTimesHalfASecondApartAServiceErrorOnce) {
     modem_->SetFault(kNas, QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01, row.fault);
     const auto start = Clock::now();
     EXPECT_FALSE(init_nas_qmi_client());
-    const long ms = MsSince(start);
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
     EXPECT_GE(ms, row.min_ms);
     EXPECT_LE(ms, row.max_ms);
     EXPECT_EQ(Count(QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01), row.attempts);
@@ -170,11 +157,9 @@ TEST_F(Nas, ControlsReportTheTransportNotTheModemAndKeepAClientWhoseServiceWent)
   TARVIK_SKIP_OVER_QMUX("transport failures injected");
   tarvik_set_ril_process_instance_id(0);
   ASSERT_TRUE(init_nas_qmi_client());
-  modem_->SetFault(kNas, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01,
-                   {Fault::kResult, modemsim::kQmiErrInvalidArg, 0, 1});
+  modem_->SetFault(kNas, kEndc, {Fault::kResult, modemsim::kQmiErrInvalidArg, 0, 1});
   EXPECT_EQ(tarvik_enable_endc(1), 0);
-  modem_->SetFault(kNas, QMI_NAS_SET_ENDC_CONFIG_REQ_MSG_V01,
-                   {Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1});
+  modem_->SetFault(kNas, kEndc, {Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1});
   EXPECT_EQ(tarvik_enable_endc(1), QMI_CLIENT_TRANSPORT_ERR);
 
   // No memory: nothing sent, nothing kept.

@@ -122,9 +122,10 @@ TEST_F(Clients, SarWithoutServiceOrMemoryGivesMinusOneAndSendsNothing) {
   EXPECT_TRUE(modem_->Clients(kSar).empty());
 }
 
-TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSet) {
+TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSetOnOneClientTillClosed) {
   TARVIK_SKIP_OVER_QMUX("the sensor client's service id is above 0xFF");
   int context = 0;
+  tarvik_qmi_client_close();  // nothing to close yet
   struct Row {
     uint32_t len;
     uint8_t flag;
@@ -147,6 +148,9 @@ TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSet) {
     const bool has_tlv = received[0].tlvs.size() > 3u + row.len + 2u;
     EXPECT_EQ(has_tlv, row.flag != 0);
   }
+  // All on the one client.
+  const auto clients = modem_->Clients(kSns);
+  ASSERT_EQ(clients.size(), 1u);
   // Refused before anything is sent.
   modem_->ClearReceived(kSns);
   EXPECT_EQ(tarvik_sensor_qmi_send_sync(payload.data(), 3, nullptr, nullptr, 0), -1);
@@ -154,10 +158,20 @@ TEST_F(Clients, SensorSendsThePayloadAndTheFlagOnlyWhenSet) {
   EXPECT_EQ(tarvik_sensor_qmi_send_sync(payload.data(), 1001, &context, nullptr, 0), -1);
   EXPECT_TRUE(modem_->ReceivedBy(kSns).empty());
   // A failed request keeps the client.
-  const auto clients = modem_->Clients(kSns);
   modem_->SetFault(kSns, SNS_CLIENT_REQ_V01, {Fault::kTransportError, QMI_SERVICE_ERR, 0, 1});
   EXPECT_EQ(tarvik_sensor_qmi_send_sync(payload.data(), 3, &context, nullptr, 0), -3);
   EXPECT_EQ(modem_->Clients(kSns), clients);
+  // Closed, the next send makes a fresh one.
+  tarvik_qmi_client_close();
+  EXPECT_TRUE(modem_->Clients(kSns).empty());
+  modem_->ClearReceived(kSns);
+  ASSERT_EQ(tarvik_sensor_qmi_send_sync(payload.data(), 1, &context, nullptr, 1), 0);
+  const auto fresh = modem_->Clients(kSns);
+  ASSERT_EQ(fresh.size(), 1u);
+  EXPECT_NE(fresh[0], clients[0]);
+  const auto received = modem_->ReceivedBy(kSns);
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].client, fresh[0]);
 }
 
 TEST_F(Clients, SensorWaitsAboutTwoHundredMsForAMissingServiceThenTriesAgain) {
@@ -174,27 +188,6 @@ TEST_F(Clients, SensorWaitsAboutTwoHundredMsForAMissingServiceThenTriesAgain) {
   ASSERT_EQ(modem_->SetPresent(kSns, true), QMI_NO_ERR);
   EXPECT_EQ(tarvik_sensor_qmi_send_sync(payload, 2, &context, nullptr, 0), 0);
   EXPECT_EQ(modem_->ReceivedBy(kSns).size(), 1u);
-}
-
-TEST_F(Clients, SensorCloseThenSendMakesAFreshClient) {
-  TARVIK_SKIP_OVER_QMUX("the sensor client's service id is above 0xFF");
-  int context = 0;
-  const uint8_t payload[] = {9};
-  tarvik_qmi_client_close();  // nothing to close yet
-  ASSERT_EQ(tarvik_sensor_qmi_send_sync(payload, 1, &context, nullptr, 1), 0);
-  const auto first = modem_->Clients(kSns);
-  ASSERT_EQ(first.size(), 1u);
-  ASSERT_EQ(tarvik_sensor_qmi_send_sync(payload, 1, &context, nullptr, 1), 0);
-  EXPECT_EQ(modem_->Clients(kSns), first);
-  tarvik_qmi_client_close();
-  EXPECT_TRUE(modem_->Clients(kSns).empty());
-  ASSERT_EQ(tarvik_sensor_qmi_send_sync(payload, 1, &context, nullptr, 1), 0);
-  const auto second = modem_->Clients(kSns);
-  ASSERT_EQ(second.size(), 1u);
-  EXPECT_NE(second[0], first[0]);
-  const auto received = modem_->ReceivedBy(kSns);
-  ASSERT_EQ(received.size(), 3u);
-  EXPECT_EQ(received[2].client, second[0]);
 }
 
 // The tool's sar and sensor commands against one daemon: what reached the modem is in its

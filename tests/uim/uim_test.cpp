@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -13,6 +12,7 @@
 
 #include "extend/extend_service.h"
 #include "features/feature_modem.h"
+#include "json_lines.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "served_modem.h"
@@ -30,14 +30,6 @@ constexpr uint32_t kUim = uim::kServiceId;
 
 uint8_t Flag(uint8_t *flag) {
   return __atomic_load_n(flag, __ATOMIC_RELAXED);
-}
-
-template <typename Pred>
-bool WaitFor(Pred pred, int ms = 3000) {
-  for (int i = 0; i < ms / 5 && !pred(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return pred();
 }
 
 // The radio layer's side of the purge: a UIM client of its own, registered for the purge
@@ -98,75 +90,51 @@ class Uim : public ::testing::Test {
   qmi_client_type listener_ = nullptr;
 };
 
-int PowerUp(uint32_t slot, uint32_t ignore) {
-  tarvik_uim_power_req_t req{1, slot, ignore};
-  return tarvik_uim_request_uicc_power_ex(&req);
-}
-
 TEST_F(Uim, CardPowerSendsTheSwitchAndModeAndChangesTheCard) {
+  constexpr uint8_t kOut = UIM_CARD_STATE_ABSENT_V01, kIn = UIM_CARD_STATE_PRESENT_V01;
   struct Row {
     const char *name;
-    std::function<int()> call;
-    uint16_t msg;
-    int ignore_switch;  // -1: power down
+    bool esim;
+    tarvik_esim_power_req_t req;  // the plain variant takes the first three fields
+    bool switch_off;              // the card powered down and its switch set to see no card first
     uint8_t state_after;
   };
   const Row rows[] = {
-      {"down",
-       [] {
-         tarvik_uim_power_req_t r{0, 1, 7};
-         return tarvik_uim_request_uicc_power_ex(&r);
-       },
-       QMI_UIM_POWER_DOWN_REQ_V01, -1, UIM_CARD_STATE_ABSENT_V01},
-      {"up, switch field 5", [] { return PowerUp(1, 5); }, QMI_UIM_POWER_UP_REQ_V01, 1,
-       UIM_CARD_STATE_PRESENT_V01},
-      {"switch sees no card: refused, still 0",
-       [&] {
-         uim::SetSwitch(*modem_, 1, false);
-         tarvik_uim_power_req_t r{0, 1, 0};
-         tarvik_uim_request_uicc_power_ex(&r);
-         modem_->ClearReceived(kUim);
-         return PowerUp(1, 0);
-       },
-       QMI_UIM_POWER_UP_REQ_V01, 0, UIM_CARD_STATE_ABSENT_V01},
-      {"eSIM down, file written",
-       [] {
-         tarvik_esim_power_req_t r{0, 2, 0, 0};
-         return tarvik_esim_request_uicc_power_ex(&r);
-       },
-       QMI_UIM_POWER_DOWN_REQ_V01, -1, UIM_CARD_STATE_ABSENT_V01},
-      {"eSIM up with the file at 0: eUICC stays hidden",
-       [] {
-         tarvik_esim_power_req_t r{1, 2, 0, 0};
-         return tarvik_esim_request_uicc_power_ex(&r);
-       },
-       QMI_UIM_POWER_UP_REQ_V01, 0, UIM_CARD_STATE_ABSENT_V01},
-      {"eSIM up with the file at 1",
-       [] {
-         tarvik_esim_power_req_t r{1, 2, 1, 1};
-         return tarvik_esim_request_uicc_power_ex(&r);
-       },
-       QMI_UIM_POWER_UP_REQ_V01, 1, UIM_CARD_STATE_PRESENT_V01},
+      {"down", false, {0, 1, 7, 0}, false, kOut},
+      {"up, switch field 5", false, {1, 1, 5, 0}, false, kIn},
+      {"no card at the switch: refused, 0", false, {1, 1, 0, 0}, true, kOut},
+      {"eSIM down, file written", true, {0, 2, 0, 0}, false, kOut},
+      {"eSIM up with the file at 0: eUICC stays hidden", true, {1, 2, 0, 0}, false, kOut},
+      {"eSIM up with the file at 1", true, {1, 2, 1, 1}, false, kIn},
   };
-  // The eSIM rows write their enable file through the extend service, which QMUX cannot reach.
-  const size_t count = tarvik_test::OverQmux() ? 3 : std::size(rows);
-  for (const Row &row : std::vector<Row>(rows, rows + count)) {
+  for (const Row &row : rows) {
+    // The eSIM rows write their enable file through the extend service, which QMUX cannot reach.
+    if (row.esim && tarvik_test::OverQmux()) continue;
     SCOPED_TRACE(row.name);
+    const tarvik_uim_power_req_t plain{row.req.power, row.req.slot, row.req.ignore_hotswap};
+    if (row.switch_off) {
+      uim::SetSwitch(*modem_, row.req.slot, false);
+      const tarvik_uim_power_req_t down{0, row.req.slot, 0};
+      tarvik_uim_request_uicc_power_ex(&down);
+    }
     modem_->ClearReceived(kUim);
-    EXPECT_EQ(row.call(), 0);
-    const auto got = Got(row.msg);
+    EXPECT_EQ(row.esim ? tarvik_esim_request_uicc_power_ex(&row.req)
+                       : tarvik_uim_request_uicc_power_ex(&plain),
+              0);
+    const auto got = Got(row.req.power ? QMI_UIM_POWER_UP_REQ_V01 : QMI_UIM_POWER_DOWN_REQ_V01);
     ASSERT_EQ(got.size(), 1u);
     const uint32_t slot = got[0].As<uim_power_down_req_msg_v01>().slot;
-    if (row.ignore_switch >= 0) {
+    EXPECT_EQ(slot, row.req.slot);
+    if (row.req.power) {
       const auto &req = got[0].As<uim_power_up_req_msg_v01>();
       EXPECT_EQ(req.ignore_hot_swap_switch_valid, 1);
-      EXPECT_EQ(req.ignore_hot_swap_switch, row.ignore_switch);
+      EXPECT_EQ(req.ignore_hot_swap_switch, row.req.ignore_hotswap != 0);
       EXPECT_EQ(req.card_mode_valid, 1);
       EXPECT_EQ(req.card_mode, 0);
     }
     EXPECT_EQ(uim::Of(*modem_).slots[slot - 1].state, row.state_after);
   }
-  if (count < std::size(rows)) return;
+  if (tarvik_test::OverQmux()) return;
   std::vector<uint8_t> file;
   ASSERT_TRUE(modemsim::features::Of(*modem_)->File(
       1, "/nv/item_files/modem/uim/uimdrv/esim_enable", &file));
@@ -175,7 +143,8 @@ TEST_F(Uim, CardPowerSendsTheSwitchAndModeAndChangesTheCard) {
 
 TEST_F(Uim, EsimPowerWhoseFileWriteFailsSendsNothing) {
   TARVIK_SKIP_OVER_QMUX("the eSIM enable file is written through the extend service");
-  ASSERT_EQ(PowerUp(1, 0), 0);  // a client exists
+  uint16_t states = 0;
+  ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);  // a client exists
   modem_->ClearReceived(kUim);
   modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01,
                    Fault{Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, -1});
@@ -214,7 +183,10 @@ TEST_F(Uim, ModemRestartSetsSsrDetectedAndTheNextCallRecovers) {
   uint16_t states = 0;
   ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);
   ASSERT_EQ(modem_->Restart(kUim), QMI_NO_ERR);
-  ASSERT_TRUE(WaitFor([] { return Flag(&SSR_Detected) == 1; }));
+  for (int i = 0; i < 600 && Flag(&SSR_Detected) == 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ASSERT_EQ(Flag(&SSR_Detected), 1);
   modem_->ClearReceived(kUim);
   uint8_t eid[16];
   const tarvik_uim_slot_req_t slot{2};
@@ -521,6 +493,65 @@ TEST(UimCardReader, CardSetUpOutlivesTheModem) {
   EXPECT_EQ(v.slots[2].kind, uim::CardKind::kEuicc);
   EXPECT_EQ(v.slots[2].eid, eid);
   EXPECT_EQ(v.slots[2].state, UIM_CARD_STATE_PRESENT_V01);
+}
+
+// The tool's uim command and the sim card words, each run a process of its own against one
+// tarvik-modemd, whose card reader keeps its state between the runs.
+TEST(UimTool, CommandsReachTheCardReaderAndAnswerOneJsonShape) {
+  using nlohmann::json;
+  tarvik_test::ModemDaemon daemon;
+  ASSERT_TRUE(daemon.up());
+  const std::string isdr_eid = "80E2910006BF3E035C015A";
+  struct Row {
+    std::string args;
+    int exit;
+    json fields;
+  };
+  const Row rows[] = {
+      {"uim status", 0, {{"card1", {{"state", 1}, {"name", "present"}}}, {"card2", nullptr}}},
+      {"uim power 1 down", 0, {{"power", "down"}, {"ignore_hotswap", false}}},
+      {"sim card 1 switch off", 0, {}},
+      {"uim power 1 up", 0, {}},  // refused by the modem: only the transport is reported
+      {"uim status", 0, {{"card1", {{"state", 0}, {"name", "absent"}}}}},
+      {"uim power 1 up ignore-hotswap", 0, {{"ignore_hotswap", true}}},
+      {"uim status", 0, {{"card1", {{"state", 1}, {"name", "present"}}}}},
+      {"sim card 2 euicc 00112233445566778899AABBCCDDEEFF", 0, {}},
+      {"uim eid 2", 0, {{"eid", "00112233445566778899aabbccddeeff"}}},
+      {"uim eid 1", 0, {{"eid", ""}}},
+      {"uim open 1", 1, {{"status", -1}}},
+      {"uim open 2", 0, {{"channel", 1}}},
+      {"uim apdu 2 1 " + isdr_eid,
+       0,
+       {{"response", "bf3e125a1000112233445566778899aabbccddeeff9000"}, {"sw", "9000"}}},
+      {"uim apdu 2 1 80E2910003BF2D00", 0, {{"sw", "9000"}}},
+      {"uim apdu 2 1 " + std::string(512, 'A'), 2, {}},
+      {"uim close 2 1", 0, {}},
+      {"uim apdu 2 1 " + isdr_eid, 1, {{"status", -1}}},
+      {"uim sim-type 3 4", 0, {{"values", {3, 4}}}},
+      {"uim purge 0", 0, {{"purge_state", 1}}},
+      {"sim card purge failed 10", 0, {}},
+      {"uim purge 1", 1, {{"status", -4}, {"purge_state", 2}}},
+      {"sim card 9 sim", 2, {}},
+      {"sim status", 0, {{"cards", nullptr}}},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.args);
+    const tarvik_test::ToolRun run = tarvik_test::RunTool(daemon.modem() + " --json " + row.args);
+    EXPECT_EQ(run.status, row.exit) << run.err;
+    const auto lines = tarvik_test::JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 1u);
+    const json &last = lines.back();
+    EXPECT_TRUE(last.contains("status") && last["status_name"].is_string()) << last;
+    for (const auto &f : row.fields.items()) {
+      ASSERT_TRUE(last.contains(f.key())) << f.key() << " in " << last;
+      if (!f.value().is_null()) {
+        EXPECT_EQ(last[f.key()], f.value()) << f.key();
+      }
+    }
+    if (row.args == "uim apdu 2 1 80E2910003BF2D00") {
+      EXPECT_EQ(last["response"].get<std::string>().size(), 600u);  // 300 bytes
+    }
+  }
 }
 
 }  // namespace
