@@ -195,34 +195,22 @@ TEST_F(Clients, SensorWaitsAboutTwoHundredMsForAMissingServiceThenTriesAgain) {
 TEST(SarSensorTool, CommandsReachTheModemAndNameTheirFailures) {
   tarvik_test::ModemDaemon daemon;
   ASSERT_TRUE(daemon.up());
-  struct Row {
-    const char *args;
-    int exit;
-    nlohmann::json fields;
-  };
-  const Row rows[] = {
+  const tarvik_test::ToolRow rows[] = {
       {"sar set 21", 0, {{"dsi", 21}, {"sent", 0}}},
       {"sar get", 0, {{"dsi", 0}}},
       {"sar set 20", 0, {{"dsi", 20}, {"sent", 20}}},
       {"sar get", 0, {{"dsi", 20}}},
-      {"sar set x", 2, {{"status", nullptr}}},
+      {"sar set x", 2, {{"status_name", "usage"}}},
       {"sensor send 0a0b --flag", 0, {{"bytes", 2}, {"flag", true}}},
       {"sensor send 0c", 0, {{"bytes", 1}, {"flag", false}}},
-      {"sensor send 0c --other", 2, {{"status", nullptr}}},
-      {"nas show", 2, {{"status", nullptr}}},  // no --instance: nothing would bind
+      {"sensor send 0c --other", 2, {{"status_name", "usage"}}},
+      {"nas show", 2, {{"status_name", "usage"}}},  // no --instance: nothing would bind
       {"sim absent 0x11", 0, {}},
       {"sar get", 1, {{"status", -1}, {"status_name", "no client or no memory"}}},
       {"sim absent 0x190", 0, {}},
       {"sensor send 0d", 1, {{"status", -2}, {"status_name", "no sensor service client"}}},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.args);
-    const auto run = tarvik_test::RunTool(daemon.modem() + " --json " + row.args);
-    EXPECT_EQ(run.status, row.exit) << run.err;
-    const auto lines = tarvik_test::JsonLines(run.out);
-    ASSERT_EQ(lines.size(), 1u);
-    for (const auto &f : row.fields.items()) EXPECT_EQ(lines[0][f.key()], f.value()) << f.key();
-  }
+  for (const auto &row : rows) tarvik_test::ExpectToolRow(daemon.modem() + " --json ", row);
   const auto status =
       tarvik_test::JsonLines(tarvik_test::RunTool(daemon.modem() + " --json sim status").out);
   ASSERT_EQ(status.size(), 1u);
