@@ -21,6 +21,15 @@ using tarvik_test::SyslogLines;
 
 namespace {
 
+// The lines logged since the last clear, each as "<priority> <text>\n".
+std::string Logged() {
+  std::string all;
+  for (const auto &line : SyslogLines()) {
+    all += std::to_string(line.priority) + " " + line.text + "\n";
+  }
+  return all;
+}
+
 std::string Where(int line, const char *func) {
   return "[logging_test.cpp:" + std::to_string(line) + "] " + func + ": ";
 }
@@ -61,19 +70,13 @@ TEST(LogMacro, NonNumericShellPropertySilencesStandardOutput) {
 }
 
 TEST(LogMacro, PrefixFollowsSubscriptionThenInstanceThenProcessName) {
+  const std::string named = std::string("[") + tarvik_get_current_pid_name() + "]";
   const struct {
     uint32_t instance;
     uint32_t sub;
     std::string prefix;
-  } rows[] = {
-      {255, 255, ""},
-      {1, 255, "SUB[1]"},
-      {0, 255, "SUB[0]"},
-      {1, 0, "SUB[0]"},
-      {5, 1, "SUB[1]"},
-      {255, 7, ""},
-      {5, 255, std::string("[") + tarvik_get_current_pid_name() + "]"},
-  };
+  } rows[] = {{255, 255, ""},   {1, 255, "SUB[1]"}, {0, 255, "SUB[0]"}, {1, 0, "SUB[0]"},
+              {5, 1, "SUB[1]"}, {255, 7, ""},       {5, 255, named}};
   // Load both masks first, so that each row logs exactly one line.
   tarvik_hal_get_logcat_print_flag(0);
   tarvik_hal_get_shell_print_flag(0);
@@ -87,9 +90,7 @@ TEST(LogMacro, PrefixFollowsSubscriptionThenInstanceThenProcessName) {
     fflush(stdout);
     // Standard output never carries the subscription or the name.
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "RIL" + Where(line, "TestBody") + "marker\n");
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 1u) << SyslogDump();
-    EXPECT_EQ(lines[0].text, row.prefix + Where(line, "TestBody") + "marker");
+    EXPECT_EQ(Logged(), "7 " + row.prefix + Where(line, "TestBody") + "marker\n");
   }
 }
 
@@ -154,11 +155,7 @@ TEST(PrintMask, SettersChangeMasksAndLogOldAndNew) {
     tarvik_test::ClearSyslog();
     row.fn(row.arg);
     EXPECT_EQ(*row.mask, row.expected);
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 2u) << SyslogDump();
-    EXPECT_EQ(lines[0].text, row.old_line);
-    EXPECT_EQ(lines[1].text, row.new_line);
-    EXPECT_EQ(lines[0].priority, LOG_DEBUG);
+    EXPECT_EQ(Logged(), std::string("7 ") + row.old_line + "\n7 " + row.new_line + "\n");
   }
 }
 
@@ -168,10 +165,9 @@ TEST(PrintMask, CloseSilencesBothOutputs) {
   tarvik_hal_close_print();
   EXPECT_EQ(g_tarvik_logcat_print_mask, 0u);
   EXPECT_EQ(g_tarvik_shell_print_mask, 0u);
-  const auto lines = SyslogLines();
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].text, "close, g_tarvik_logcat_print_mask 0x1234");
-  EXPECT_EQ(lines[1].text, "close, g_tarvik_shell_print_mask 0xffff");
+  EXPECT_EQ(
+      Logged(),
+      "7 close, g_tarvik_logcat_print_mask 0x1234\n7 close, g_tarvik_shell_print_mask 0xffff\n");
   ExpectBothLevels(false, false, false);
 }
 
@@ -182,12 +178,8 @@ TEST(Syslog, WritersUseTheirPriorityWhatEverTheMasks) {
     SCOPED_TRACE(tag);
     tarvik_test::ClearSyslog();
     tarvik_utils_syslog(tag, "payload %d", tag);
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 2u) << SyslogDump();
-    EXPECT_EQ(lines[0].text, "invalid qz_log_tag, qz_log_tag " + std::to_string(tag));
-    EXPECT_EQ(lines[0].priority, LOG_DEBUG);
-    EXPECT_EQ(lines[1].text, "payload " + std::to_string(tag));
-    EXPECT_EQ(lines[1].priority, LOG_DEBUG);
+    const std::string n = std::to_string(tag);
+    EXPECT_EQ(Logged(), "7 invalid qz_log_tag, qz_log_tag " + n + "\n7 payload " + n + "\n");
   }
   using Writer = void (*)(const char *, ...);
   const Writer fixed[] = {tarvik_utils_syslog_emerg,   tarvik_utils_syslog_alert,
@@ -196,14 +188,12 @@ TEST(Syslog, WritersUseTheirPriorityWhatEverTheMasks) {
                           tarvik_utils_syslog_info,    tarvik_utils_syslog_dbg};
   tarvik_test::ClearSyslog();
   tarvik_utils_syslog(0, "tag 0");
-  for (int i = 0; i < 8; ++i) fixed[i]("p%d", i);
-  const auto lines = SyslogLines();
-  ASSERT_EQ(lines.size(), 9u) << SyslogDump();
-  EXPECT_EQ(lines[0].priority, LOG_EMERG);
+  std::string expected = "0 tag 0\n";
   for (int i = 0; i < 8; ++i) {
-    EXPECT_EQ(lines[i + 1].priority, i);
-    EXPECT_EQ(lines[i + 1].text, "p" + std::to_string(i));
+    fixed[i]("p%d", i);
+    expected += std::to_string(i) + " p" + std::to_string(i) + "\n";
   }
+  EXPECT_EQ(Logged(), expected);
 }
 
 TEST(Syslog, FormatLogMsgBoundsAndBadArguments) {
