@@ -56,11 +56,20 @@ TEST(LogMacro, PropertyUnsetPrintsBothLevelsToBothOutputs) {
   EXPECT_TRUE(SyslogContains("shell print is started, g_tarvik_shell_print_mask 0xffff"));
 }
 
-TEST(LogMacro, LogcatPropertyEightKeepsErrorsOnlyThere) {
+TEST(LogMacro, LogcatPropertyEightKeepsErrorsOnlyThereAndIsReadOnce) {
   ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "8"), 0);
   ExpectBothLevels(false, true, true);  // standard output has its own mask and property
   EXPECT_TRUE(SyslogContains("merge, old tarvik_hal_set_logcat_print_mask 0xffff, merge_mask 0x8"));
   EXPECT_TRUE(SyslogContains("new tarvik_hal_set_logcat_print_mask 0x8"));
+  EXPECT_EQ(g_tarvik_logcat_print_mask, 0x8u);
+  // A later change of the property has no effect; a flag needs every bit of its mask.
+  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "255"), 0);
+  for (const auto &[bits, set] : std::vector<std::pair<uint32_t, bool>>{
+           {0, true}, {0x08, true}, {0x80, false}, {0x88, false}, {0x01, false}}) {
+    SCOPED_TRACE(bits);
+    EXPECT_EQ(tarvik_hal_get_logcat_print_flag(bits), set);
+  }
+  EXPECT_EQ(SyslogCount("merge, old tarvik_hal_set_logcat_print_mask"), 1u);
 }
 
 TEST(LogMacro, NonNumericShellPropertySilencesStandardOutput) {
@@ -92,20 +101,6 @@ TEST(LogMacro, PrefixFollowsSubscriptionThenInstanceThenProcessName) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "RIL" + Where(line, "TestBody") + "marker\n");
     EXPECT_EQ(Logged(), "7 " + row.prefix + Where(line, "TestBody") + "marker\n");
   }
-}
-
-TEST(PrintMask, FlagTestsEveryBitAgainstTheMaskLoadedOnce) {
-  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "136"), 0);  // 0x88
-  for (const auto &[bits, set] : std::vector<std::pair<uint32_t, bool>>{
-           {0, true}, {0x80, true}, {0x88, true}, {0x01, false}, {0x81, false}}) {
-    SCOPED_TRACE(bits);
-    EXPECT_EQ(tarvik_hal_get_logcat_print_flag(bits), set);
-  }
-  EXPECT_EQ(g_tarvik_logcat_print_mask, 0x88u);
-  // The property is read once: a later change has no effect.
-  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "0"), 0);
-  EXPECT_TRUE(tarvik_hal_get_logcat_print_flag(0x80));
-  EXPECT_EQ(SyslogCount("logcat print is started"), 1u);
 }
 
 TEST(PrintMask, SetterBeforeFirstTestIsStillNarrowedByProperty) {
