@@ -8,12 +8,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <string>
+#include <vector>
 
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
-#include "test_env.h"
 
 using tarvik_test::SyslogContains;
 using tarvik_test::SyslogCount;
@@ -22,105 +21,86 @@ using tarvik_test::SyslogLines;
 
 namespace {
 
-// Logs one debug and one error line and returns what reached standard output.
-std::string LogBothLevels() {
+// The lines logged since the last clear, each as "<priority> <text>\n".
+std::string Logged() {
+  std::string all;
+  for (const auto &line : SyslogLines()) {
+    all += std::to_string(line.priority) + " " + line.text + "\n";
+  }
+  return all;
+}
+
+std::string Where(int line, const char *func) {
+  return "[logging_test.cpp:" + std::to_string(line) + "] " + func + ": ";
+}
+
+// Logs one debug and one error line, and checks which output each reached (exactly once).
+void ExpectBothLevels(bool debug_to_syslog, bool error_to_syslog, bool to_stdout) {
   testing::internal::CaptureStdout();
+  const int line = __LINE__ + 1;
   TARVIK_LOGD("debug line %d", 1);
   TARVIK_LOGE("error line %s", "two");
   fflush(stdout);
-  return testing::internal::GetCapturedStdout();
+  const std::string debug = Where(line, __func__) + "debug line 1";
+  const std::string error = Where(line + 1, __func__) + "error line two";
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            to_stdout ? "RIL" + debug + "\nRIL" + error + "\n" : "");
+  EXPECT_EQ(SyslogContains(debug, LOG_DEBUG), debug_to_syslog) << SyslogDump();
+  EXPECT_EQ(SyslogContains(error, LOG_ERR), error_to_syslog) << SyslogDump();
+  EXPECT_EQ(SyslogCount(" line "), size_t{debug_to_syslog} + error_to_syslog) << SyslogDump();
 }
 
 TEST(LogMacro, PropertyUnsetPrintsBothLevelsToBothOutputs) {
-  const int line = __LINE__ + 2;
-  testing::internal::CaptureStdout();
-  TARVIK_LOGD("value %d", 42);
-  fflush(stdout);
-  const std::string out = testing::internal::GetCapturedStdout();
-
-  const std::string prefix = "[logging_test.cpp:" + std::to_string(line) + "] TestBody: value 42";
-  EXPECT_TRUE(SyslogContains(prefix, LOG_DEBUG)) << SyslogDump();
-  EXPECT_EQ(out, "RIL[logging_test.cpp:" + std::to_string(line) + "] TestBody: value 42\n");
-
-  const std::string both = LogBothLevels();
-  EXPECT_NE(both.find("debug line 1\n"), std::string::npos);
-  EXPECT_NE(both.find("error line two\n"), std::string::npos);
-  EXPECT_TRUE(SyslogContains("error line two", LOG_ERR));
+  ExpectBothLevels(true, true, true);
   EXPECT_TRUE(SyslogContains("logcat print is started, g_tarvik_logcat_print_mask 0xffff"));
   EXPECT_TRUE(SyslogContains("shell print is started, g_tarvik_shell_print_mask 0xffff"));
 }
 
-TEST(LogMacro, LogcatPropertyEightKeepsErrorsOnly) {
+TEST(LogMacro, LogcatPropertyEightKeepsErrorsOnlyThereAndIsReadOnce) {
   ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "8"), 0);
-  const std::string out = LogBothLevels();
-
-  EXPECT_FALSE(SyslogContains("debug line 1")) << SyslogDump();
-  EXPECT_TRUE(SyslogContains("error line two", LOG_ERR));
-  // Standard output has its own mask and property.
-  EXPECT_NE(out.find("debug line 1"), std::string::npos);
+  ExpectBothLevels(false, true, true);  // standard output has its own mask and property
   EXPECT_TRUE(SyslogContains("merge, old tarvik_hal_set_logcat_print_mask 0xffff, merge_mask 0x8"));
   EXPECT_TRUE(SyslogContains("new tarvik_hal_set_logcat_print_mask 0x8"));
+  EXPECT_EQ(g_tarvik_logcat_print_mask, 0x8u);
+  // A later change of the property has no effect; a flag needs every bit of its mask.
+  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "255"), 0);
+  for (const auto &[bits, set] : std::vector<std::pair<uint32_t, bool>>{
+           {0, true}, {0x08, true}, {0x80, false}, {0x88, false}, {0x01, false}}) {
+    SCOPED_TRACE(bits);
+    EXPECT_EQ(tarvik_hal_get_logcat_print_flag(bits), set);
+  }
+  EXPECT_EQ(SyslogCount("merge, old tarvik_hal_set_logcat_print_mask"), 1u);
 }
 
 TEST(LogMacro, NonNumericShellPropertySilencesStandardOutput) {
   ASSERT_EQ(property_set("persist.vendor.radio.adb_log_shell", "verbose"), 0);
-  const std::string out = LogBothLevels();
-
-  EXPECT_EQ(out, "");
+  ExpectBothLevels(true, true, false);
   EXPECT_TRUE(SyslogContains("shell print is stoped, g_tarvik_shell_print_mask 0x0"));
-  EXPECT_TRUE(SyslogContains("debug line 1", LOG_DEBUG));
 }
 
 TEST(LogMacro, PrefixFollowsSubscriptionThenInstanceThenProcessName) {
-  struct Row {
+  const std::string named = std::string("[") + tarvik_get_current_pid_name() + "]";
+  const struct {
     uint32_t instance;
     uint32_t sub;
-    std::string expected_start;
-  };
-  const std::string name = tarvik_get_current_pid_name();
+    std::string prefix;
+  } rows[] = {{255, 255, ""},   {1, 255, "SUB[1]"}, {0, 255, "SUB[0]"}, {1, 0, "SUB[0]"},
+              {5, 1, "SUB[1]"}, {255, 7, ""},       {5, 255, named}};
   // Load both masks first, so that each row logs exactly one line.
   tarvik_hal_get_logcat_print_flag(0);
   tarvik_hal_get_shell_print_flag(0);
-  const Row rows[] = {
-      {255, 255, "[logging_test.cpp:"},     {1, 255, "SUB[1][logging_test.cpp:"},
-      {0, 255, "SUB[0][logging_test.cpp:"}, {1, 0, "SUB[0][logging_test.cpp:"},
-      {5, 1, "SUB[1][logging_test.cpp:"},   {5, 255, "[" + name + "][logging_test.cpp:"},
-      {255, 7, "[logging_test.cpp:"},
-  };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE("instance " + std::to_string(row.instance) + " sub " + std::to_string(row.sub));
     tarvik_set_ril_process_instance_id(row.instance);
     tarvik_test::ClearSyslog();
+    testing::internal::CaptureStdout();
+    const int line = __LINE__ + 1;
     TARVIK_LOGD_SUB(row.sub, "marker");
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 1u) << SyslogDump();
-    EXPECT_EQ(lines[0].text.rfind(row.expected_start, 0), 0u) << lines[0].text;
-    EXPECT_NE(lines[0].text.find("] TestBody: marker"), std::string::npos) << lines[0].text;
+    fflush(stdout);
+    // Standard output never carries the subscription or the name.
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "RIL" + Where(line, "TestBody") + "marker\n");
+    EXPECT_EQ(Logged(), "7 " + row.prefix + Where(line, "TestBody") + "marker\n");
   }
-}
-
-TEST(LogMacro, StandardOutputNeverCarriesSubscriptionOrName) {
-  tarvik_set_ril_process_instance_id(5);
-  testing::internal::CaptureStdout();
-  TARVIK_LOGE_SUB(1, "plain");
-  fflush(stdout);
-  const std::string out = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(out.rfind("RIL[logging_test.cpp:", 0), 0u) << out;
-  EXPECT_EQ(out.find("SUB["), std::string::npos);
-}
-
-TEST(PrintMask, FlagTestsAgainstLoadedMask) {
-  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "136"), 0);  // 0x88
-  EXPECT_TRUE(tarvik_hal_get_logcat_print_flag(0));
-  EXPECT_TRUE(tarvik_hal_get_logcat_print_flag(0x80));
-  EXPECT_TRUE(tarvik_hal_get_logcat_print_flag(0x88));
-  EXPECT_FALSE(tarvik_hal_get_logcat_print_flag(0x01));
-  EXPECT_FALSE(tarvik_hal_get_logcat_print_flag(0x81));  // every bit must be set
-  EXPECT_EQ(g_tarvik_logcat_print_mask, 0x88u);
-  // The property is read once: a later change has no effect.
-  ASSERT_EQ(property_set("persist.vendor.radio.adb_log_qz", "0"), 0);
-  EXPECT_TRUE(tarvik_hal_get_logcat_print_flag(0x80));
-  EXPECT_EQ(SyslogCount("logcat print is started"), 1u);
 }
 
 TEST(PrintMask, SetterBeforeFirstTestIsStillNarrowedByProperty) {
@@ -170,11 +150,7 @@ TEST(PrintMask, SettersChangeMasksAndLogOldAndNew) {
     tarvik_test::ClearSyslog();
     row.fn(row.arg);
     EXPECT_EQ(*row.mask, row.expected);
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 2u) << SyslogDump();
-    EXPECT_EQ(lines[0].text, row.old_line);
-    EXPECT_EQ(lines[1].text, row.new_line);
-    EXPECT_EQ(lines[0].priority, LOG_DEBUG);
+    EXPECT_EQ(Logged(), std::string("7 ") + row.old_line + "\n7 " + row.new_line + "\n");
   }
 }
 
@@ -184,60 +160,41 @@ TEST(PrintMask, CloseSilencesBothOutputs) {
   tarvik_hal_close_print();
   EXPECT_EQ(g_tarvik_logcat_print_mask, 0u);
   EXPECT_EQ(g_tarvik_shell_print_mask, 0u);
-  const auto lines = SyslogLines();
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].text, "close, g_tarvik_logcat_print_mask 0x1234");
-  EXPECT_EQ(lines[1].text, "close, g_tarvik_shell_print_mask 0xffff");
-
-  tarvik_test::ClearSyslog();
-  const std::string out = LogBothLevels();
-  EXPECT_EQ(out, "");
-  EXPECT_FALSE(SyslogContains("debug line")) << SyslogDump();
-  EXPECT_FALSE(SyslogContains("error line")) << SyslogDump();
+  EXPECT_EQ(
+      Logged(),
+      "7 close, g_tarvik_logcat_print_mask 0x1234\n7 close, g_tarvik_shell_print_mask 0xffff\n");
+  ExpectBothLevels(false, false, false);
 }
 
-TEST(Syslog, InvalidTagIsLoggedAndReplacedByDebug) {
+TEST(Syslog, WritersUseTheirPriorityWhatEverTheMasks) {
+  tarvik_hal_close_print();
+  // An invalid tag is logged and replaced by debug.
   for (int tag : {9, 8, -1}) {
     SCOPED_TRACE(tag);
     tarvik_test::ClearSyslog();
     tarvik_utils_syslog(tag, "payload %d", tag);
-    const auto lines = SyslogLines();
-    ASSERT_EQ(lines.size(), 2u) << SyslogDump();
-    EXPECT_EQ(lines[0].text, "invalid qz_log_tag, qz_log_tag " + std::to_string(tag));
-    EXPECT_EQ(lines[0].priority, LOG_DEBUG);
-    EXPECT_EQ(lines[1].text, "payload " + std::to_string(tag));
-    EXPECT_EQ(lines[1].priority, LOG_DEBUG);
+    const std::string n = std::to_string(tag);
+    EXPECT_EQ(Logged(), "7 invalid qz_log_tag, qz_log_tag " + n + "\n7 payload " + n + "\n");
   }
+  using Writer = void (*)(const char *, ...);
+  const Writer fixed[] = {tarvik_utils_syslog_emerg,   tarvik_utils_syslog_alert,
+                          tarvik_utils_syslog_crit,    tarvik_utils_syslog_err,
+                          tarvik_utils_syslog_warning, tarvik_utils_syslog_notice,
+                          tarvik_utils_syslog_info,    tarvik_utils_syslog_dbg};
   tarvik_test::ClearSyslog();
-  tarvik_utils_syslog(0, "emergency");
-  ASSERT_EQ(SyslogLines().size(), 1u);
-  EXPECT_EQ(SyslogLines()[0].priority, LOG_EMERG);
-}
-
-TEST(Syslog, FixedPriorityWritersIgnoreMasks) {
-  tarvik_hal_close_print();
-  tarvik_test::ClearSyslog();
-  tarvik_utils_syslog_emerg("p%d", 0);
-  tarvik_utils_syslog_alert("p%d", 1);
-  tarvik_utils_syslog_crit("p%d", 2);
-  tarvik_utils_syslog_err("p%d", 3);
-  tarvik_utils_syslog_warning("p%d", 4);
-  tarvik_utils_syslog_notice("p%d", 5);
-  tarvik_utils_syslog_info("p%d", 6);
-  tarvik_utils_syslog_dbg("p%d", 7);
-  const auto lines = SyslogLines();
-  ASSERT_EQ(lines.size(), 8u);
+  tarvik_utils_syslog(0, "tag 0");
+  std::string expected = "0 tag 0\n";
   for (int i = 0; i < 8; ++i) {
-    EXPECT_EQ(lines[i].priority, i);
-    EXPECT_EQ(lines[i].text, "p" + std::to_string(i));
+    fixed[i]("p%d", i);
+    expected += std::to_string(i) + " p" + std::to_string(i) + "\n";
   }
+  EXPECT_EQ(Logged(), expected);
 }
 
 TEST(Syslog, FormatLogMsgBoundsAndBadArguments) {
   char buf[8];
   memset(buf, 'x', sizeof(buf));
   tarvik_utils_format_log_msg(buf, 0, "%s", "abc");
-  EXPECT_EQ(buf[0], 'x');
   tarvik_utils_format_log_msg(buf, -3, "%s", "abc");
   EXPECT_EQ(buf[0], 'x');
   tarvik_utils_format_log_msg(nullptr, 8, "%s", "abc");
@@ -246,57 +203,46 @@ TEST(Syslog, FormatLogMsgBoundsAndBadArguments) {
   EXPECT_EQ(buf[5], 'x');
 }
 
-TEST(ProcessIdentity, SubscriptionIdsAndInstance) {
-  EXPECT_TRUE(tarvik_check_sub_id(0));
-  EXPECT_TRUE(tarvik_check_sub_id(1));
-  EXPECT_FALSE(tarvik_check_sub_id(2));
-  EXPECT_FALSE(tarvik_check_sub_id(255));
-  EXPECT_FALSE(tarvik_check_sub_id(0xFFFFFFFFu));
+TEST(ProcessIdentity, SubscriptionIdsInstanceAndName) {
+  for (uint32_t sub : {0u, 1u, 2u, 255u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(tarvik_check_sub_id(sub), sub < 2) << sub;
+  }
   EXPECT_EQ(tarvik_get_ril_process_instance_id(), 255u);
   tarvik_set_ril_process_instance_id(1);
   EXPECT_EQ(tarvik_get_ril_process_instance_id(), 1u);
   EXPECT_EQ(g_tarvik_ril_process_instance_id, 1u);
-}
 
-TEST(ProcessIdentity, NameIsBasenameOfFirstCommandLineWord) {
+  // The name is the basename of the first command-line word, read once.
   EXPECT_STREQ(tarvik_get_current_pid_name(), "tests_logging");
   EXPECT_TRUE(SyslogContains("tarvik_get_current_pid_name, g_pid_info.p_name = tests_logging"));
-  // Read once: the second call returns the cache without touching /proc.
   tarvik_test::ClearSyslog();
   EXPECT_EQ(tarvik_get_current_pid_name(), g_pid_info.p_name);
-  EXPECT_TRUE(SyslogLines().empty());
+  EXPECT_TRUE(SyslogLines().empty()) << "the second call must not read /proc again";
 }
 
-// Runs in a child started by the test below, with a first command-line word without a slash.
-TEST(ProcessIdentity, ChildReportsItsName) {
-  const char *out = getenv("TARVIK_LOGGING_CHILD_OUT");
-  if (out == nullptr) {
-    GTEST_SKIP() << "only runs as the child of NameWithoutSlashIsTakenWhole";
-  }
-  std::ofstream(out) << tarvik_get_current_pid_name() << "\n"
-                     << (SyslogContains("proc_pid_buf should be name", LOG_ERR) ? "err" : "none");
+// Runs in a child started by the test below, with a first command-line word without a slash;
+// exits with 42 when its checks pass.
+TEST(ProcessIdentity, ChildTakesNameWithoutSlashWhole) {
+  if (getenv("TARVIK_LOGGING_CHILD") == nullptr) GTEST_SKIP() << "runs as a child only";
+  EXPECT_STREQ(tarvik_get_current_pid_name(), "plainchildname");
+  EXPECT_TRUE(SyslogContains("proc_pid_buf should be name", LOG_ERR)) << SyslogDump();
+  if (!HasFailure()) _exit(42);
 }
 
 TEST(ProcessIdentity, NameWithoutSlashIsTakenWhole) {
-  const std::string out = tarvik_test::ScratchDir() + "/child.txt";
   const pid_t pid = fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) {
-    setenv("TARVIK_LOGGING_CHILD_OUT", out.c_str(), 1);
+    setenv("TARVIK_LOGGING_CHILD", "1", 1);
     char arg0[] = "plainchildname";
-    char filter[] = "--gtest_filter=ProcessIdentity.ChildReportsItsName";
+    char filter[] = "--gtest_filter=ProcessIdentity.ChildTakesNameWithoutSlashWhole";
     char *argv[] = {arg0, filter, nullptr};
     execv("/proc/self/exe", argv);
     _exit(127);
   }
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  std::ifstream in(out);
-  std::string name, err;
-  in >> name >> err;
-  EXPECT_EQ(name, "plainchildname");
-  EXPECT_EQ(err, "err");
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 42) << status;
 }
 
 }  // namespace

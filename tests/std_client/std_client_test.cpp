@@ -69,49 +69,7 @@ TEST_F(StdClient, RecordsComeFromTheAllocatorZeroedAndAlwaysGoBack) {
   EXPECT_EQ(qcril_alloc_host_outstanding(), 0);
 }
 
-TEST_F(StdClient, SendReportsTransportAndModemVerdictsApart) {
-  qmi_client_type client = nullptr;
-  ASSERT_EQ(tarvik_std::Open(kEcho, &client).init, QMI_NO_ERR);
-  struct Row {
-    const char *name;
-    bool fault_set;
-    Fault fault;
-    int transport;
-    bool succeeded;
-  };
-  const Row rows[] = {
-      {"answered", false, {}, QMI_NO_ERR, true},
-      {"modem refuses", true, {Fault::kResult, 0x30, 0, 1}, QMI_NO_ERR, false},
-      {"transport error",
-       true,
-       {Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1},
-       QMI_CLIENT_TRANSPORT_ERR,
-       false},
-  };
-  uint32_t value = 100;
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.name);
-    modem_.ClearReceived(echo::kServiceId);
-    if (row.fault_set) modem_.SetFault(echo::kServiceId, echo::kEcho, row.fault);
-    tarvik_std::Request<echo::EchoReq, echo::EchoResp> request("tarvik_test_op", 1);
-    ASSERT_EQ(request.missing(), Missing::kNone);
-    request.req().value = ++value;
-    const int rc = request.Send(client, echo::kEcho, 1000);
-    EXPECT_EQ(rc, row.transport);
-    EXPECT_EQ(request.Succeeded(rc), row.succeeded);
-    if (row.succeeded) {
-      EXPECT_EQ(request.resp().value, value);
-    }
-    const auto received = modem_.ReceivedBy(echo::kServiceId);
-    ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(received[0].As<echo::EchoReq>().value, value);
-  }
-  EXPECT_EQ(tarvik_std::Close(&client), QMI_NO_ERR);
-  EXPECT_EQ(client, nullptr);
-  EXPECT_EQ(qcril_alloc_host_outstanding(), 0);
-}
-
-TEST_F(StdClient, OpenAsksForTheVersionWaitsForTheServiceAndRegistersTheErrorCallback) {
+TEST_F(StdClient, OpenAsksForTheVersionAndWaitsForTheServiceThenSendsAndHearsARestart) {
   qmi_client_type client = reinterpret_cast<qmi_client_type>(1);
   tarvik_std::ClientSlot other_version = kEcho;
   other_version.minor = 3;
@@ -130,12 +88,42 @@ TEST_F(StdClient, OpenAsksForTheVersionWaitsForTheServiceAndRegistersTheErrorCal
   EXPECT_EQ(opened.register_cb, QMI_NO_ERR);
   ASSERT_NE(client, nullptr);
   EXPECT_EQ(modem_.Clients(echo::kServiceId).size(), 1u);
+  // Sending reports the transport's and the modem's verdicts apart.
+  const Fault transport_error{Fault::kTransportError, QMI_CLIENT_TRANSPORT_ERR, 0, 1};
+  const struct {
+    const char *name;
+    Fault fault;  // a zero delay answers normally
+    int transport;
+    bool succeeded;
+  } rows[] = {{"answered", {Fault::kDelay, 0, 0, 1}, QMI_NO_ERR, true},
+              {"modem refuses", {Fault::kResult, 0x30, 0, 1}, QMI_NO_ERR, false},
+              {"transport error", transport_error, QMI_CLIENT_TRANSPORT_ERR, false}};
+  uint32_t value = 100;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    modem_.ClearReceived(echo::kServiceId);
+    modem_.SetFault(echo::kServiceId, echo::kEcho, row.fault);
+    tarvik_std::Request<echo::EchoReq, echo::EchoResp> request("tarvik_test_op", 1);
+    ASSERT_EQ(request.missing(), Missing::kNone);
+    request.req().value = ++value;
+    const int rc = request.Send(client, echo::kEcho, 1000);
+    EXPECT_EQ(rc, row.transport);
+    EXPECT_EQ(request.Succeeded(rc), row.succeeded);
+    if (row.succeeded) {
+      EXPECT_EQ(request.resp().value, value);
+    }
+    const auto received = modem_.ReceivedBy(echo::kServiceId);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].As<echo::EchoReq>().value, value);
+  }
   ASSERT_EQ(modem_.Restart(echo::kServiceId), QMI_NO_ERR);
   for (int i = 0; i < 300 && g_errors == 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_EQ(g_errors, 1);
   EXPECT_EQ(tarvik_std::Close(&client), QMI_NO_ERR);
+  EXPECT_EQ(client, nullptr);
+  EXPECT_EQ(qcril_alloc_host_outstanding(), 0);
   EXPECT_EQ(tarvik_std::Close(&client), QMI_NO_ERR);  // nothing left to release
 }
 
