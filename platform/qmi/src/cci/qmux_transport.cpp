@@ -87,8 +87,9 @@ class QmuxTransport final : public Transport {
     }
     *client = ClientHandle(service, v[1]);
     std::lock_guard<std::mutex> lock(mu_);
-    open_.insert(*client);
-    return QMI_NO_ERR;
+    // The reader recorded the id as it read the answer; gone already when its service restarted
+    // right after handing it out.
+    return open_.count(*client) != 0 ? QMI_NO_ERR : QMI_SERVICE_ERR;
   }
 
   void Close(uint32_t client) override {
@@ -352,6 +353,14 @@ class QmuxTransport final : public Transport {
       return;
     }
     std::lock_guard<std::mutex> lock(mu_);
+    // An id handed out is open from here on, so that a revocation read after it applies to it.
+    const uint8_t *v = nullptr, *result = nullptr;
+    uint16_t n = 0, result_len = 0;
+    if (f.msg_id == qmux::kCtlAllocateClientId &&
+        qmux::FindTlv(f.tlv, f.tlv_len, 0x02, &result, &result_len) && result_len >= 4 &&
+        result[0] == 0 && qmux::FindTlv(f.tlv, f.tlv_len, 0x01, &v, &n) && n >= 2) {
+      open_.insert(ClientHandle(v[0], v[1]));
+    }
     ctl_replies_[static_cast<uint8_t>(f.txn)].assign(f.tlv, f.tlv + f.tlv_len);
     cv_.notify_all();
   }
