@@ -10,6 +10,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace modemsim {
 
 namespace {
@@ -199,6 +202,16 @@ void QmuxServer::HandleControl(const qmux::Frame &request) {
       }
       clients_[{service, id}] = modem_client;
       by_modem_client_[modem_client] = {service, id};
+      lock.unlock();
+      // A service that went down between the open and the line above dropped the client before
+      // this id could be revoked with the others: refuse it as if the service had been away.
+      const std::vector<uint32_t> alive = modem_.Clients(service);
+      if (std::find(alive.begin(), alive.end(), modem_client) == alive.end()) {
+        lock.lock();
+        if (by_modem_client_.erase(modem_client) != 0) clients_.erase({service, id});
+        error = kErrInvalidServiceType;
+        break;
+      }
       const uint8_t out[2] = {service, id};
       qmux::AppendTlv(&tlvs, 0x01, out, sizeof(out));
       break;
