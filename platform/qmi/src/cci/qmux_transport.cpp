@@ -13,6 +13,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -32,8 +33,8 @@ constexpr auto kReopenDelay = std::chrono::milliseconds(100);
 constexpr auto kReplyWait = std::chrono::seconds(5);
 // How often the version list is asked for again while the device has not answered it, and
 // while a service whose client id was revoked is not listed again.
-constexpr int kVersionRetryMs = 1000;
-constexpr int kRelistMs = 50;
+constexpr auto kVersionRetry = std::chrono::milliseconds(1000);
+constexpr auto kRelist = std::chrono::milliseconds(50);
 
 // The library's client handle for a device client id: service in bits 8-15, id in bits 0-7.
 uint32_t ClientHandle(uint8_t service, uint8_t id) {
@@ -237,6 +238,7 @@ class QmuxTransport final : public Transport {
       if (++ctl_txn_ == 0) ctl_txn_ = 1;
       version_txn_ = ctl_txn_;
       f.txn = ctl_txn_;
+      versions_asked_ = std::chrono::steady_clock::now();
     }
     f.msg_id = qmux::kCtlGetVersionInfo;
     Write(f);
@@ -287,14 +289,16 @@ class QmuxTransport final : public Transport {
     std::vector<uint8_t> buf(4096);
     AskVersions();
     for (;;) {
+      int wait_ms = MsUntilVersionsDue();
+      if (wait_ms == 0) {
+        AskVersions();
+        wait_ms = MsUntilVersionsDue();
+      }
       pollfd p[2] = {{fd, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-      const int n = poll(p, 2, PollTimeoutMs());
+      const int n = poll(p, 2, wait_ms);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 || p[1].revents != 0) return;
-      if (n == 0) {
-        AskVersions();
-        continue;
-      }
+      if (n == 0) continue;
       const ssize_t got = read(fd, buf.data(), buf.size());
       if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
       if (got <= 0) return;  // read error or hang-up: the device is gone
@@ -311,10 +315,15 @@ class QmuxTransport final : public Transport {
     }
   }
 
-  int PollTimeoutMs() {
+  // Until the version list is to be asked for again (-1: not while every service is listed),
+  // however busy the device is meanwhile.
+  int MsUntilVersionsDue() {
     std::lock_guard<std::mutex> lock(mu_);
-    if (!ready_) return kVersionRetryMs;
-    return relisting_.empty() ? -1 : kRelistMs;
+    if (ready_ && relisting_.empty()) return -1;
+    const auto due = versions_asked_ + (ready_ ? kRelist : kVersionRetry);
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(due - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(0, left.count()));
   }
 
   void OnControl(const qmux::Frame &f) {
@@ -413,6 +422,7 @@ class QmuxTransport final : public Transport {
   uint64_t generation_ = 0;
   uint8_t ctl_txn_ = 0;
   uint8_t version_txn_ = 0;  // the version list asked for last (answered by the reader itself)
+  std::chrono::steady_clock::time_point versions_asked_;
   std::map<uint8_t, std::vector<uint8_t>> ctl_replies_;  // control txn -> TLVs
   std::set<uint32_t> open_;
   std::set<uint8_t> listed_;     // services the device listed and that were not revoked since
