@@ -37,6 +37,20 @@ void AppendResult(std::vector<uint8_t> *tlvs, uint16_t error) {
   qmux::AppendTlv(tlvs, kResultTlv, v, sizeof(v));
 }
 
+// A control-service frame from the modem; `tlvs` must outlive it.
+qmux::Frame ControlFrame(qmux::Kind kind, uint16_t txn, uint16_t msg_id,
+                         const std::vector<uint8_t> &tlvs) {
+  qmux::Frame f;
+  f.sender = qmux::kFromModem;
+  f.service = qmux::kControlService;
+  f.kind = kind;
+  f.txn = txn;
+  f.msg_id = msg_id;
+  f.tlv = tlvs.data();
+  f.tlv_len = tlvs.size();
+  return f;
+}
+
 // Clears `path` for the link: nothing there, or a link into /dev/pts/ (removed).
 bool ClaimLink(const std::string &path, std::string *error) {
   struct stat st;
@@ -256,15 +270,7 @@ void QmuxServer::HandleControl(const qmux::Frame &request) {
       break;
   }
   AppendResult(&tlvs, error);
-  qmux::Frame response;
-  response.sender = qmux::kFromModem;
-  response.service = qmux::kControlService;
-  response.kind = qmux::Kind::kResponse;
-  response.txn = request.txn;
-  response.msg_id = request.msg_id;
-  response.tlv = tlvs.data();
-  response.tlv_len = tlvs.size();
-  Write(response);
+  Write(ControlFrame(qmux::Kind::kResponse, request.txn, request.msg_id, tlvs));
 }
 
 void QmuxServer::HandleService(const qmux::Frame &request) {
@@ -302,14 +308,7 @@ void QmuxServer::OnServiceDown(uint32_t service_id, uint32_t) {
     const uint8_t value[2] = {id.first, id.second};
     std::vector<uint8_t> tlvs;
     qmux::AppendTlv(&tlvs, 0x01, value, sizeof(value));
-    qmux::Frame ind;
-    ind.sender = qmux::kFromModem;
-    ind.service = qmux::kControlService;
-    ind.kind = qmux::Kind::kIndication;
-    ind.msg_id = qmux::kCtlRevokeClientId;
-    ind.tlv = tlvs.data();
-    ind.tlv_len = tlvs.size();
-    Write(ind);
+    Write(ControlFrame(qmux::Kind::kIndication, 0, qmux::kCtlRevokeClientId, tlvs));
   }
 }
 

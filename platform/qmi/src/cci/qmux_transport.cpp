@@ -41,6 +41,13 @@ uint32_t ClientHandle(uint8_t service, uint8_t id) {
   return (uint32_t{service} << 8) | id;
 }
 
+// Whether a control answer's result TLV (0x02: u16 result, u16 error) says success.
+bool ControlSucceeded(const uint8_t *tlv, size_t len) {
+  const uint8_t *v = nullptr;
+  uint16_t n = 0;
+  return qmux::FindTlv(tlv, len, 0x02, &v, &n) && n >= 4 && v[0] == 0;
+}
+
 class QmuxTransport;
 
 // The transports alive in this process, for the release at exit (never destroyed: exit handlers
@@ -192,12 +199,7 @@ class QmuxTransport final : public Transport {
     if (it == ctl_replies_.end()) return answered ? QMI_SERVICE_ERR : QMI_TIMEOUT_ERR;
     reply->swap(it->second);
     ctl_replies_.erase(it);
-    const uint8_t *v = nullptr;
-    uint16_t n = 0;
-    if (!qmux::FindTlv(reply->data(), reply->size(), 0x02, &v, &n) || n < 4 || v[0] != 0) {
-      return QMI_SERVICE_ERR;
-    }
-    return QMI_NO_ERR;
+    return ControlSucceeded(reply->data(), reply->size()) ? QMI_NO_ERR : QMI_SERVICE_ERR;
   }
 
   bool Write(const qmux::Frame &f) {
@@ -363,11 +365,10 @@ class QmuxTransport final : public Transport {
     }
     std::lock_guard<std::mutex> lock(mu_);
     // An id handed out is open from here on, so that a revocation read after it applies to it.
-    const uint8_t *v = nullptr, *result = nullptr;
-    uint16_t n = 0, result_len = 0;
-    if (f.msg_id == qmux::kCtlAllocateClientId &&
-        qmux::FindTlv(f.tlv, f.tlv_len, 0x02, &result, &result_len) && result_len >= 4 &&
-        result[0] == 0 && qmux::FindTlv(f.tlv, f.tlv_len, 0x01, &v, &n) && n >= 2) {
+    const uint8_t *v = nullptr;
+    uint16_t n = 0;
+    if (f.msg_id == qmux::kCtlAllocateClientId && ControlSucceeded(f.tlv, f.tlv_len) &&
+        qmux::FindTlv(f.tlv, f.tlv_len, 0x01, &v, &n) && n >= 2) {
       open_.insert(ClientHandle(v[0], v[1]));
     }
     ctl_replies_[static_cast<uint8_t>(f.txn)].assign(f.tlv, f.tlv + f.tlv_len);
