@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -28,7 +28,6 @@
 namespace {
 
 std::unique_ptr<modemsim::Modem> g_modem;
-modemsim::features::FeatureModem *g_features = nullptr;
 std::vector<uint8_t> g_answer;
 
 void Check(bool ok) {
@@ -42,14 +41,13 @@ bool SetUp() {
   if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {
     return false;
   }
-  g_features = modemsim::features::Of(*g_modem);
-  if (g_features == nullptr) {
+  modemsim::features::NvEfs *files = modemsim::features::NvEfsOf(*g_modem);
+  if (files == nullptr) {
     return false;
   }
-  g_features->SetStoreDelays(0, 0, 0);
-  g_features->SetTamper([](uint32_t, const uint8_t *, uint32_t, std::vector<uint8_t> *answer) {
-    *answer = g_answer;
-  });
+  files->SetStoreDelays(0, 0, 0);
+  modemsim::extend::SetTamper(*g_modem, [](uint32_t, const uint8_t *, uint32_t,
+                                           std::vector<uint8_t> *answer) { *answer = g_answer; });
   tarvik_extend_qmi_init();
   return true;
 }

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <sstream>
 
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
 
 namespace modemsim {
 namespace uim {
@@ -118,9 +118,10 @@ void Load(UimState &st) {
 // --- card state and indications ---
 
 bool EsimHidden(UimState &st) {
-  features::FeatureModem *fm = features::Of(*st.modem);
+  features::NvEfs *files = features::NvEfsOf(*st.modem);
   Bytes content;
-  if (fm == nullptr || !fm->File(kEsimFileSub, kEsimEnablePath, &content) || content.empty()) {
+  if (files == nullptr || !files->File(kEsimFileSub, kEsimEnablePath, &content) ||
+      content.empty()) {
     return false;
   }
   for (uint8_t b : content) {
@@ -384,6 +385,7 @@ void InitModule(Modem &modem) {
     s.state = s.kind != CardKind::kNone && s.switch_card ? kPresent : kAbsent;
   }
   Handlers(st, *st->service);
+  modem.AddStatus(kCardsStatusOrder, [&modem] { return CardsStatus(modem); });
 }
 
 // Runs `change` on the state of `slot` with the service mutex held.

@@ -42,14 +42,14 @@ TEST_F(CapabilityTest, NumberQueries) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    fm_->SetWord(row.cmd, row.word);
+    identity_->SetWord(row.cmd, row.word);
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
     // A refusal by the modem and a transport failure both read as 0.
     TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 3);
     EXPECT_EQ(row.call(), 0);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
     FailTransport(QMI_TIMEOUT_ERR, 1);
     EXPECT_EQ(row.call(), 0);
   }
@@ -73,7 +73,7 @@ TEST_F(CapabilityTest, CardMode) {
     SCOPED_TRACE(row.name);
     property_set("persist.radio.multisim.config", row.multisim);
     property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
-    fm_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda);
+    identity_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda);
     ClearSent();
     EXPECT_EQ(tarvik_get_card_mode_flag(), row.mode);
     EXPECT_EQ(SentRequests().size(), row.asked);
@@ -81,8 +81,8 @@ TEST_F(CapabilityTest, CardMode) {
 }
 
 TEST_F(CapabilityTest, StringAndRecordBounds) {
-  fm_->SetString(50, "0123456789");
-  fm_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
+  identity_->SetString(50, "0123456789");
+  identity_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
   const struct {
     const char *name;
     bool record;
@@ -151,7 +151,7 @@ TEST_F(CapabilityTest, Mcfg) {
   EXPECT_STREQ(path, "/data/a.txt");
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
   EXPECT_EQ(path, p179);
-  EXPECT_EQ(fm_->McfgPath(11), p179);
+  EXPECT_EQ(mcfg_->Path(11), p179);
   // The set request carries the characters alone.
   ClearSent();
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/b", 10), 0u);
@@ -167,28 +167,28 @@ TEST_F(CapabilityTest, Mcfg) {
   EXPECT_EQ(strlen(path), 179u);
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 7);
   EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
-  fm_->SetTamper({});
+  modemsim::extend::SetTamper(*modem_, {});
 
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(77), 1u);
-  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+  EXPECT_EQ(mcfg_->DiscoverTimer(), 77u);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
   // An answer to another type is refused.
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, data),
               COMMON_MSG_MCFG_SET_DISCOVER_TIMER);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), -1);
   EXPECT_TRUE(tarvik_test::SyslogContains("t_rsp != t"));
-  fm_->SetTamper({});
+  modemsim::extend::SetTamper(*modem_, {});
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(5), 0u);
-  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+  EXPECT_EQ(mcfg_->DiscoverTimer(), 77u);
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 0);
   EXPECT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
   EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)).back(), COMMON_CMD_REG_MCFG_EVENT_IND);
-  EXPECT_EQ(fm_->McfgEventClients().size(), 1u);
+  EXPECT_EQ(mcfg_->EventClients().size(), 1u);
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
-std::vector<uint8_t> NameFile(const modemsim::features::FeatureModem &fm) {
+std::vector<uint8_t> NameFile(const modemsim::features::NvEfs &fm) {
   std::vector<uint8_t> content;
   fm.File(0, TARVIK_DEVICE_NAME_FILE, &content);
   return content;
@@ -202,7 +202,7 @@ TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
 
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "kestrel");
   const std::vector<uint8_t> kestrel = {'k', 'e', 's', 't', 'r', 'e', 'l'};
-  EXPECT_EQ(NameFile(*fm_), kestrel) << "characters without terminator";
+  EXPECT_EQ(NameFile(*nvefs_), kestrel) << "characters without terminator";
   ClearSent();
   char *lists[] = {const_cast<char *>("falcon"), const_cast<char *>("kestrel")};
   EXPECT_TRUE(tarvik_device_name_list_contain_ex(lists, 2));
@@ -224,7 +224,7 @@ TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
   EXPECT_STREQ(seen[1], "merlin");
   EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 2u)
       << "one read by the save step, one into the cache";
-  EXPECT_EQ(NameFile(*fm_), std::vector<uint8_t>(old, old + 6));
+  EXPECT_EQ(NameFile(*nvefs_), std::vector<uint8_t>(old, old + 6));
 }
 
 TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
@@ -259,10 +259,10 @@ TEST_F(CapabilityTest, ScreenAndSleepStatus) {
       const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
       EXPECT_EQ(req.cmd, row.cmd);
       EXPECT_EQ(Word(req.payload, 0), row.status);
-      ASSERT_TRUE(fm_->NotifyState(row.cmd, &held));
+      ASSERT_TRUE(notify_->State(row.cmd, &held));
       EXPECT_EQ(held, row.status);
     } else {
-      EXPECT_TRUE(!fm_->NotifyState(row.cmd, &held) || held != row.status);
+      EXPECT_TRUE(!notify_->State(row.cmd, &held) || held != row.status);
     }
   }
   EXPECT_TRUE(tarvik_test::SyslogContains("status is out of range", 3));
@@ -286,12 +286,12 @@ TEST_F(BaseModelTest, ConfigurationAndSwitchesReachTheModem) {
   EXPECT_EQ(tarvik_base_model_set_modem_cfg(nullptr, 5), 1u);
   EXPECT_TRUE(modem_->ReceivedBy(modemsim::extend::kServiceId).empty());
   ASSERT_EQ(tarvik_base_model_set_modem_cfg(cfg.data(), 100), 0u);
-  EXPECT_EQ(fm_->BaseModel().cfg, std::vector<uint32_t>(cfg.begin(), cfg.begin() + 100));
+  EXPECT_EQ(base_model_->State().cfg, std::vector<uint32_t>(cfg.begin(), cfg.begin() + 100));
 
   ASSERT_EQ(tarvik_base_model_set_modem_model_detection_switch(1), 0u);
   ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x14, 1), 0u);
-  EXPECT_EQ(fm_->BaseModel().detection, 1);
-  EXPECT_EQ(fm_->BaseModel().events.count(0x14), 1u);
+  EXPECT_EQ(base_model_->State().detection, 1);
+  EXPECT_EQ(base_model_->State().events.count(0x14), 1u);
   EXPECT_EQ(tarvik_base_model_set_modem_event_ind_switch(99, 1), 1u) << "the modem's own code";
 }
 
@@ -302,7 +302,7 @@ TEST_F(BaseModelTest, QueriesAndTheirCapacity) {
   modemsim::features::DetectScene(*modem_, 0x30, 0x1);
   std::array<uint32_t, 17> dds;
   for (uint32_t i = 0; i < 17; ++i) dds[i] = 1000 + i;
-  fm_->SetDdsInfo(dds);
+  base_model_->SetDdsInfo(dds);
   const struct {
     const char *name;
     uint32_t (*query)(uint32_t *, uint32_t *);

@@ -73,7 +73,7 @@ TEST_F(RestartTest, CountingRule) {
   EXPECT_EQ(Count(0x80000001u), 1);
   EXPECT_EQ(Orders(SentRequests()).size(), 1u);
   EXPECT_TRUE(tarvik_test::SyslogContains("result = -103, rsp.result = 0"));
-  EXPECT_TRUE(fm_->Orders().empty()) << "the modem never carried it out";
+  EXPECT_TRUE(restart_->Orders().empty()) << "the modem never carried it out";
 }
 
 // The counts' property names are built in one buffer: two threads counting at once must still
@@ -225,7 +225,7 @@ TEST_F(RestartTest, CrashSequences) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     ASSERT_NO_FATAL_FAILURE(StartModem(""));
-    fm_->SetRestartDownMs(0);
+    restart_->SetRestartDownMs(0);
     for (const char *p : {kLevel, kBak, kBakFlag}) property_set(p, "");
     property_set(kLevel, row.level_before);
     property_set(kWait, row.wait);
@@ -280,7 +280,7 @@ TEST_F(RestartTest, LegacyMask) {
 // channel's next request reconnects and succeeds.
 TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   property_set(kWait, "0");
-  fm_->SetRestartDownMs(200);
+  restart_->SetRestartDownMs(200);
   ASSERT_EQ(tarvik_modem_chipset_id_get(), 0x209u);
   const auto before = modem_->Clients(modemsim::extend::kServiceId);
   ASSERT_EQ(before.size(), 1u);
@@ -301,8 +301,8 @@ TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   const auto after = modem_->Clients(modemsim::extend::kServiceId);
   ASSERT_EQ(after.size(), 1u);
   EXPECT_NE(after[0], before[0]);
-  ASSERT_EQ(fm_->Orders().size(), 1u);
-  EXPECT_EQ(fm_->Orders()[0].flag, 0x4u);
+  ASSERT_EQ(restart_->Orders().size(), 1u);
+  EXPECT_EQ(restart_->Orders()[0].flag, 0x4u);
 }
 
 // The same over the socket transport: tarvik-modemd restarts and the channel survives.

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
 #include "json_lines.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
@@ -136,7 +136,7 @@ TEST_F(Uim, CardPowerSendsTheSwitchAndModeAndChangesTheCard) {
   }
   if (tarvik_test::OverQmux()) return;
   std::vector<uint8_t> file;
-  ASSERT_TRUE(modemsim::features::Of(*modem_)->File(
+  ASSERT_TRUE(modemsim::features::NvEfsOf(*modem_)->File(
       1, "/nv/item_files/modem/uim/uimdrv/esim_enable", &file));
   EXPECT_EQ(file, (std::vector<uint8_t>{1, 0, 0, 0}));
 }
