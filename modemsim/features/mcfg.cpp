@@ -167,8 +167,14 @@ int ReportMcfgEvent(Modem &modem, const std::vector<uint8_t> &data) {
   ind.data_valid = 1;
   ind.data_len = static_cast<uint32_t>(data.size());
   std::copy(data.begin(), data.end(), ind.data);
+  // The process (connection) that asked hears the event on every client it has of the service:
+  // its vendor channel asked, and a radio module of it listens on a client of its own.
+  std::set<uintptr_t> asked;
+  for (uint32_t client : m->EventClients()) asked.insert(modem.ConnectionOf(client));
+  asked.erase(0);
   int reached = 0;
-  for (uint32_t client : m->EventClients()) {
+  for (uint32_t client : modem.Clients(extend::kServiceId)) {
+    if (asked.count(modem.ConnectionOf(client)) == 0) continue;
     const int rc = modem.PushIndication(extend::kServiceId, TARVIK_EXTEND_QMI_EVENT_MSG_V01, &ind,
                                         sizeof(ind), client);
     if (rc < 0) {

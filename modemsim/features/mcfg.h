@@ -40,7 +40,10 @@ class Mcfg {
 Mcfg *McfgOf(Modem &modem);
 
 // The configuration service reports an event: indication 0x03 with event kMcfgEvent and `data`
-// to every client that asked for configuration events (command 23). Returns the clients
+// to every client of the extend service opened by a process (connection) one of whose clients
+// asked for configuration events (command 23): the library asks on its vendor channel, which
+// drops the event (its events end at 7), and a radio module of the process receives it on a
+// client of its own with the library's tarvik_qmi_client_unsol_ind_cb. Returns the clients
 // reached, or a negative status.
 constexpr uint32_t kMcfgEvent = 23;
 int ReportMcfgEvent(Modem &modem, const std::vector<uint8_t> &data);

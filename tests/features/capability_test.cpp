@@ -188,6 +188,29 @@ TEST_F(CapabilityTest, Mcfg) {
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
+// The process asks for configuration events on its vendor channel; a radio module of the same
+// process listens on a client of its own with the callback the library offers for them, which
+// logs each one. The channel itself drops them (events above 7).
+TEST_F(CapabilityTest, ConfigurationEventsReachTheOfferedCallbackOfTheAskingProcess) {
+  ASSERT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
+  qmi_client_os_params os_params{};
+  qmi_client_type module = nullptr;
+  ASSERT_EQ(qmi_client_init_instance(tarvik_extend_get_service_object_internal_v01(1, 1, 6),
+                                     QMI_CLIENT_INSTANCE_ANY, tarvik_qmi_client_unsol_ind_cb,
+                                     nullptr, &os_params, 1000, &module),
+            QMI_NO_ERR);
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 2) << "channel and module";
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3") &&
+         std::chrono::steady_clock::now() < until) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3"))
+      << tarvik_test::SyslogDump();
+  EXPECT_EQ(qmi_client_release(module), QMI_NO_ERR);
+}
+
 std::vector<uint8_t> NameFile(const modemsim::features::NvEfs &fm) {
   std::vector<uint8_t> content;
   fm.File(0, TARVIK_DEVICE_NAME_FILE, &content);
