@@ -46,8 +46,8 @@ constexpr uint32_t kLoopbackRequestId = 0xFF;
 
 // Verdicts the service itself gives (the first field of a response).
 constexpr uint32_t kResultOk = 0;
-constexpr uint32_t kResultUnknownId = 0x5E;
-constexpr uint32_t kResultBadRequest = 0x30;
+constexpr uint32_t kResultUnknownId = kQmiErrNotSupported;
+constexpr uint32_t kResultBadRequest = kQmiErrInvalidArg;
 
 // One generic request (message 0x02) as a handler sees it.
 struct Request {

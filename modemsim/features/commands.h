@@ -9,13 +9,14 @@
 // mutex of its own.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
-#include <string.h>
 
 #include <functional>
 #include <vector>
 
 #include "modemsim/modem.h"
+#include "qmi_client_host.h"
 
 namespace modemsim {
 namespace features {
@@ -23,15 +24,15 @@ namespace features {
 using Bytes = std::vector<uint8_t>;
 
 // Modem-side failure codes (the result field inside the payload).
-constexpr int32_t kStoreFailed = 4;         // NV item or setting: the store could not be written
-constexpr int32_t kNvNotActive = 5;         // NV item never written
-constexpr int32_t kNvBadParam = 6;          // item number or length the modem refuses
-constexpr int32_t kEfsNoEntry = -2;         // no such file
-constexpr int32_t kEfsIo = -5;              // the store could not be written
-constexpr int32_t kEfsBadInstance = -9;     // write chunk with an ins_id that is not open
-constexpr int32_t kEfsInvalid = -22;        // bad offset, length or path
-constexpr int32_t kCmnNotSupported = 0x5E;  // common command the modem does not know
-constexpr int32_t kFilesDiffer = 1;         // compare: both files exist, contents differ
+constexpr int32_t kStoreFailed = 4;      // NV item or setting: the store could not be written
+constexpr int32_t kNvNotActive = 5;      // NV item never written
+constexpr int32_t kNvBadParam = 6;       // item number or length the modem refuses
+constexpr int32_t kEfsNoEntry = -2;      // no such file
+constexpr int32_t kEfsIo = -5;           // the store could not be written
+constexpr int32_t kEfsBadInstance = -9;  // write chunk with an ins_id that is not open
+constexpr int32_t kEfsInvalid = -22;     // bad offset, length or path
+constexpr int32_t kCmnNotSupported = kQmiErrNotSupported;  // a command the modem does not know
+constexpr int32_t kFilesDiffer = 1;  // compare: both files exist, contents differ
 
 // One command of the common request as its handler sees it.
 struct Command {
@@ -76,13 +77,9 @@ constexpr int kStatusMcfg = 130;
 constexpr int kStatusNvSync = 140;
 
 // u32 fields of requests and answers, in the modem's (little-endian) byte order.
-inline uint32_t GetU32(const uint8_t *at) {
-  uint32_t v;
-  memcpy(&v, at, sizeof(v));
-  return v;
-}
+using qmi_host::wire::GetU32;
 inline void PutU32(Bytes *out, size_t at, uint32_t v) {
-  memcpy(out->data() + at, &v, sizeof(v));
+  qmi_host::wire::PutU32(out->data() + at, v);
 }
 
 }  // namespace features

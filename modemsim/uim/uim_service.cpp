@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "features/nvefs.h"
+#include "modemsim/text.h"
 
 namespace modemsim {
 namespace uim {
@@ -64,16 +65,6 @@ UimState *StateOf(Modem &modem) {
 
 // --- persistence ---
 
-std::string HexOf(const uint8_t *p, size_t n) {
-  std::string out;
-  char b[3];
-  for (size_t i = 0; i < n; ++i) {
-    snprintf(b, sizeof(b), "%02X", p[i]);
-    out += b;
-  }
-  return out;
-}
-
 bool EidOf(const std::string &hex, Eid *eid) {
   if (hex.size() != 2 * eid->size()) return false;
   for (size_t i = 0; i < eid->size(); ++i) {
@@ -89,7 +80,7 @@ bool Save(UimState &st) {
   std::string text;
   for (const Slot &s : st.slots) {
     text += std::to_string(static_cast<int>(s.kind)) + " " + (s.switch_card ? "1 " : "0 ") +
-            HexOf(s.eid.data(), s.eid.size()) + "\n";
+            HexOf(s.eid.data(), s.eid.size(), true) + "\n";
   }
   return st.modem->state().Put(kNamespace, kSetupKey, text.data(), text.size());
 }

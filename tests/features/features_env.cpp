@@ -126,9 +126,7 @@ Printed StdoutOf(const std::function<long long()> &call) {
 }
 
 uint32_t Word(const uint8_t *payload, size_t i) {
-  uint32_t v;
-  memcpy(&v, payload + i * sizeof(v), sizeof(v));
-  return v;
+  return qmi_host::wire::GetU32(payload + i * sizeof(uint32_t));
 }
 
 std::vector<uint8_t> Pattern(size_t n, uint32_t seed) {

@@ -41,11 +41,11 @@ class Modem;
 class Service;
 
 // QMI error codes a handler or a fault puts in the result TLV 0x02.
-constexpr uint16_t kQmiErrNone = 0x0000;
-constexpr uint16_t kQmiErrMalformedMsg = 0x0001;
-constexpr uint16_t kQmiErrInternal = 0x0003;
-constexpr uint16_t kQmiErrInvalidArg = 0x0030;
-constexpr uint16_t kQmiErrNotSupported = 0x005E;
+constexpr uint16_t kQmiErrNone = QMI_ERR_NONE_V01;
+constexpr uint16_t kQmiErrMalformedMsg = QMI_ERR_MALFORMED_MSG_V01;
+constexpr uint16_t kQmiErrInternal = QMI_ERR_INTERNAL_V01;
+constexpr uint16_t kQmiErrInvalidArg = QMI_ERR_INVALID_ARG_V01;
+constexpr uint16_t kQmiErrNotSupported = QMI_ERR_NOT_SUPPORTED_V01;
 
 constexpr uint32_t kAllClients = 0xFFFFFFFFu;
 constexpr int kAnyMessage = -1;

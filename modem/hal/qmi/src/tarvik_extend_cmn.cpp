@@ -10,6 +10,7 @@
 
 #include "network_access_service_v01.h"
 #include "sar_v01.h"
+#include "tarvik_bytes.h"
 #include "tarvik_cmn_request.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_nvefs.h"
@@ -35,10 +36,6 @@ constexpr uint32_t kFeatureHeaderThree = 3;
 constexpr const char *kCommonSender = "tarvik_common_qmi_req";
 constexpr const char *kMessageSender = "tarvik_send_common_qmi_msg";
 
-void PutU32(uint8_t *at, uint32_t value) {
-  memcpy(at, &value, sizeof(value));
-}
-
 // Fills a zeroed request with `cmd`, the header words from offset 8 (a typed message's type and
 // length) and the payload after them, and sends it into `rsp` (zeroed here). *length: what the
 // channel reported (the capacity, 508, unless it copied an answer).
@@ -50,7 +47,7 @@ int Exchange(uint32_t cmd, const uint32_t *header, uint32_t header_words, const 
   req.cmd = cmd;
   const uint32_t at = header_words * sizeof(uint32_t);
   for (uint32_t i = 0; i < header_words; ++i) {
-    PutU32(req.payload + i * sizeof(uint32_t), header[i]);
+    tarvik_bytes::StoreU32(req.payload + i * sizeof(uint32_t), header[i]);
   }
   if (len != 0) {
     memcpy(req.payload + at, payload, len);
@@ -98,9 +95,9 @@ uint32_t SendMessage(uint32_t t, uint32_t len, const void *v, tarvik_cmn_rsp_t *
 // Command 100: feature header (0, 3, code) and the argument byte.
 tarvik_cmn::Answer FeatureControl(uint32_t feature, uint8_t value) {
   uint8_t payload[13];
-  PutU32(payload + 0, kFeatureHeaderZero);
-  PutU32(payload + 4, kFeatureHeaderThree);
-  PutU32(payload + 8, feature);
+  tarvik_bytes::StoreU32(payload + 0, kFeatureHeaderZero);
+  tarvik_bytes::StoreU32(payload + 4, kFeatureHeaderThree);
+  tarvik_bytes::StoreU32(payload + 8, feature);
   payload[12] = value;
   return tarvik_cmn::Command(COMMON_CMD_FEATURE_CONTROL, payload, sizeof(payload));
 }
@@ -110,11 +107,7 @@ tarvik_cmn::Answer FeatureControl(uint32_t feature, uint8_t value) {
 namespace tarvik_cmn {
 
 uint32_t Answer::Word(size_t at) const {
-  uint32_t v = 0;
-  if (at + sizeof(v) <= sizeof(rsp.data)) {
-    memcpy(&v, rsp.data + at, sizeof(v));
-  }
-  return v;
+  return at + sizeof(uint32_t) <= sizeof(rsp.data) ? tarvik_bytes::LoadU32(rsp.data + at) : 0;
 }
 
 void Answer::Map() {
