@@ -1052,17 +1052,7 @@ TARVIK_EXPORT int tarvik_setSimType(const tarvik_uim_sim_type_req_t *req) {
   }
   memset(resp, 0, sizeof(*resp));
   int rc = -1;
-  bool have_client = uim_qmi_client != nullptr;
-  if (!have_client) {
-    have_client = init_uim_qmi_client();
-    if (have_client) {
-      TARVIK_LOGD("tarvik_set_sim_type try init_uim_qmi_client %p", uim_qmi_client);
-    } else {
-      TARVIK_LOGE("init_uim_qmi_client failed");
-    }
-  }
-  if (have_client) {
-    TARVIK_LOGD("tarvik_set_sim_type uim_qmi_client %p", uim_qmi_client);
+  if (UimClient(__func__, "tarvik_set_sim_type")) {
     uim_set_sim_type_req_msg_v01 request;
     memset(&request, 0, sizeof(request));
     request.sim_type_len = req->count;

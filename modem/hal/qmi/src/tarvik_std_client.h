@@ -1,5 +1,6 @@
 // The request step and client slots shared by the standard-service clients (UIM, NAS, SAR,
-// sensor, data filter).
+// sensor, data filter), and the service discovery the vendor channel and the sensor client
+// share.
 //
 // Each client keeps its own process-wide handle and its own log lines (they carry the client's
 // source file and the exported function's name); what every one of them does the same way lives
@@ -75,6 +76,41 @@ inline int Close(qmi_client_type *handle) {
   const int rc = qmi_client_release(*handle);
   *handle = nullptr;
   return rc;
+}
+
+// Service discovery as the vendor channel and the sensor client make it, between their own
+// notifier and client creation: up to `looks` looks at the number of servers of `object`, the
+// first `waits` failed ones each followed by a wait of `wait_ms` on the notifier's `signal`;
+// `on_look(rc, num_services, look)` hears of each look (from 0). Returns the number of servers
+// the last look found.
+template <typename OnLook>
+unsigned int AwaitService(qmi_idl_service_object_type object, qmi_cci_os_signal_type *signal,
+                          int looks, int waits, unsigned int wait_ms, OnLook on_look) {
+  unsigned int num_services = 0;
+  for (int look = 0; look < looks; ++look) {
+    const qmi_client_error_type rc =
+        qmi_client_get_service_list(object, nullptr, nullptr, &num_services);
+    on_look(rc, num_services, look);
+    if (rc == QMI_NO_ERR) {
+      break;
+    }
+    if (look < waits) {
+      qmi_cci_os_signal_wait(signal, wait_ms);
+    }
+  }
+  return num_services;
+}
+
+// The service list after AwaitService: `*num_entries` entries asked for into `entries` (which
+// holds `capacity`, zeroed first); *num_entries then holds how many were listed.
+inline qmi_client_error_type ListServices(qmi_idl_service_object_type object,
+                                          qmi_service_info *entries, unsigned int capacity,
+                                          unsigned int *num_entries, unsigned int *num_services) {
+  memset(entries, 0, sizeof(*entries) * capacity);
+  if (*num_entries > capacity) {
+    *num_entries = capacity;
+  }
+  return qmi_client_get_service_list(object, entries, num_entries, num_services);
 }
 
 // A message without a request record: sent with a null request of length 0.
