@@ -30,9 +30,14 @@ struct RestartHandlers {
       if (r->orders_.size() > RestartControl::kMaxOrders) r->orders_.erase(r->orders_.begin());
       down_ms = r->restart_down_ms_;
     }
-    for (const uint32_t id : msg.modem.ServiceIds()) {
-      msg.modem.ScheduleRestart(id, kRestartAfterAnswerMs, down_ms);
-    }
+    // Scheduled calls run one at a time with the requests: this one once the answer is out,
+    // however long the delivering thread takes to send it.
+    Modem &modem = msg.modem;
+    modem.Schedule(0, [&modem, down_ms] {
+      for (const uint32_t id : modem.ServiceIds()) {
+        modem.ScheduleRestart(id, kRestartAfterAnswerMs, down_ms);
+      }
+    });
   }
 
   // Items and files are written through to the store as they change; a sync makes their
