@@ -5,6 +5,7 @@
 
 #include "features_env.h"
 #include "tarvik_base_model.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -201,12 +202,9 @@ TEST_F(CapabilityTest, ConfigurationEventsReachTheOfferedCallbackOfTheAskingProc
             QMI_NO_ERR);
   tarvik_test::ClearSyslog();
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 2) << "channel and module";
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3") &&
-         std::chrono::steady_clock::now() < until) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3"))
+  EXPECT_TRUE(tarvik_test::WaitUntil(
+      [] { return tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3"); },
+      std::chrono::seconds(5)))
       << tarvik_test::SyslogDump();
   EXPECT_EQ(qmi_client_release(module), QMI_NO_ERR);
 }
@@ -404,10 +402,8 @@ TEST_F(BaseModelTest, IndicationsFollowTheSwitches) {
   ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x12, 1), 0u);
   EXPECT_EQ(modemsim::features::DetectScene(*modem_, 5, 6), 1);
   EXPECT_EQ(modemsim::features::DetectReason(*modem_, {}, {1, 2, 3, 4}), 1);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-  while (IndCount() < 2 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  tarvik_test::WaitUntil([] { return IndCount() >= 2; }, std::chrono::seconds(3),
+                         std::chrono::milliseconds(5));
   std::lock_guard<std::mutex> lock(g_mu);
   ASSERT_EQ(g_inds.size(), 2u);
   EXPECT_EQ(g_inds[0].first, 20);

@@ -5,6 +5,7 @@
 #include <future>
 
 #include "features_env.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -539,11 +540,8 @@ TEST_F(EfsTest, ArgumentsAreLoggedBeforeWaitingForTheLock) {
   slow.count = 1;
   modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, slow);
   const auto logged_soon = [](const std::string &line) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
-    while (!tarvik_test::SyslogContains(line) && std::chrono::steady_clock::now() < until) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return tarvik_test::SyslogContains(line);
+    return tarvik_test::WaitUntil([&] { return tarvik_test::SyslogContains(line); },
+                                  std::chrono::milliseconds(1500), std::chrono::milliseconds(5));
   };
   auto holder = std::async(std::launch::async, [] {
     uint8_t buf[16];

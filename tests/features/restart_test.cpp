@@ -5,6 +5,7 @@
 #include "features_env.h"
 #include "tarvik_utils_cmn.h"
 #include "tarvik_utils_cust.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -289,12 +290,13 @@ TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   ASSERT_EQ(orders.size(), 1u);
   EXPECT_EQ(orders[0], std::make_pair(COMMON_MSG_MODEM_SSR, 0x4u));
   EXPECT_TRUE(tarvik_test::SyslogContains("result = 0, rsp.result = 0"));
-  bool went_down = false;
-  for (int i = 0; i < 200 && !went_down; ++i) {
-    for (const auto &s : modem_->Status()) went_down |= !s.up;
-    std::this_thread::sleep_for(5ms);
-  }
-  EXPECT_TRUE(went_down);
+  EXPECT_TRUE(tarvik_test::WaitUntil(
+      [this] {
+        bool down = false;
+        for (const auto &s : modem_->Status()) down |= !s.up;
+        return down;
+      },
+      1000ms, 5ms));
   EXPECT_TRUE(modem_->Clients(modemsim::extend::kServiceId).empty()) << "the old client died";
   std::this_thread::sleep_for(400ms);
   EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x209u) << "the channel reconnected";

@@ -18,6 +18,7 @@
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -104,8 +105,7 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
   // Service events and late responses travel asynchronously: polls `pred` for up to 3 s.
   template <typename Pred>
   static bool Eventually(Pred pred) {
-    for (int i = 0; i < 300 && !pred(); ++i) std::this_thread::sleep_for(10ms);
-    return pred();
+    return tarvik_test::WaitUntil(pred, 3000ms);
   }
   static bool ServersSeen(unsigned count) {
     return Eventually([count] {
