@@ -15,6 +15,7 @@
 
 #include "extend/extend_service.h"
 #include "features/nvefs.h"
+#include "fuzz_check.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -30,9 +31,7 @@ namespace {
 std::unique_ptr<modemsim::Modem> g_modem;
 std::vector<uint8_t> g_answer;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 bool SetUp() {
   tarvik_testing::SilenceLibraryLogging();

@@ -17,6 +17,7 @@
 
 #include "data_filter_service_v01.h"
 #include "features/nvefs.h"
+#include "fuzz_check.h"
 #include "modemsim/control.h"
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
@@ -28,9 +29,7 @@ namespace {
 
 namespace wire = qmi_host::wire;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 // Checks every message the modem sends back.
 class CheckingSink : public qmi_host::ClientSink {

@@ -221,7 +221,7 @@ void Modem::WorkerLoop() {
       std::lock_guard<std::mutex> process(process_mu_);
       task.call();
     } else if (task.restart != 0) {
-      Restart(task.restart, task.down_ms);
+      (void)Restart(task.restart, task.down_ms);  // an id the modem lacks has nothing to restart
     } else if (task.bring_up != 0) {
       BringUp(task.bring_up, &task.epoch);
     } else {

@@ -27,9 +27,9 @@ class Identity {
   explicit Identity(StateStore *store);
 
   // Changes of the profile; false when the store refused them (the profile is then as it was).
-  bool SetWord(uint32_t cmd, uint32_t value);
-  bool SetString(uint32_t cmd, const std::string &text);
-  bool SetRecord(uint32_t cmd, const std::vector<uint8_t> &record);
+  [[nodiscard]] bool SetWord(uint32_t cmd, uint32_t value);
+  [[nodiscard]] bool SetString(uint32_t cmd, const std::string &text);
+  [[nodiscard]] bool SetRecord(uint32_t cmd, const std::vector<uint8_t> &record);
 
   struct Profile {
     std::map<uint32_t, uint32_t> words;

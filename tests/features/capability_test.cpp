@@ -43,7 +43,7 @@ TEST_F(CapabilityTest, NumberQueries) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    identity_->SetWord(row.cmd, row.word);
+    ASSERT_TRUE(identity_->SetWord(row.cmd, row.word));
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
@@ -74,7 +74,7 @@ TEST_F(CapabilityTest, CardMode) {
     SCOPED_TRACE(row.name);
     property_set("persist.radio.multisim.config", row.multisim);
     property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
-    identity_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda);
+    ASSERT_TRUE(identity_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda));
     ClearSent();
     EXPECT_EQ(tarvik_get_card_mode_flag(), row.mode);
     EXPECT_EQ(SentRequests().size(), row.asked);
@@ -82,8 +82,8 @@ TEST_F(CapabilityTest, CardMode) {
 }
 
 TEST_F(CapabilityTest, StringAndRecordBounds) {
-  identity_->SetString(50, "0123456789");
-  identity_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
+  ASSERT_TRUE(identity_->SetString(50, "0123456789"));
+  ASSERT_TRUE(identity_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE}));
   const struct {
     const char *name;
     bool record;

@@ -226,7 +226,7 @@ class Modem final : public qmi_host::Server {
   // Modem restart of one service: it goes down (clients get their error callbacks, handles
   // die, restart hooks run) and comes back after down_ms (0: before this returns).
   // QMI_SERVICE_ERR for an unknown service.
-  int Restart(uint32_t service_id, uint32_t down_ms = 0);
+  [[nodiscard]] int Restart(uint32_t service_id, uint32_t down_ms = 0);
   // The same, started on the modem's worker thread after `after_ms`: what a handler uses (a
   // handler must not call Restart itself, it holds its service's mutex).
   void ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms = 0);
@@ -237,7 +237,7 @@ class Modem final : public qmi_host::Server {
   void Schedule(uint32_t after_ms, std::function<void()> call);
   // Takes a service away until it is made present again (a restart or bring-up queued before
   // is cancelled).
-  int SetPresent(uint32_t service_id, bool present);
+  [[nodiscard]] int SetPresent(uint32_t service_id, bool present);
 
   // --- indications ---
   // Encodes `record` with the service's indication table and sends it to one client or to

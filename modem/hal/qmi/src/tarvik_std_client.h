@@ -45,7 +45,7 @@ struct OpenResult {
 // Creates a client of any instance of the slot's service into *handle (null on failure), then
 // registers the slot's error callback on it. A registration failure leaves the client open: the
 // caller decides what that means.
-inline OpenResult Open(const ClientSlot &slot, qmi_client_type *handle) {
+[[nodiscard]] inline OpenResult Open(const ClientSlot &slot, qmi_client_type *handle) {
   *handle = nullptr;
   OpenResult out{QMI_INTERNAL_ERR, QMI_NO_ERR};
   const qmi_idl_service_object_type object = slot.get_object(slot.major, slot.minor, slot.library);
@@ -162,7 +162,7 @@ class Request {
 
   // Sends the request on `client` and decodes the answer into the response record. Returns the
   // transport result of qmi_client_send_msg_sync; the modem's verdict stays in the response.
-  int Send(qmi_client_type client, uint32_t msg_id, uint32_t timeout_ms) {
+  [[nodiscard]] int Send(qmi_client_type client, uint32_t msg_id, uint32_t timeout_ms) {
     return qmi_client_send_msg_sync(client, msg_id, kHasRequest ? req_ : nullptr,
                                     kHasRequest ? sizeof(Req) : 0, resp_, sizeof(Resp), timeout_ms);
   }
