@@ -83,8 +83,14 @@ void Route(Routes *routes, const extend::Request &req, extend::Reply &reply) {
   reply.SetData(out.data(), out.size());
 }
 
-Routes *RoutesOf(Modem &modem) {
-  return modem.FindModuleState<Routes>();
+// Changes the modem's routes under their lock; false when the modem has none.
+template <typename Change>
+bool WithRoutes(Modem &modem, Change change) {
+  Routes *routes = modem.FindModuleState<Routes>();
+  if (routes == nullptr) return false;
+  std::lock_guard<std::mutex> lock(routes->mu);
+  change(*routes);
+  return true;
 }
 
 void InitModule(Modem &modem) {
@@ -97,27 +103,15 @@ void InitModule(Modem &modem) {
 }  // namespace
 
 bool HandleCommand(Modem &modem, uint32_t cmd, CommandHandler handler) {
-  Routes *routes = RoutesOf(modem);
-  if (routes == nullptr) return false;
-  std::lock_guard<std::mutex> lock(routes->mu);
-  routes->commands[cmd] = std::move(handler);
-  return true;
+  return WithRoutes(modem, [&](Routes &r) { r.commands[cmd] = std::move(handler); });
 }
 
 bool HandleMessage(Modem &modem, uint32_t type, MessageHandler handler) {
-  Routes *routes = RoutesOf(modem);
-  if (routes == nullptr) return false;
-  std::lock_guard<std::mutex> lock(routes->mu);
-  routes->messages[type] = std::move(handler);
-  return true;
+  return WithRoutes(modem, [&](Routes &r) { r.messages[type] = std::move(handler); });
 }
 
 bool HandleOtherCommands(Modem &modem, CommandHandler handler) {
-  Routes *routes = RoutesOf(modem);
-  if (routes == nullptr) return false;
-  std::lock_guard<std::mutex> lock(routes->mu);
-  routes->other = std::move(handler);
-  return true;
+  return WithRoutes(modem, [&](Routes &r) { r.other = std::move(handler); });
 }
 
 }  // namespace features
