@@ -69,7 +69,7 @@ class SocketTransport final : public Transport {
     const uint32_t cookie = ++next_cookie_;
     const uint64_t generation = generation_;
     if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
-      return QMI_CLIENT_TRANSPORT_ERR;
+      return LostLocked(lock);
     }
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
@@ -90,10 +90,9 @@ class SocketTransport final : public Transport {
   }
 
   int Send(uint32_t client, const uint8_t *msg, size_t len) override {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0) return QMI_SERVICE_ERR;
-    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR
-                                                                : QMI_CLIENT_TRANSPORT_ERR;
+    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR : LostLocked(lock);
   }
 
   void Shutdown() override {
@@ -116,6 +115,17 @@ class SocketTransport final : public Transport {
  private:
   bool SendLocked(const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
     return fd_ >= 0 && wire::SendFrame(fd_, h, body, body_len);
+  }
+
+  // A write on the connection failed: the daemon is gone, though the reader thread may not have
+  // seen the hang-up yet (a busy machine). Its services are reported down before the caller
+  // hears of the failure, so that a caller that looks at once (service list, reopen) waits for
+  // them to come back instead of finding them still up on a dead connection. mu_ held.
+  int LostLocked(std::unique_lock<std::mutex> &lock) {
+    const uint64_t generation = generation_;
+    if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);  // the reader thread wakes to the hang-up
+    cv_.wait_for(lock, kReplyWait, [&] { return generation_ != generation || stop_; });
+    return QMI_CLIENT_TRANSPORT_ERR;
   }
 
   void ReaderLoop() {
