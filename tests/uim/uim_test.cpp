@@ -16,6 +16,7 @@
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "served_modem.h"
+#include "syslog_capture.h"
 #include "tarvik_extend_cmn.h"
 #include "test_env.h"
 #include "uim/uim_service.h"
@@ -428,6 +429,17 @@ TEST_F(Uim, PurgeOnTheThirdTransportFailureReleasesTheClient) {
   EXPECT_EQ(tarvik_uim_purge_guti(&slot), QMI_SERVICE_ERR);
   EXPECT_EQ(UimClients(), 0u);
   EXPECT_EQ(Got(QMI_UIM_TEMPORARY_ID_PURGE_REQ_V01).size(), 1u);
+}
+
+TEST_F(Uim, PurgeWithoutAClientEndsWithTheExitLine) {
+  ASSERT_EQ(modem_->SetPresent(kUim, false), QMI_NO_ERR);
+  tarvik_test::ClearSyslog();
+  const tarvik_uim_slot_req_t slot{0};
+  EXPECT_EQ(tarvik_uim_purge_guti(&slot), -1);
+  EXPECT_TRUE(tarvik_test::SyslogContains("init_uim_qmi_client failed"));
+  EXPECT_EQ(tarvik_test::SyslogCount("function exit <-------------"), 1u)
+      << tarvik_test::SyslogDump();
+  EXPECT_TRUE(modem_->ReceivedBy(kUim).empty());
 }
 
 TEST_F(Uim, AnAllocationFailureSendsNothingAndLeaksNothing) {
