@@ -7,7 +7,9 @@
 // one test is selected, this process runs none itself but starts itself once per test, with a
 // filter naming that test, and prints what the children print in gtest's usual layout, with
 // gtest's counts, summary and exit status. One selected test, `--gtest_list_tests` (ctest's
-// discovery) and anything else gtest does on its own run in this process as usual.
+// discovery) and anything else gtest does on its own run in this process as usual. A child
+// tells its test's outcome through a file named in TARVIK_TEST_OUTCOME (its output may be
+// interleaved with lines other threads print): its exit status and that file decide.
 //
 // Under ThreadSanitizer, a run without --gtest_filter leaves out the Firing* suites, as the tsan
 // preset leaves out their posix_timer label: ThreadSanitizer crashes in the thread glibc starts
@@ -34,6 +36,7 @@
 #include <chrono>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern char **environ;
@@ -168,6 +171,42 @@ bool Starts(const std::string &s, const std::string &prefix) {
   return s.compare(0, prefix.size(), prefix) == 0;
 }
 
+constexpr const char *kOutcomeVar = "TARVIK_TEST_OUTCOME";
+
+// In a child: appends "SUITE.NAME passed|skipped|failed" to the file the parent named.
+class OutcomeWriter : public testing::EmptyTestEventListener {
+ public:
+  explicit OutcomeWriter(std::string path) : path_(std::move(path)) {}
+  void OnTestEnd(const testing::TestInfo &info) override {
+    const testing::TestResult &r = *info.result();
+    FILE *f = fopen(path_.c_str(), "a");
+    if (f == nullptr) return;
+    fprintf(f, "%s.%s %s\n", info.test_suite_name(), info.name(),
+            r.Skipped()  ? "skipped"
+            : r.Passed() ? "passed"
+                         : "failed");
+    fclose(f);
+  }
+
+ private:
+  std::string path_;
+};
+
+// What the child reported of `test` ("" when nothing).
+std::string ReadOutcome(const char *path, const std::string &test) {
+  std::string outcome;
+  FILE *f = fopen(path, "r");
+  if (f == nullptr) return outcome;
+  char line[4096];
+  while (fgets(line, sizeof(line), f) != nullptr) {
+    std::string l(line);
+    if (!l.empty() && l.back() == '\n') l.pop_back();
+    if (Starts(l, test + " ")) outcome = l.substr(test.size() + 1);
+  }
+  fclose(f);
+  return outcome;
+}
+
 // Runs `test` in a child of this program and copies its report through, without the child's
 // own banner and summary (with `brief`, only when the test failed). `argv` is this program's
 // command line as given.
@@ -182,6 +221,16 @@ Outcome RunChild(const std::vector<std::string> &argv, const std::string &test, 
   std::vector<char *> cargv;
   for (std::string &a : args) cargv.push_back(&a[0]);
   cargv.push_back(nullptr);
+  char outcome_path[] = "/tmp/tarvik-test-outcome-XXXXXX";
+  const int outcome_fd = mkstemp(outcome_path);
+  if (outcome_fd >= 0) close(outcome_fd);
+  std::vector<std::string> env = {std::string(kOutcomeVar) + "=" + outcome_path};
+  for (char **e = environ; *e != nullptr; ++e) {
+    if (strncmp(*e, kOutcomeVar, strlen(kOutcomeVar)) != 0) env.push_back(*e);
+  }
+  std::vector<char *> cenv;
+  for (std::string &e : env) cenv.push_back(&e[0]);
+  cenv.push_back(nullptr);
 
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
@@ -193,12 +242,13 @@ Outcome RunChild(const std::vector<std::string> &argv, const std::string &test, 
   posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
   fflush(stdout);
   pid_t pid = -1;
-  const int spawned = posix_spawn(&pid, "/proc/self/exe", &actions, nullptr, cargv.data(), environ);
+  const int spawned =
+      posix_spawn(&pid, "/proc/self/exe", &actions, nullptr, cargv.data(), cenv.data());
   posix_spawn_file_actions_destroy(&actions);
   close(fds[1]);
   const auto start = std::chrono::steady_clock::now();
 
-  bool passed_line = false, skipped_line = false, failed_line = false, summary = false;
+  bool summary = false;
   std::string held;  // what `brief` keeps back
   if (spawned == 0) {
     FILE *in = fdopen(fds[0], "r");
@@ -221,9 +271,6 @@ Outcome RunChild(const std::vector<std::string> &argv, const std::string &test, 
       }
       if (after_banner && plain == "\n") continue;
       after_banner = false;
-      passed_line |= Starts(plain, "[       OK ] " + test);
-      skipped_line |= Starts(plain, "[  SKIPPED ] " + test);
-      failed_line |= Starts(plain, "[  FAILED  ] " + test);
       if (brief) {
         held += line;
       } else {
@@ -243,11 +290,13 @@ Outcome RunChild(const std::vector<std::string> &argv, const std::string &test, 
   const long ms = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
                                         std::chrono::steady_clock::now() - start)
                                         .count());
+  const std::string reported = ReadOutcome(outcome_path, test);
+  unlink(outcome_path);
   const bool clean_exit = spawned == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  if (clean_exit && passed_line) return Outcome::kPassed;
-  if (clean_exit && skipped_line) return Outcome::kSkipped;
+  if (clean_exit && reported == "passed") return Outcome::kPassed;
+  if (clean_exit && reported == "skipped") return Outcome::kSkipped;
   fwrite(held.data(), 1, held.size(), stdout);
-  if (!failed_line) {  // it never got to report: say why, in the test's own failure line
+  if (reported != "failed") {  // it never got to report: say why, in the test's own failure line
     if (spawned != 0) {
       printf("could not start %s: %s\n", argv[0].c_str(), strerror(spawned));
     } else if (WIFSIGNALED(status)) {
@@ -397,7 +446,12 @@ int main(int argc, char **argv) {
   std::vector<Suite> suites = Selected();
   size_t selected = 0;
   for (const Suite &s : suites) selected += s.tests.size();
-  if (selected <= 1) return RUN_ALL_TESTS();
+  if (selected <= 1) {
+    if (const char *outcome = getenv(kOutcomeVar)) {
+      testing::UnitTest::GetInstance()->listeners().Append(new OutcomeWriter(outcome));
+    }
+    return RUN_ALL_TESTS();
+  }
   if (!GTEST_FLAG_GET(output).empty()) {
     fprintf(stderr,
             "Note: --gtest_output is not written when each test runs in a process of its "
