@@ -504,6 +504,7 @@ TEST_F(DfsTest, ModeIndicationOnlyReportsAMismatchAndARestartRecoversOnTheNextEn
   EXPECT_EQ(Enter(), 0);
   EXPECT_EQ(Received(), std::vector<uint16_t>{QMI_DFS_ADD_FILTERS_REQ_V01});
 
+  TARVIK_SKIP_OVER_QMI_PROXY("the proxy does not pass on the revocation a restart sends");
   ASSERT_EQ(modem_->Restart(kDfs), 0);
   ASSERT_TRUE(WaitForLog("DFS QMI error_cb: error=-2 (likely Modem SSR)"));
   modem_->ClearReceived(kDfs);

@@ -38,9 +38,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kProxyProgram[] = "/usr/libexec/qmi-proxy";
 // How long a started proxy may take to listen, and the proxy to answer the open (it opens the
-// device first).
-constexpr auto kStartWait = std::chrono::seconds(5);
-constexpr auto kAnswerWait = std::chrono::seconds(5);
+// device first): less than the five seconds a selection waits for the first attempt, so that a
+// proxy that never answers is reported before the selection returns.
+constexpr auto kStartWait = std::chrono::seconds(4);
+constexpr auto kAnswerWait = std::chrono::seconds(4);
 // A proxy is started at most this often while none listens.
 constexpr auto kRestartSpacing = std::chrono::seconds(5);
 constexpr auto kRetrySpacing = std::chrono::milliseconds(900);
