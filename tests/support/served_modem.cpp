@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "libqmi_judge.h"
 #include "qmi_client_host.h"
 #include "test_env.h"
 
@@ -29,6 +30,9 @@ std::unique_ptr<modemsim::QmuxServer> Serve(modemsim::Modem &modem) {
   }
   const std::string link = ScratchDir() + "/cdc-wdm";
   auto server = std::make_unique<modemsim::QmuxServer>(modem);
+#ifdef TARVIK_LIBQMI_JUDGE
+  server->SetFrameTap(JudgeFrame);
+#endif
   std::string error;
   if (!server->Start(link, &error)) {
     ADD_FAILURE() << "cannot serve QMUX at " << link << ": " << error;
