@@ -69,7 +69,7 @@ class SocketTransport final : public Transport {
     const uint32_t cookie = ++next_cookie_;
     const uint64_t generation = generation_;
     if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
-      return QMI_CLIENT_TRANSPORT_ERR;
+      return SendFailure(lock);
     }
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
@@ -90,10 +90,9 @@ class SocketTransport final : public Transport {
   }
 
   int Send(uint32_t client, const uint8_t *msg, size_t len) override {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0) return QMI_SERVICE_ERR;
-    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR
-                                                                : QMI_CLIENT_TRANSPORT_ERR;
+    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR : SendFailure(lock);
   }
 
   void Shutdown() override {
@@ -115,7 +114,22 @@ class SocketTransport final : public Transport {
 
  private:
   bool SendLocked(const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
+    errno = 0;
     return fd_ >= 0 && wire::SendFrame(fd_, h, body, body_len);
+  }
+
+  // What a send that SendLocked refused returns; mu_ held (through `lock`). When the daemon has
+  // hung up, the reader thread may not have seen it yet (it waits for the CPU on a busy machine):
+  // the sender waits until the reader has reported the connection's services down, so that the
+  // caller's next look at the service list shows the loss instead of a service still up on a
+  // dead connection, and answers as for a lost service.
+  int SendFailure(std::unique_lock<std::mutex> &lock) {
+    if (errno != EPIPE && errno != ECONNRESET && errno != ENOTCONN) {
+      return QMI_CLIENT_TRANSPORT_ERR;
+    }
+    const uint64_t generation = generation_;
+    cv_.wait_for(lock, kReplyWait, [&] { return generation_ != generation || stop_; });
+    return QMI_SERVICE_ERR;
   }
 
   void ReaderLoop() {
