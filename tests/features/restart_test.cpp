@@ -289,13 +289,16 @@ TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   ASSERT_EQ(orders.size(), 1u);
   EXPECT_EQ(orders[0], std::make_pair(COMMON_MSG_MODEM_SSR, 0x4u));
   EXPECT_TRUE(tarvik_test::SyslogContains("result = 0, rsp.result = 0"));
+  // A service reads as down a moment before its clients are dropped: wait for both.
   bool went_down = false;
-  for (int i = 0; i < 200 && !went_down; ++i) {
+  bool client_died = false;
+  for (int i = 0; i < 200 && !(went_down && client_died); ++i) {
     for (const auto &s : modem_->Status()) went_down |= !s.up;
+    client_died = modem_->Clients(modemsim::extend::kServiceId).empty();
     std::this_thread::sleep_for(5ms);
   }
   EXPECT_TRUE(went_down);
-  EXPECT_TRUE(modem_->Clients(modemsim::extend::kServiceId).empty()) << "the old client died";
+  EXPECT_TRUE(client_died) << "the old client died";
   std::this_thread::sleep_for(400ms);
   EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x209u) << "the channel reconnected";
   const auto after = modem_->Clients(modemsim::extend::kServiceId);
