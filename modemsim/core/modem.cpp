@@ -211,7 +211,9 @@ void Modem::WorkerLoop() {
     }
     auto first = queue_.begin();
     if (first->first > Clock::now()) {
-      queue_cv_.wait_until(lock, first->first);
+      // A copy: the task may leave the queue (and its key with it) while the lock is released.
+      const Clock::time_point due = first->first;
+      queue_cv_.wait_until(lock, due);
       continue;
     }
     Task task = std::move(first->second);
