@@ -25,6 +25,11 @@ step() { echo "== check_install: $*"; }
 if [ $# -ne 1 ] || [ ! -f "$1/CMakeCache.txt" ]; then
   fail "usage: check_install.sh BUILD (a configured, built tree)"
 fi
+for need in pkg-config:pkgconf dpkg-shlibdeps:dpkg-dev file:file cc:gcc objcopy:binutils \
+  ninja:ninja-build; do
+  command -v "${need%%:*}" >/dev/null ||
+    fail "${need%%:*} is missing: install the Debian package ${need#*:} (apt-get install ${need#*:})"
+done
 build=$(cd "$1" && pwd)
 cache() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 source_dir=$(cache tarvik_qmi_SOURCE_DIR)
