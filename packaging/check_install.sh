@@ -38,6 +38,10 @@ version=$(sed -n 's/^Version: //p' "$build/packaging/pkgconfig/tarvik_qmi.pc")
 if [ -z "$source_dir" ] || [ -z "$libdir" ] || [ -z "$version" ]; then
   fail "$build is not a tree of this project"
 fi
+if [ -n "$(cache TARVIK_SANITIZE)" ] || [ -n "$(cache CMAKE_TOOLCHAIN_FILE)" ]; then
+  fail "$build is a sanitizer or cross build: the check runs programs built against it here" \
+    "(build/default is the tree to check)"
+fi
 major=${version%%.*}
 
 work=$(mktemp -d /tmp/tarvik-check-install.XXXXXX)
