@@ -21,7 +21,6 @@
 #include "bench_modem.h"
 #include "benchmark/benchmark.h"
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
 #include "modemsim/modem.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"

@@ -9,8 +9,3 @@ function(tarvik_glob out)
   endforeach()
   set(${out} ${_all} PARENT_SCOPE)
 endfunction()
-
-# Warnings of project code; third-party headers come in as SYSTEM.
-function(tarvik_strict target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
-endfunction()

@@ -18,6 +18,7 @@
 
 #include "data_filter_service_v01.h"
 #include "dfs/dfs_service.h"
+#include "fuzz_check.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -31,9 +32,7 @@ std::mutex g_mu;
 const uint8_t *g_data = nullptr;
 size_t g_left = 0;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 void Overwrite(uint16_t, void *record, uint32_t len) {
   std::lock_guard<std::mutex> lock(g_mu);

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "extend/extend_service.h"
+#include "fuzz_check.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -28,9 +29,7 @@ std::condition_variable g_cv;
 bool g_sentinel_seen = false;
 volatile uint32_t g_sink = 0;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 void ReadAll(const void *data, int len) {
   const auto *p = static_cast<const uint8_t *>(data);

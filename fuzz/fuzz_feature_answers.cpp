@@ -14,7 +14,8 @@
 #include <vector>
 
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
+#include "fuzz_check.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -28,12 +29,9 @@
 namespace {
 
 std::unique_ptr<modemsim::Modem> g_modem;
-modemsim::features::FeatureModem *g_features = nullptr;
 std::vector<uint8_t> g_answer;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 bool SetUp() {
   tarvik_testing::SilenceLibraryLogging();
@@ -42,14 +40,13 @@ bool SetUp() {
   if (qmi_client_host_select_transport("inproc") != QMI_NO_ERR) {
     return false;
   }
-  g_features = modemsim::features::Of(*g_modem);
-  if (g_features == nullptr) {
+  modemsim::features::NvEfs *files = modemsim::features::NvEfsOf(*g_modem);
+  if (files == nullptr) {
     return false;
   }
-  g_features->SetStoreDelays(0, 0, 0);
-  g_features->SetTamper([](uint32_t, const uint8_t *, uint32_t, std::vector<uint8_t> *answer) {
-    *answer = g_answer;
-  });
+  files->SetStoreDelays(0, 0, 0);
+  modemsim::extend::SetTamper(*g_modem, [](uint32_t, const uint8_t *, uint32_t,
+                                           std::vector<uint8_t> *answer) { *answer = g_answer; });
   tarvik_extend_qmi_init();
   return true;
 }

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "data_filter_service_v01.h"
+#include "fuzz_check.h"
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -20,9 +21,7 @@ namespace {
 
 std::unique_ptr<modemsim::Modem> g_modem;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 bool SetUp() {
   tarvik_testing::SilenceLibraryLogging();

@@ -16,7 +16,8 @@
 #include <vector>
 
 #include "data_filter_service_v01.h"
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
+#include "fuzz_check.h"
 #include "modemsim/control.h"
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
@@ -28,9 +29,7 @@ namespace {
 
 namespace wire = qmi_host::wire;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 // Checks every message the modem sends back.
 class CheckingSink : public qmi_host::ClientSink {
@@ -51,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   auto modem = modemsim::CreateStandardModem("");
   modemsim::echo::AddTo(*modem);
   // The whole-store NV operations take a modem a while; here they answer at once.
-  modemsim::features::Of(*modem)->SetStoreDelays(0, 0, 0);
+  modemsim::features::NvEfsOf(*modem)->SetStoreDelays(0, 0, 0);
   CheckingSink sink;
   modem->Attach(&sink);
   uint32_t clients[4] = {0, 0, 0, 0};

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "network_access_service_v01.h"
 #include "qcril_alloc_host.h"
 #include "qmi_client_host.h"
@@ -24,9 +25,7 @@ namespace {
 
 namespace wire = qmi_host::wire;
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 // Answers every request with the current input, at once, on the caller's thread.
 class RawServer : public qmi_host::Server {

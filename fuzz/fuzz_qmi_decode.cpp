@@ -10,12 +10,11 @@
 #include <memory>
 
 #include "codec_tables.h"
+#include "fuzz_check.h"
 
 namespace {
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 }  // namespace
 

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
 #include "tarvik_extend_cmn.h"
@@ -55,9 +56,7 @@ class AnswerServer : public qmi_host::Server {
   uint32_t next_client_ = 0;
 };
 
-void Check(bool ok) {
-  if (!ok) abort();
-}
+using tarvik_testing::Check;
 
 // The radio layer's part of the purge: the outcome arrives at once, so a purge that waits
 // returns after its first look.

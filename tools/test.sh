@@ -4,18 +4,19 @@
 #   bash tools/test.sh [WORKFLOW...]
 #
 # installs the Debian packages the build and the tests need when any is missing (as root;
-# anyone else is shown the one apt-get line to run), runs the workflow presets (all of them, or
-# the ones named), and after the default workflow checks what an install of that build gives a
-# program outside the project and its Debian packages (packaging/check_install.sh).
+# anyone else is shown the one apt-get line to run), checks the sources' format, runs the
+# workflow presets (all of them, or the ones named), and after the default workflow checks what
+# an install of that build gives a program outside the project and its Debian packages
+# (packaging/check_install.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # The workflow presets of CMakePresets.json, in the order they run.
 workflows=(default asan tsan)
 # What they need on a fresh Debian 12 machine.
-packages=(cmake ninja-build g++ clang lld libclang-rt-14-dev libgtest-dev libgmock-dev
-          libbenchmark-dev nlohmann-json3-dev libqmi-utils help2man
-          pkgconf dpkg-dev file lintian)
+packages=(cmake ninja-build g++ clang clang-format lld libclang-rt-14-dev
+          libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libqmi-utils
+          help2man pkgconf dpkg-dev file lintian)
 
 selected=("$@")
 [ ${#selected[@]} -gt 0 ] || selected=("${workflows[@]}")
@@ -43,6 +44,16 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt-get update
   apt-get install -y --no-install-recommends "${missing[@]}"
 fi
+
+# Every source file as clang-format (the repository's .clang-format) writes it.
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+  mapfile -t sources < <(git ls-files '*.c' '*.cpp' '*.h')
+else
+  mapfile -t sources < <(find . -path ./build -prune -o -type f \
+    \( -name '*.c' -o -name '*.cpp' -o -name '*.h' \) -print)
+fi
+clang-format --dry-run -Werror "${sources[@]}"
+echo "== tools/test.sh: format: ${#sources[@]} files as clang-format writes them"
 
 for workflow in "${selected[@]}"; do
   echo "== tools/test.sh: workflow $workflow"

@@ -223,7 +223,7 @@ void Modem::WorkerLoop() {
       std::lock_guard<std::mutex> process(process_mu_);
       task.call();
     } else if (task.restart != 0) {
-      Restart(task.restart, task.down_ms);
+      (void)Restart(task.restart, task.down_ms);  // an id the modem lacks has nothing to restart
     } else if (task.bring_up != 0) {
       BringUp(task.bring_up, &task.epoch);
     } else {
@@ -588,7 +588,7 @@ std::vector<ServiceStatus> Modem::Status() const {
   {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto &s : services_) {
-      ServiceStatus st{s.first, s.second->instance_, s.second->up_, 0, 0, {}, {}};
+      ServiceStatus st{s.first, s.second->instance_, s.second->up_, 0, 0, {}};
       for (auto &c : clients_) st.clients += c.second.service_id == s.first ? 1 : 0;
       auto r = received_.find(s.first);
       st.received = r == received_.end() ? 0 : (size_t)r->second.total;
@@ -599,9 +599,27 @@ std::vector<ServiceStatus> Modem::Status() const {
   // Services are never removed; their mutex is taken before mu_ (handlers push indications).
   for (size_t i = 0; i < services.size(); ++i) {
     std::lock_guard<std::mutex> lock(services[i]->state_mutex_);
-    if (services[i]->summary_) services[i]->summary_(&out[i].summary_text, &out[i].summary_json);
+    if (services[i]->summary_) out[i].summary = services[i]->summary_();
   }
   return out;
+}
+
+void Modem::AddStatus(int order, StatusFields fields) {
+  std::lock_guard<std::mutex> lock(module_state_mu_);
+  status_.emplace(order, std::move(fields));
+}
+
+std::vector<Field> Modem::ModuleStatus() const {
+  std::vector<StatusFields> parts;
+  {
+    std::lock_guard<std::mutex> lock(module_state_mu_);
+    for (const auto &entry : status_) parts.push_back(entry.second);
+  }
+  std::vector<Field> out;
+  for (const StatusFields &part : parts) {
+    for (Field &f : part()) out.push_back(std::move(f));
+  }
+  return MergeRecords(std::move(out));
 }
 
 // --- modules ---

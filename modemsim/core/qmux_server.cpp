@@ -18,18 +18,13 @@ namespace modemsim {
 namespace {
 
 // Errors the control service answers with (QMI protocol error codes).
-constexpr uint16_t kErrMissingArg = 0x0011;
-constexpr uint16_t kErrInvalidServiceType = 0x001F;
-constexpr uint16_t kErrInvalidClientId = 0x0022;
-constexpr uint16_t kErrClientIdsExhausted = 0x0005;
+constexpr uint16_t kErrMissingArg = QMI_ERR_MISSING_ARG_V01;
+constexpr uint16_t kErrInvalidServiceType = QMI_ERR_INVALID_SERVICE_TYPE_V01;
+constexpr uint16_t kErrInvalidClientId = QMI_ERR_INVALID_CLIENT_ID_V01;
+constexpr uint16_t kErrClientIdsExhausted = QMI_ERR_CLIENT_IDS_EXHAUSTED_V01;
 constexpr uint8_t kResultTlv = 0x02;
 // The version the control service reports for itself.
 constexpr uint16_t kControlMajor = 1, kControlMinor = 5;
-
-void PutU16(std::vector<uint8_t> *out, uint16_t v) {
-  out->push_back(static_cast<uint8_t>(v & 0xFF));
-  out->push_back(static_cast<uint8_t>(v >> 8));
-}
 
 void AppendResult(std::vector<uint8_t> *tlvs, uint16_t error) {
   const uint8_t v[4] = {static_cast<uint8_t>(error != 0), 0, static_cast<uint8_t>(error & 0xFF),
@@ -180,15 +175,16 @@ void QmuxServer::HandleControl(const qmux::Frame &request) {
     case qmux::kCtlGetVersionInfo: {
       std::vector<uint8_t> list{1};
       list.push_back(qmux::kControlService);
-      PutU16(&list, kControlMajor);
-      PutU16(&list, kControlMinor);
+      qmi_host::wire::AppendU16(&list, kControlMajor);
+      qmi_host::wire::AppendU16(&list, kControlMinor);
       for (const ServiceStatus &s : modem_.Status()) {
         const Service *service = modem_.FindService(s.id);
         if (s.id > 0xFF || !s.up || service == nullptr || service->object() == nullptr) continue;
         ++list[0];
         list.push_back(static_cast<uint8_t>(s.id));
-        PutU16(&list, static_cast<uint16_t>(service->object()->idl_version));
-        PutU16(&list, static_cast<uint16_t>(service->object()->idl_minor_version));
+        qmi_host::wire::AppendU16(&list, static_cast<uint16_t>(service->object()->idl_version));
+        qmi_host::wire::AppendU16(&list,
+                                  static_cast<uint16_t>(service->object()->idl_minor_version));
       }
       qmux::AppendTlv(&tlvs, 0x01, list.data(), static_cast<uint16_t>(list.size()));
       break;

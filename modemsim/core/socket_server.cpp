@@ -120,8 +120,9 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
         }
         case wire::kControl: {
           std::string out;
-          int status = RunControlCommand(modem_, SplitWords(payload, payload_len), &out);
-          if (status == 2) out += std::string("usage: ") + ControlUsage() + "\n";
+          const std::vector<std::string> words = SplitWords(payload, payload_len);
+          int status = RunControlCommand(modem_, words, &out);
+          if (status == 2) out += "usage: " + ControlUsage(words) + "\n";
           Send({wire::kControlReply, 0, (uint32_t)status, 0},
                reinterpret_cast<const uint8_t *>(out.data()), out.size());
           break;

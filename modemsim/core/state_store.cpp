@@ -12,21 +12,20 @@
 
 #include <algorithm>
 
+#include "modemsim/text.h"
+
 namespace modemsim {
 namespace {
 
 // Keys may be paths ("/nv/item_files/..."): every byte outside [A-Za-z0-9._-] becomes %XX, so a
 // key is one file name and cannot climb out of its namespace directory.
 std::string Escape(const std::string &key) {
-  static const char kHex[] = "0123456789ABCDEF";
   std::string out;
   for (unsigned char c : key) {
     if (isalnum(c) || c == '_' || c == '-' || (c == '.' && !out.empty())) {
       out += (char)c;
     } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 15];
+      out += '%' + HexOf(&c, 1, true);
     }
   }
   return out.empty() ? "%" : out;

@@ -277,6 +277,7 @@ void InitModule(Modem &modem) {
     if (!it->second.bound) state->tables.erase(DfsState::KeyOf(client, it->second));
     state->clients.erase(it);
   });
+  modem.AddStatus(kStatusOrder, [&modem] { return Status(modem); });
 }
 
 // Runs `fn` on the module state under the service's mutex; false without the service.
@@ -332,46 +333,29 @@ std::vector<PathView> Paths(Modem &modem) {
   return out;
 }
 
-std::string StatusText(Modem &modem) {
-  std::string text;
-  char line[160];
+std::vector<Field> Status(Modem &modem) {
+  std::vector<std::vector<Field>> clients, paths;
   for (const ClientView &c : Clients(modem)) {
-    snprintf(line, sizeof(line), "%sdfs client %u %s mux %d ip %d mode %u filters %zu",
-             text.empty() ? "" : "\n", c.client, c.bound ? "bound" : "unbound", c.mux_id, c.ip_pref,
-             c.mode, c.filters.size());
-    text += line;
+    clients.push_back(
+        {{"client", "dfs client %s", Value::Number(c.client)},
+         {"bound", "%s", Value::Bool(c.bound, "bound", "unbound")},
+         {"mux_id", "mux %s", Value::Number(c.mux_id)},
+         {"ep_type", "", Value::Number(c.ep_type)},
+         {"iface_id", "", Value::Number(c.iface_id)},
+         {"ip_pref", "ip %s", Value::Number(c.ip_pref)},
+         {"indications", "", Value::Bool(c.report_mode)},
+         {"mode", "mode %s", Value::Number(c.mode)},
+         {"filters", "filters %s", Value::Number(static_cast<long long>(c.filters.size()))}});
   }
   for (const PathView &p : Paths(modem)) {
-    snprintf(line, sizeof(line), "%sdfs path mux %d ip %d mode %u filters %zu",
-             text.empty() ? "" : "\n", p.mux_id, p.ip_pref, p.mode, p.filters);
-    text += line;
+    paths.push_back({{"mux_id", "dfs path mux %s", Value::Number(p.mux_id)},
+                     {"ip_pref", "ip %s", Value::Number(p.ip_pref)},
+                     {"mode", "mode %s", Value::Number(p.mode)},
+                     {"filters", "filters %s", Value::Number(static_cast<long long>(p.filters))}});
   }
-  return text;
-}
-
-std::string StatusJson(Modem &modem) {
-  std::string json = "{\"clients\":[";
-  char item[240];
-  const char *sep = "";
-  for (const ClientView &c : Clients(modem)) {
-    snprintf(item, sizeof(item),
-             "%s{\"client\":%u,\"bound\":%s,\"mux_id\":%d,\"ep_type\":%lld,\"iface_id\":%lld,"
-             "\"ip_pref\":%d,\"indications\":%s,\"mode\":%u,\"filters\":%zu}",
-             sep, c.client, c.bound ? "true" : "false", c.mux_id, (long long)c.ep_type,
-             (long long)c.iface_id, c.ip_pref, c.report_mode ? "true" : "false", c.mode,
-             c.filters.size());
-    json += item;
-    sep = ",";
-  }
-  json += "],\"paths\":[";
-  sep = "";
-  for (const PathView &p : Paths(modem)) {
-    snprintf(item, sizeof(item), "%s{\"mux_id\":%d,\"ip_pref\":%d,\"mode\":%u,\"filters\":%zu}",
-             sep, p.mux_id, p.ip_pref, p.mode, p.filters);
-    json += item;
-    sep = ",";
-  }
-  return json + "]}";
+  return {{"dfs", "%s",
+           Value::Record({{"clients", "%s", Value::Records(std::move(clients), true)},
+                          {"paths", "%s", Value::Records(std::move(paths), true)}})}};
 }
 
 }  // namespace dfs

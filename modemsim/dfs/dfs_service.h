@@ -69,10 +69,10 @@ void SetAnswerHook(Modem &modem, AnswerHook hook);
 // Filters held over every data path.
 size_t FilterCount(Modem &modem);
 
-// For `sim status`: one line per client and per data path (empty without any), and the same as
-// a JSON object {"clients":[...],"paths":[...]}.
-std::string StatusText(Modem &modem);
-std::string StatusJson(Modem &modem);
+// For `sim status`: "dfs", one line per client and per data path (none without any), as JSON
+// {"clients":[...],"paths":[...]}.
+std::vector<Field> Status(Modem &modem);
+constexpr int kStatusOrder = 300;
 
 }  // namespace dfs
 }  // namespace modemsim

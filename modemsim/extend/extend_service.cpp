@@ -10,6 +10,8 @@
 #include <map>
 #include <mutex>
 
+#include "modemsim/control.h"
+#include "modemsim/text.h"
 #include "qmi_client.h"
 
 namespace modemsim {
@@ -25,6 +27,7 @@ struct State {
   std::mutex mu;  // handlers and switches: touched by the worker and by registration calls
   std::map<uint32_t, RequestHandler> handlers;
   std::map<uint32_t, Switches> switches;  // by client
+  Tamper tamper;
 };
 
 State *StateOf(const Modem &modem) {
@@ -46,6 +49,11 @@ void HandleGeneric(State *state, Call &call) {
       handler = it->second;
     }
   }
+  Tamper tamper;
+  {
+    std::lock_guard<std::mutex> lock(state->mu);
+    tamper = state->tamper;
+  }
   if (!handler) {
     resp.result = kResultUnknownId;
     return;
@@ -53,6 +61,10 @@ void HandleGeneric(State *state, Call &call) {
   const Request request{call.modem, call.client, req.id, req.data, PayloadLen(req)};
   Reply reply;
   handler(request, reply);
+  if (tamper) {
+    tamper(req.id, request.data, request.data_len, &reply.data);
+    reply.data_len = static_cast<uint32_t>(reply.data.size());
+  }
   call.answer = reply.answer;
   resp.result = reply.result;
   resp.data_len = reply.data_len;
@@ -179,6 +191,16 @@ bool SetRequestHandler(Modem &modem, uint32_t request_id, RequestHandler handler
   return true;
 }
 
+bool SetTamper(Modem &modem, Tamper tamper) {
+  State *state = StateOf(modem);
+  if (state == nullptr) {
+    return false;
+  }
+  std::lock_guard<std::mutex> lock(state->mu);
+  state->tamper = std::move(tamper);
+  return true;
+}
+
 bool SetMessageHandler(Modem &modem, uint16_t msg_id, Handler handler) {
   Service *service = StateOf(modem) != nullptr ? modem.FindService(kServiceId) : nullptr;
   if (service == nullptr) {
@@ -245,6 +267,20 @@ namespace {
 void InitModule(Modem &modem) {
   AddTo(modem);
 }
+
+// event EVENT [HEX]: the event indication (payload HEX) to every client that switched it on.
+int EventWord(Modem &modem, const Words &w, ControlReply &reply) {
+  unsigned long event = 0;
+  std::vector<uint8_t> data;
+  if (w.size() < 2 || w.size() > 3 || !ParseNumber(w[1], kMaxEvents - 1, &event) ||
+      (w.size() == 3 && (!ParseHex(w[2], &data) || data.size() > kMaxPayload))) {
+    return reply.Usage();
+  }
+  reply.Add({"event", "", Value::Number(static_cast<long long>(event))});
+  return reply.Sent(
+      InjectEvent(modem, static_cast<uint32_t>(event), data.data(), (uint32_t)data.size()));
+}
+MODEMSIM_CONTROL_WORD("event", "EVENT [HEX]", EventWord);
 }  // namespace
 
 MODEMSIM_MODULE("extend", 10, InitModule);

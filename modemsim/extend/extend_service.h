@@ -46,8 +46,8 @@ constexpr uint32_t kLoopbackRequestId = 0xFF;
 
 // Verdicts the service itself gives (the first field of a response).
 constexpr uint32_t kResultOk = 0;
-constexpr uint32_t kResultUnknownId = 0x5E;
-constexpr uint32_t kResultBadRequest = 0x30;
+constexpr uint32_t kResultUnknownId = kQmiErrNotSupported;
+constexpr uint32_t kResultBadRequest = kQmiErrInvalidArg;
 
 // One generic request (message 0x02) as a handler sees it.
 struct Request {
@@ -79,6 +79,13 @@ Service &AddTo(Modem &modem);
 // Routes generic requests with `request_id` to `handler` (replaces an earlier one; an empty
 // function removes it). False when the modem has no extend service.
 bool SetRequestHandler(Modem &modem, uint32_t request_id, RequestHandler handler);
+
+// Rewrites the payload of the generic answers that follow (request id, request payload and its
+// length, the answer's payload; the answer's data_len follows the rewritten size): tests and
+// fuzz targets make the modem answer what a modem might. An empty function removes it.
+using Tamper = std::function<void(uint32_t request_id, const uint8_t *req, uint32_t req_len,
+                                  std::vector<uint8_t> *answer)>;
+bool SetTamper(Modem &modem, Tamper tamper);
 
 // Handles whole messages `msg_id` of the extend service (replaces the built-in handler of that
 // id, if any). False when the modem has no extend service.

@@ -88,19 +88,16 @@ void InitModule(Modem &modem) {
         call.Request<nas_deprioritize_nr5g_req_msg_v01>().deprioritize_nr5g;
   });
   nas.OnClientGone([state](uint32_t client) { state->bound.erase(client); });
-  nas.SetSummary([state](std::string *text, std::string *json) {
-    *json = "\"subscriptions\":[";
+  nas.SetSummary([state] {
+    std::vector<std::vector<Field>> subs;
     for (uint32_t i = 0; i < kSubscriptions; ++i) {
       const Subscription &s = state->subs[i];
-      char buf[128];
-      snprintf(buf, sizeof(buf), "%ssub%u nr5g_disable %u endc %u sa_deprio %u", i ? " " : "", i,
-               s.nr5g_disable_mode, s.endc, s.deprioritize_nr5g);
-      *text += buf;
-      snprintf(buf, sizeof(buf), "%s{\"nr5g_disable_mode\":%u,\"endc\":%u,\"sa_deprio\":%u}",
-               i ? "," : "", s.nr5g_disable_mode, s.endc, s.deprioritize_nr5g);
-      *json += buf;
+      subs.push_back({Label("sub" + std::to_string(i)),
+                      {"nr5g_disable_mode", "nr5g_disable %s", Value::Number(s.nr5g_disable_mode)},
+                      {"endc", "endc %s", Value::Number(s.endc)},
+                      {"sa_deprio", "sa_deprio %s", Value::Number(s.deprioritize_nr5g)}});
     }
-    *json += "]";
+    return std::vector<Field>{{"subscriptions", "%s", Value::Records(std::move(subs), false)}};
   });
 }
 

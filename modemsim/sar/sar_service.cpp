@@ -30,9 +30,8 @@ void InitModule(Modem &modem) {
     resp.sar_rf_state = state->dsi;
   });
   sar.OnRestart([state] { state->dsi = 0; });
-  sar.SetSummary([state](std::string *text, std::string *json) {
-    *text = "dsi " + std::to_string(state->dsi);
-    *json = "\"dsi\":" + std::to_string(state->dsi);
+  sar.SetSummary([state] {
+    return std::vector<Field>{{"dsi", "dsi %s", Value::Number(state->dsi)}};
   });
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "modemsim/modem.h"
+#include "modemsim/text.h"
 #include "sns_client_v01.h"
 
 namespace modemsim {
@@ -27,19 +28,13 @@ void InitModule(Modem &modem) {
     ++state->requests;
     state->flagged += req.use_jumbo_report_valid && req.use_jumbo_report ? 1 : 0;
   });
-  sns.SetSummary([state](std::string *text, std::string *json) {
-    static const char kHex[] = "0123456789ABCDEF";
-    std::string last;
-    if (!state->last.empty()) {
-      for (uint8_t b : state->last.back()) {
-        last += kHex[b >> 4];
-        last += kHex[b & 15];
-      }
-    }
-    *text = "requests " + std::to_string(state->requests) + " flagged " +
-            std::to_string(state->flagged) + " last " + (last.empty() ? "-" : last);
-    *json = "\"requests\":" + std::to_string(state->requests) +
-            ",\"flagged\":" + std::to_string(state->flagged) + ",\"last\":\"" + last + "\"";
+  sns.SetSummary([state] {
+    const std::vector<uint8_t> none;
+    const std::vector<uint8_t> &last = state->last.empty() ? none : state->last.back();
+    return std::vector<Field>{
+        {"requests", "requests %s", Value::Number(static_cast<long long>(state->requests))},
+        {"flagged", "flagged %s", Value::Number(static_cast<long long>(state->flagged))},
+        {"last", "last %s", Value::Text(HexOf(last.data(), last.size(), true))}};
   });
 }
 

@@ -8,7 +8,8 @@
 #include <mutex>
 #include <sstream>
 
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
+#include "modemsim/text.h"
 
 namespace modemsim {
 namespace uim {
@@ -64,16 +65,6 @@ UimState *StateOf(Modem &modem) {
 
 // --- persistence ---
 
-std::string HexOf(const uint8_t *p, size_t n) {
-  std::string out;
-  char b[3];
-  for (size_t i = 0; i < n; ++i) {
-    snprintf(b, sizeof(b), "%02X", p[i]);
-    out += b;
-  }
-  return out;
-}
-
 bool EidOf(const std::string &hex, Eid *eid) {
   if (hex.size() != 2 * eid->size()) return false;
   for (size_t i = 0; i < eid->size(); ++i) {
@@ -89,7 +80,7 @@ bool Save(UimState &st) {
   std::string text;
   for (const Slot &s : st.slots) {
     text += std::to_string(static_cast<int>(s.kind)) + " " + (s.switch_card ? "1 " : "0 ") +
-            HexOf(s.eid.data(), s.eid.size()) + "\n";
+            HexOf(s.eid.data(), s.eid.size(), true) + "\n";
   }
   return st.modem->state().Put(kNamespace, kSetupKey, text.data(), text.size());
 }
@@ -118,9 +109,10 @@ void Load(UimState &st) {
 // --- card state and indications ---
 
 bool EsimHidden(UimState &st) {
-  features::FeatureModem *fm = features::Of(*st.modem);
+  features::NvEfs *files = features::NvEfsOf(*st.modem);
   Bytes content;
-  if (fm == nullptr || !fm->File(kEsimFileSub, kEsimEnablePath, &content) || content.empty()) {
+  if (files == nullptr || !files->File(kEsimFileSub, kEsimEnablePath, &content) ||
+      content.empty()) {
     return false;
   }
   for (uint8_t b : content) {
@@ -384,6 +376,7 @@ void InitModule(Modem &modem) {
     s.state = s.kind != CardKind::kNone && s.switch_card ? kPresent : kAbsent;
   }
   Handlers(st, *st->service);
+  modem.AddStatus(kCardsStatusOrder, [&modem] { return CardsStatus(modem); });
 }
 
 // Runs `change` on the state of `slot` with the service mutex held.

@@ -102,5 +102,10 @@ std::vector<uint8_t> ProfilesAnswer();
 const char *KindName(CardKind kind);
 const char *StateName(uint8_t state);
 
+// What `status` shows of the card reader: "cards", one line per slot (none without the UIM
+// service).
+std::vector<Field> CardsStatus(Modem &modem);
+constexpr int kCardsStatusOrder = 200;
+
 }  // namespace uim
 }  // namespace modemsim

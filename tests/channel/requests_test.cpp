@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "channel_env.h"
+#include "wait_until.h"
 
 namespace channel_test {
 namespace {
@@ -301,9 +302,7 @@ TEST_F(RequestsTest, CallerGivesUpBehindARequestThatOutlivesItsBudget) {
   const size_t sends = SendTimeouts().size();
   auto hung = std::async(std::launch::async, [] { return Send(kId, 50).status; });
   // The hung request is in the transport once its send has begun.
-  for (int i = 0; i < 500 && SendTimeouts().size() == sends; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  tarvik_test::WaitUntil([&] { return SendTimeouts().size() != sends; }, std::chrono::seconds(5));
   ASSERT_EQ(SendTimeouts().size(), sends + 1);
   const auto start = Clock::now();
   EXPECT_EQ(Send(kId).status, -3);

@@ -8,6 +8,7 @@
 #include "gtest/gtest.h"
 #include "json_lines.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -17,15 +18,19 @@ using tarvik_test::RunTool;
 // The requests the daemon's extend service has received, once they are `at_least` (or after
 // 10 s of waiting for that).
 long ExtendReceived(const tarvik_test::ModemDaemon &daemon, long at_least = 0) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  for (;; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-    const auto lines = tarvik_test::JsonLines(RunTool(daemon.modem() + " --json sim status").out);
-    long n = -1;
-    for (const json &s : lines.at(0).at("services")) {
-      if (s.at("service") == 0xFFE4) n = s.at("received").get<long>();
-    }
-    if (n >= at_least || std::chrono::steady_clock::now() > deadline) return n;
-  }
+  long n = -1;
+  tarvik_test::WaitUntil(
+      [&] {
+        const auto lines =
+            tarvik_test::JsonLines(RunTool(daemon.modem() + " --json sim status").out);
+        n = -1;
+        for (const json &s : lines.at(0).at("services")) {
+          if (s.at("service") == 0xFFE4) n = s.at("received").get<long>();
+        }
+        return n >= at_least;
+      },
+      std::chrono::seconds(10));
+  return n;
 }
 
 // Against the daemon, whose request count shows what reached the modem. Help in every form

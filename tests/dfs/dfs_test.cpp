@@ -26,6 +26,7 @@
 #include "syslog_capture.h"
 #include "tarvik_filter_control.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -71,10 +72,8 @@ class Buffer {
 
 // Waits up to a second for `line` (at `priority`, -1: any) in the log.
 bool WaitForLog(const char *line, int priority = -1) {
-  for (int i = 0; i < 200 && !SyslogContains(line, priority); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return SyslogContains(line, priority);
+  return tarvik_test::WaitUntil([&] { return SyslogContains(line, priority); },
+                                std::chrono::seconds(1), std::chrono::milliseconds(5));
 }
 
 class DfsTest : public ::testing::Test {

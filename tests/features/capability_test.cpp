@@ -5,6 +5,7 @@
 
 #include "features_env.h"
 #include "tarvik_base_model.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -42,14 +43,14 @@ TEST_F(CapabilityTest, NumberQueries) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    fm_->SetWord(row.cmd, row.word);
+    ASSERT_TRUE(identity_->SetWord(row.cmd, row.word));
     ClearSent();
     EXPECT_EQ(row.call(), row.expected);
     EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)), std::vector<uint32_t>{row.cmd});
     // A refusal by the modem and a transport failure both read as 0.
     TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 3);
     EXPECT_EQ(row.call(), 0);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
     FailTransport(QMI_TIMEOUT_ERR, 1);
     EXPECT_EQ(row.call(), 0);
   }
@@ -73,7 +74,7 @@ TEST_F(CapabilityTest, CardMode) {
     SCOPED_TRACE(row.name);
     property_set("persist.radio.multisim.config", row.multisim);
     property_set("persist.vendor.radio.dsda_cap", row.dsda_cap);
-    fm_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda);
+    ASSERT_TRUE(identity_->SetWord(COMMON_CMD_DSDA_SUPPORT, row.dsda));
     ClearSent();
     EXPECT_EQ(tarvik_get_card_mode_flag(), row.mode);
     EXPECT_EQ(SentRequests().size(), row.asked);
@@ -81,8 +82,8 @@ TEST_F(CapabilityTest, CardMode) {
 }
 
 TEST_F(CapabilityTest, StringAndRecordBounds) {
-  fm_->SetString(50, "0123456789");
-  fm_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE});
+  ASSERT_TRUE(identity_->SetString(50, "0123456789"));
+  ASSERT_TRUE(identity_->SetRecord(51, {5, 0xA1, 0xA2, 0xA3, 0xA4, 0xEE}));
   const struct {
     const char *name;
     bool record;
@@ -151,7 +152,7 @@ TEST_F(CapabilityTest, Mcfg) {
   EXPECT_STREQ(path, "/data/a.txt");
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_get(path, 11), 0u);
   EXPECT_EQ(path, p179);
-  EXPECT_EQ(fm_->McfgPath(11), p179);
+  EXPECT_EQ(mcfg_->Path(11), p179);
   // The set request carries the characters alone.
   ClearSent();
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/b", 10), 0u);
@@ -167,28 +168,48 @@ TEST_F(CapabilityTest, Mcfg) {
   EXPECT_EQ(strlen(path), 179u);
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 7);
   EXPECT_EQ(tarvik_mcfg_mbn_txt_path_set("/c", 12), 7u);
-  fm_->SetTamper({});
+  modemsim::extend::SetTamper(*modem_, {});
 
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(77), 1u);
-  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+  EXPECT_EQ(mcfg_->DiscoverTimer(), 77u);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), 77);
   // An answer to another type is refused.
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, data),
               COMMON_MSG_MCFG_SET_DISCOVER_TIMER);
   EXPECT_EQ(tarvik_mcfg_ext_get_discover_timer_timeout(), -1);
   EXPECT_TRUE(tarvik_test::SyslogContains("t_rsp != t"));
-  fm_->SetTamper({});
+  modemsim::extend::SetTamper(*modem_, {});
   FailTransport(QMI_TIMEOUT_ERR, 1);
   EXPECT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(5), 0u);
-  EXPECT_EQ(fm_->DiscoverTimer(), 77u);
+  EXPECT_EQ(mcfg_->DiscoverTimer(), 77u);
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 0);
   EXPECT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
   EXPECT_EQ(Commands(SentRequests(REQUEST_ID_COMMON)).back(), COMMON_CMD_REG_MCFG_EVENT_IND);
-  EXPECT_EQ(fm_->McfgEventClients().size(), 1u);
+  EXPECT_EQ(mcfg_->EventClients().size(), 1u);
   EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 1);
 }
 
-std::vector<uint8_t> NameFile(const modemsim::features::FeatureModem &fm) {
+// The process asks for configuration events on its vendor channel; a radio module of the same
+// process listens on a client of its own with the callback the library offers for them, which
+// logs each one. The channel itself drops them (events above 7).
+TEST_F(CapabilityTest, ConfigurationEventsReachTheOfferedCallbackOfTheAskingProcess) {
+  ASSERT_EQ(tarvik_reg_mcfg_event_ind(), 0u);
+  qmi_client_os_params os_params{};
+  qmi_client_type module = nullptr;
+  ASSERT_EQ(qmi_client_init_instance(tarvik_extend_get_service_object_internal_v01(1, 1, 6),
+                                     QMI_CLIENT_INSTANCE_ANY, tarvik_qmi_client_unsol_ind_cb,
+                                     nullptr, &os_params, 1000, &module),
+            QMI_NO_ERR);
+  tarvik_test::ClearSyslog();
+  EXPECT_EQ(modemsim::features::ReportMcfgEvent(*modem_, {1, 2}), 2) << "channel and module";
+  EXPECT_TRUE(tarvik_test::WaitUntil(
+      [] { return tarvik_test::SyslogContains("tarvik_qmi_client_unsol_ind_cb: msg_id 3"); },
+      std::chrono::seconds(5)))
+      << tarvik_test::SyslogDump();
+  EXPECT_EQ(qmi_client_release(module), QMI_NO_ERR);
+}
+
+std::vector<uint8_t> NameFile(const modemsim::features::NvEfs &fm) {
   std::vector<uint8_t> content;
   fm.File(0, TARVIK_DEVICE_NAME_FILE, &content);
   return content;
@@ -202,7 +223,7 @@ TEST_F(DeviceNameTest, WrittenOnlyWhenUnreadableThenCached) {
 
   EXPECT_STREQ(tarvik_device_name_read_from_efs(), "kestrel");
   const std::vector<uint8_t> kestrel = {'k', 'e', 's', 't', 'r', 'e', 'l'};
-  EXPECT_EQ(NameFile(*fm_), kestrel) << "characters without terminator";
+  EXPECT_EQ(NameFile(*nvefs_), kestrel) << "characters without terminator";
   ClearSent();
   char *lists[] = {const_cast<char *>("falcon"), const_cast<char *>("kestrel")};
   EXPECT_TRUE(tarvik_device_name_list_contain_ex(lists, 2));
@@ -224,7 +245,7 @@ TEST_F(DeviceNameTest, AFileThatExistsKeepsItsName) {
   EXPECT_STREQ(seen[1], "merlin");
   EXPECT_EQ(SentRequests(REQUEST_ID_NVEFS).size(), 2u)
       << "one read by the save step, one into the cache";
-  EXPECT_EQ(NameFile(*fm_), std::vector<uint8_t>(old, old + 6));
+  EXPECT_EQ(NameFile(*nvefs_), std::vector<uint8_t>(old, old + 6));
 }
 
 TEST_F(DeviceNameTest, AnUnreadableFileLeavesAnEmptyNameForGood) {
@@ -259,10 +280,10 @@ TEST_F(CapabilityTest, ScreenAndSleepStatus) {
       const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
       EXPECT_EQ(req.cmd, row.cmd);
       EXPECT_EQ(Word(req.payload, 0), row.status);
-      ASSERT_TRUE(fm_->NotifyState(row.cmd, &held));
+      ASSERT_TRUE(notify_->State(row.cmd, &held));
       EXPECT_EQ(held, row.status);
     } else {
-      EXPECT_TRUE(!fm_->NotifyState(row.cmd, &held) || held != row.status);
+      EXPECT_TRUE(!notify_->State(row.cmd, &held) || held != row.status);
     }
   }
   EXPECT_TRUE(tarvik_test::SyslogContains("status is out of range", 3));
@@ -286,12 +307,12 @@ TEST_F(BaseModelTest, ConfigurationAndSwitchesReachTheModem) {
   EXPECT_EQ(tarvik_base_model_set_modem_cfg(nullptr, 5), 1u);
   EXPECT_TRUE(modem_->ReceivedBy(modemsim::extend::kServiceId).empty());
   ASSERT_EQ(tarvik_base_model_set_modem_cfg(cfg.data(), 100), 0u);
-  EXPECT_EQ(fm_->BaseModel().cfg, std::vector<uint32_t>(cfg.begin(), cfg.begin() + 100));
+  EXPECT_EQ(base_model_->State().cfg, std::vector<uint32_t>(cfg.begin(), cfg.begin() + 100));
 
   ASSERT_EQ(tarvik_base_model_set_modem_model_detection_switch(1), 0u);
   ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x14, 1), 0u);
-  EXPECT_EQ(fm_->BaseModel().detection, 1);
-  EXPECT_EQ(fm_->BaseModel().events.count(0x14), 1u);
+  EXPECT_EQ(base_model_->State().detection, 1);
+  EXPECT_EQ(base_model_->State().events.count(0x14), 1u);
   EXPECT_EQ(tarvik_base_model_set_modem_event_ind_switch(99, 1), 1u) << "the modem's own code";
 }
 
@@ -302,7 +323,7 @@ TEST_F(BaseModelTest, QueriesAndTheirCapacity) {
   modemsim::features::DetectScene(*modem_, 0x30, 0x1);
   std::array<uint32_t, 17> dds;
   for (uint32_t i = 0; i < 17; ++i) dds[i] = 1000 + i;
-  fm_->SetDdsInfo(dds);
+  base_model_->SetDdsInfo(dds);
   const struct {
     const char *name;
     uint32_t (*query)(uint32_t *, uint32_t *);
@@ -381,10 +402,8 @@ TEST_F(BaseModelTest, IndicationsFollowTheSwitches) {
   ASSERT_EQ(tarvik_base_model_set_modem_event_ind_switch(0x12, 1), 0u);
   EXPECT_EQ(modemsim::features::DetectScene(*modem_, 5, 6), 1);
   EXPECT_EQ(modemsim::features::DetectReason(*modem_, {}, {1, 2, 3, 4}), 1);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-  while (IndCount() < 2 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  tarvik_test::WaitUntil([] { return IndCount() >= 2; }, std::chrono::seconds(3),
+                         std::chrono::milliseconds(5));
   std::lock_guard<std::mutex> lock(g_mu);
   ASSERT_EQ(g_inds.size(), 2u);
   EXPECT_EQ(g_inds[0].first, 20);

@@ -51,12 +51,12 @@ TEST_F(CommonTest, CommonRequestBounds) {
 // of its answer still stored) and a transport failure unmapped.
 TEST_F(CommonTest, ExtendModeAndBuildInformation) {
   ASSERT_EQ(tarvik_extend_mode_set(4), 0u);
-  EXPECT_EQ(fm_->ExtendMode(), 4);
+  EXPECT_EQ(settings_->ExtendMode(), 4);
   uint8_t mode = 0;
   ASSERT_EQ(tarvik_extend_mode_get(&mode), 0u);
   EXPECT_EQ(mode, 4);
   ASSERT_EQ(tarvik_extend_build_information(9), 0u);
-  EXPECT_EQ(fm_->BuildInformation(), 9);
+  EXPECT_EQ(settings_->BuildInformation(), 9);
   EXPECT_EQ(tarvik_extend_mode_get(nullptr), kBad);
 
   TamperField(REQUEST_ID_COMMON, offsetof(tarvik_cmn_rsp_t, result), 0x21);
@@ -80,13 +80,13 @@ TEST_F(CommonTest, FeatureControlPrintsTheOutcome) {
               {1, "MTPL GPIO: control(1) FAILED, modem_result=1"}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.line);
-    fm_->SetFeatureOutcome(COMMON_FEATURE_MTPL_GPIO, row.outcome, {});
+    settings_->SetFeatureOutcome(COMMON_FEATURE_MTPL_GPIO, row.outcome, {});
     const Printed run = StdoutOf([] { return tarvik_modem_mtpl_gpio_control(1); });
     EXPECT_EQ(run.result, 0);
     EXPECT_TRUE(run.Shows(row.line)) << run.out;
   }
   ClearSent();
-  fm_->SetFeatureOutcome(COMMON_FEATURE_RFFE_DEVICE_CHECK, 0, {0xAB, 0xCD});
+  settings_->SetFeatureOutcome(COMMON_FEATURE_RFFE_DEVICE_CHECK, 0, {0xAB, 0xCD});
   const Printed check = StdoutOf([] { return tarvik_modem_rffe_device_check(2); });
   EXPECT_EQ(check.result, 0);
   EXPECT_TRUE(check.Shows("rffe device check result: PASS")) << check.out;
@@ -108,7 +108,7 @@ TEST_F(CommonTest, FeatureControlPrintsTheOutcome) {
 
 TEST_F(CommonTest, CellInformation) {
   const std::vector<uint8_t> info = Pattern(30);
-  fm_->SetCellInfo(info);
+  nvefs_->SetCellInfo(info);
   uint8_t out[64];
   int out_len = 29;
   const uint8_t *q = reinterpret_cast<const uint8_t *>("q");
@@ -218,7 +218,7 @@ TEST_F(CommonTest, VenueMode) {
   uint8_t out[16];
   uint32_t len = sizeof(out);
   ASSERT_EQ(tarvik_set_venue_mode(cfg.data(), 4, out, &len), 0);
-  EXPECT_EQ(fm_->VenueMode(), cfg);
+  EXPECT_EQ(cdc_->VenueMode(), cfg);
   EXPECT_EQ(len, 4u);
   EXPECT_EQ(0, memcmp(out, cfg.data(), 4));
   const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);

@@ -22,10 +22,19 @@ void FeatureTest::StartModem(const std::string &state_dir) {
   ASSERT_EQ(qmi_client_host_select_transport("inproc"), QMI_NO_ERR);
   // A channel left open on an earlier modem is reopened on this one before the test talks.
   tarvik_extend_qmi_init_force();
-  fm_ = modemsim::features::Of(*modem_);
-  ASSERT_NE(fm_, nullptr);
+  namespace f = modemsim::features;
+  identity_ = f::IdentityOf(*modem_);
+  mcfg_ = f::McfgOf(*modem_);
+  notify_ = f::NotifyOf(*modem_);
+  restart_ = f::RestartOf(*modem_);
+  settings_ = f::SettingsOf(*modem_);
+  cdc_ = f::CdcOf(*modem_);
+  nvefs_ = f::NvEfsOf(*modem_);
+  base_model_ = f::BaseModelOf(*modem_);
+  ASSERT_TRUE(identity_ && mcfg_ && notify_ && restart_ && settings_ && cdc_ && nvefs_ &&
+              base_model_);
   // Whole-store operations answer at once unless a test asks otherwise.
-  fm_->SetStoreDelays(0, 0, 0);
+  nvefs_->SetStoreDelays(0, 0, 0);
 }
 
 std::vector<Sent> FeatureTest::SentRequests(int request_id) const {
@@ -81,12 +90,12 @@ void FeatureTest::FailTransport(int error, int count) {
 
 void FeatureTest::Tamper(uint32_t request_id,
                          std::function<void(const uint8_t *, std::vector<uint8_t> *)> fn) {
-  fm_->SetTamper(
-      [request_id, fn](uint32_t id, const uint8_t *req, uint32_t, std::vector<uint8_t> *answer) {
-        if (id == request_id) {
-          fn(req, answer);
-        }
-      });
+  modemsim::extend::SetTamper(*modem_, [request_id, fn](uint32_t id, const uint8_t *req, uint32_t,
+                                                        std::vector<uint8_t> *answer) {
+    if (id == request_id) {
+      fn(req, answer);
+    }
+  });
 }
 
 void FeatureTest::TamperField(uint32_t request_id, size_t at, int32_t value, size_t keep) {
@@ -117,9 +126,7 @@ Printed StdoutOf(const std::function<long long()> &call) {
 }
 
 uint32_t Word(const uint8_t *payload, size_t i) {
-  uint32_t v;
-  memcpy(&v, payload + i * sizeof(v), sizeof(v));
-  return v;
+  return qmi_host::wire::GetU32(payload + i * sizeof(uint32_t));
 }
 
 std::vector<uint8_t> Pattern(size_t n, uint32_t seed) {

@@ -15,7 +15,15 @@
 
 #include "cutils/properties.h"
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
+#include "features/base_model.h"
+#include "features/cdc.h"
+#include "features/commands.h"
+#include "features/identity.h"
+#include "features/mcfg.h"
+#include "features/notify.h"
+#include "features/nvefs.h"
+#include "features/restart.h"
+#include "features/settings.h"
 #include "gtest/gtest.h"
 #include "modemsim/modem.h"
 #include "qmi_client.h"
@@ -93,7 +101,15 @@ class FeatureTest : public ::testing::Test {
                    const std::function<void()> &probe = {});
 
   std::unique_ptr<modemsim::Modem> modem_;
-  modemsim::features::FeatureModem *fm_ = nullptr;
+  // The feature modules' state in the modem.
+  modemsim::features::Identity *identity_ = nullptr;
+  modemsim::features::Mcfg *mcfg_ = nullptr;
+  modemsim::features::Notify *notify_ = nullptr;
+  modemsim::features::RestartControl *restart_ = nullptr;
+  modemsim::features::Settings *settings_ = nullptr;
+  modemsim::features::Cdc *cdc_ = nullptr;
+  modemsim::features::NvEfs *nvefs_ = nullptr;
+  modemsim::features::BaseModel *base_model_ = nullptr;
 };
 
 // What `call` returned and printed on standard output.

@@ -28,15 +28,15 @@ TEST_F(ModemStateTest, ASecondModemStartsWithStateOfItsOwn) {
       ASSERT_NO_FATAL_FAILURE(StartModem(""));
     }
     std::vector<uint8_t> item;
-    EXPECT_FALSE(fm_->NvItem(0, 550, &item));
-    EXPECT_EQ(0, fm_->BaseModel().detection);
+    EXPECT_FALSE(nvefs_->NvItem(0, 550, &item));
+    EXPECT_EQ(0, base_model_->State().detection);
     EXPECT_EQ(0, modemsim::extend::InjectEvent(*modem_, kEvent, value, sizeof(value)));
 
     ASSERT_EQ(0, tarvik_nv_write_ex(0, 550, value, sizeof(value)));
     ASSERT_EQ(0u, tarvik_base_model_set_modem_model_detection_switch(1));
     ASSERT_EQ(0, tarvik_extend_qmi_register(kEvent, IgnoreEvent, 0));
-    EXPECT_TRUE(fm_->NvItem(0, 550, &item));
-    EXPECT_EQ(1, fm_->BaseModel().detection);
+    EXPECT_TRUE(nvefs_->NvItem(0, 550, &item));
+    EXPECT_EQ(1, base_model_->State().detection);
     EXPECT_EQ(1, modemsim::extend::InjectEvent(*modem_, kEvent, value, sizeof(value)));
   }
 }
@@ -50,8 +50,8 @@ TEST_F(ModemStateTest, NonVolatileStateOutlivesARestart) {
   const auto file = Pattern(5000);
   const char path[] = "/nv/item_files/test/blob";
   const uint32_t path_len = sizeof(path) - 1;
-  ASSERT_TRUE(fm_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
-  ASSERT_TRUE(fm_->SetString(60, "kept"));
+  ASSERT_TRUE(identity_->SetWord(COMMON_CMD_CHIPSET_ID, 0x2A1));
+  ASSERT_TRUE(identity_->SetString(60, "kept"));
   ASSERT_EQ(tarvik_mcfg_mbn_txt_path_set("/kept.txt", 12), 0u);
   ASSERT_EQ(tarvik_mcfg_ext_set_discover_timer_timeout(9), 1u);
   ASSERT_EQ(tarvik_modem_nv_sync(), 0u);
@@ -91,11 +91,11 @@ TEST_F(ModemStateTest, AStateDirectoryThatCannotBeWrittenFailsTheRequest) {
   std::vector<uint8_t> held;
 
   EXPECT_NE(0, tarvik_nv_write_ex(0, 550, value, sizeof(value)));
-  EXPECT_FALSE(fm_->NvItem(0, 550, &held));
+  EXPECT_FALSE(nvefs_->NvItem(0, 550, &held));
   EXPECT_NE(0, tarvik_efs_write(0, path, sizeof(path) - 1, value, sizeof(value)));
-  EXPECT_FALSE(fm_->File(0, path, &held));
+  EXPECT_FALSE(nvefs_->File(0, path, &held));
   EXPECT_NE(0u, tarvik_extend_mode_set(3));
-  EXPECT_EQ(0, fm_->ExtendMode());
+  EXPECT_EQ(0, settings_->ExtendMode());
   EXPECT_EQ(3u, SentRequests(REQUEST_ID_NVEFS).size() + SentRequests(REQUEST_ID_COMMON).size());
 }
 

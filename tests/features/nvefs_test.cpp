@@ -5,6 +5,7 @@
 #include <future>
 
 #include "features_env.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -17,7 +18,7 @@ TEST_F(NvTest, WriteReadDelete) {
   const auto item = Pattern(424);
   ASSERT_EQ(tarvik_nv_write_ex(1, 7232, item.data(), 424), 0);
   std::vector<uint8_t> stored;
-  ASSERT_TRUE(fm_->NvItem(1, 7232, &stored));
+  ASSERT_TRUE(nvefs_->NvItem(1, 7232, &stored));
   EXPECT_EQ(stored, item);
   const auto sent = SentRequests(REQUEST_ID_NVEFS);
   ASSERT_EQ(sent.size(), 1u);
@@ -104,7 +105,7 @@ TEST_F(NvTest, RefusalsAndTransportFailures) {
     EXPECT_EQ(row.call(), -103);
     TamperField(REQUEST_ID_NVEFS, offsetof(tarvik_nvefs_rsp_t, result), 0x4321);
     EXPECT_EQ(row.call(), 0x4321);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
   }
   EXPECT_TRUE(tarvik_test::SyslogContains("qmi response fail"));
   EXPECT_TRUE(tarvik_test::SyslogContains("tarvik_qmi_result_map, old_result -3, new_result -103"));
@@ -181,7 +182,7 @@ TEST_F(NvTest, RawReadCutsAndSaysSo) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
     if (row.claim != 0) {
       TamperField(REQUEST_ID_NV_ITEM, offsetof(tarvik_nv_item_rsp_t, data_len), row.claim,
                   offsetof(tarvik_nv_item_rsp_t, data) + row.carried);
@@ -228,13 +229,13 @@ TEST_F(NvTest, BackupAndRestoreTakeTheirTime) {
   const uint8_t before[2] = {1, 1};
   const uint8_t after[2] = {2, 2};
   ASSERT_EQ(tarvik_nv_write_ex(0, 71, before, 2), 0);
-  fm_->SetStoreDelays(3300, 0, 0);
+  nvefs_->SetStoreDelays(3300, 0, 0);
   EXPECT_EQ(tarvik_extend_nv_backup(0), 0u);
-  fm_->SetStoreDelays(0, 0, 0);
+  nvefs_->SetStoreDelays(0, 0, 0);
   ASSERT_EQ(tarvik_nv_write_ex(0, 71, after, 2), 0);
   EXPECT_EQ(tarvik_extend_nv_restore(0), 0u);
   std::vector<uint8_t> v;
-  ASSERT_TRUE(fm_->NvItem(0, 71, &v));
+  ASSERT_TRUE(nvefs_->NvItem(0, 71, &v));
   EXPECT_EQ(v, std::vector<uint8_t>(before, before + 2));
   EXPECT_EQ(tarvik_extend_nv_restore(1), static_cast<uint32_t>(modemsim::features::kNvNotActive))
       << "no backup of subscription 1";
@@ -296,7 +297,7 @@ TEST_F(EfsTest, WriteGoesOutInChunksOf414) {
       EXPECT_EQ(chunks[i].len_send, i + 1 == chunks.size() ? row.last : 414u);
     }
     std::vector<uint8_t> stored;
-    ASSERT_TRUE(fm_->File(0, kPath, &stored));
+    ASSERT_TRUE(nvefs_->File(0, kPath, &stored));
     EXPECT_TRUE(stored == data);
   }
   // A modem that hands out an instance the library did not expect: it is carried all the same.
@@ -388,7 +389,7 @@ TEST_F(EfsTest, ReadAnswersThatMisbehave) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
     const auto data = Pattern(row.size);
     ASSERT_EQ(Write(kPath, data), 0);
     row.tamper();
@@ -476,7 +477,7 @@ TEST_F(EfsTest, DeleteCompareCopyStatExist) {
   EXPECT_EQ(req.len_send, 1u) << "second subscription";
   EXPECT_EQ(0, memcmp(req.data, b.data(), lb));
   std::vector<uint8_t> copied;
-  ASSERT_TRUE(fm_->File(1, b, &copied));
+  ASSERT_TRUE(nvefs_->File(1, b, &copied));
   EXPECT_TRUE(copied == content);
   EXPECT_EQ(tarvik_efs_compare(0, a.data(), la, 1, pb, lb), 0);
   ASSERT_EQ(Write(b, Pattern(777, 9), 1), 0);
@@ -539,11 +540,8 @@ TEST_F(EfsTest, ArgumentsAreLoggedBeforeWaitingForTheLock) {
   slow.count = 1;
   modem_->SetFault(modemsim::extend::kServiceId, TARVIK_EXTEND_QMI_GENERIC_MSG_V01, slow);
   const auto logged_soon = [](const std::string &line) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
-    while (!tarvik_test::SyslogContains(line) && std::chrono::steady_clock::now() < until) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return tarvik_test::SyslogContains(line);
+    return tarvik_test::WaitUntil([&] { return tarvik_test::SyslogContains(line); },
+                                  std::chrono::milliseconds(1500), std::chrono::milliseconds(5));
   };
   auto holder = std::async(std::launch::async, [] {
     uint8_t buf[16];
@@ -575,11 +573,11 @@ TEST_F(EfsTest, NvSyncReportsEitherFailure) {
   } rows[] = {{"nvefs", tarvik_nvefs_sync}, {"modem", tarvik_modem_nv_sync}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
-    fm_->SetTamper({});
+    modemsim::extend::SetTamper(*modem_, {});
     ClearSent();
-    const uint32_t before = fm_->NvSyncCount();
+    const uint32_t before = restart_->NvSyncCount();
     EXPECT_EQ(row.sync(), 0u);
-    EXPECT_EQ(fm_->NvSyncCount(), before + 1);
+    EXPECT_EQ(restart_->NvSyncCount(), before + 1);
     const auto req = Only<tarvik_cmn_req_t>(REQUEST_ID_COMMON);
     EXPECT_EQ(req.cmd, COMMON_CMD_MSG);
     EXPECT_EQ(Word(req.payload, 0), COMMON_MSG_NV_SYNC);

@@ -5,6 +5,7 @@
 #include "features_env.h"
 #include "tarvik_utils_cmn.h"
 #include "tarvik_utils_cust.h"
+#include "wait_until.h"
 
 namespace features_test {
 namespace {
@@ -73,7 +74,7 @@ TEST_F(RestartTest, CountingRule) {
   EXPECT_EQ(Count(0x80000001u), 1);
   EXPECT_EQ(Orders(SentRequests()).size(), 1u);
   EXPECT_TRUE(tarvik_test::SyslogContains("result = -103, rsp.result = 0"));
-  EXPECT_TRUE(fm_->Orders().empty()) << "the modem never carried it out";
+  EXPECT_TRUE(restart_->Orders().empty()) << "the modem never carried it out";
 }
 
 // The counts' property names are built in one buffer: two threads counting at once must still
@@ -225,7 +226,7 @@ TEST_F(RestartTest, CrashSequences) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     ASSERT_NO_FATAL_FAILURE(StartModem(""));
-    fm_->SetRestartDownMs(0);
+    restart_->SetRestartDownMs(0);
     for (const char *p : {kLevel, kBak, kBakFlag}) property_set(p, "");
     property_set(kLevel, row.level_before);
     property_set(kWait, row.wait);
@@ -280,7 +281,7 @@ TEST_F(RestartTest, LegacyMask) {
 // channel's next request reconnects and succeeds.
 TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   property_set(kWait, "0");
-  fm_->SetRestartDownMs(200);
+  restart_->SetRestartDownMs(200);
   ASSERT_EQ(tarvik_modem_chipset_id_get(), 0x209u);
   const auto before = modem_->Clients(modemsim::extend::kServiceId);
   ASSERT_EQ(before.size(), 1u);
@@ -289,20 +290,21 @@ TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   ASSERT_EQ(orders.size(), 1u);
   EXPECT_EQ(orders[0], std::make_pair(COMMON_MSG_MODEM_SSR, 0x4u));
   EXPECT_TRUE(tarvik_test::SyslogContains("result = 0, rsp.result = 0"));
-  bool went_down = false;
-  for (int i = 0; i < 200 && !went_down; ++i) {
-    for (const auto &s : modem_->Status()) went_down |= !s.up;
-    std::this_thread::sleep_for(5ms);
-  }
-  EXPECT_TRUE(went_down);
+  EXPECT_TRUE(tarvik_test::WaitUntil(
+      [this] {
+        bool down = false;
+        for (const auto &s : modem_->Status()) down |= !s.up;
+        return down;
+      },
+      1000ms, 5ms));
   EXPECT_TRUE(modem_->Clients(modemsim::extend::kServiceId).empty()) << "the old client died";
   std::this_thread::sleep_for(400ms);
   EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x209u) << "the channel reconnected";
   const auto after = modem_->Clients(modemsim::extend::kServiceId);
   ASSERT_EQ(after.size(), 1u);
   EXPECT_NE(after[0], before[0]);
-  ASSERT_EQ(fm_->Orders().size(), 1u);
-  EXPECT_EQ(fm_->Orders()[0].flag, 0x4u);
+  ASSERT_EQ(restart_->Orders().size(), 1u);
+  EXPECT_EQ(restart_->Orders()[0].flag, 0x4u);
 }
 
 // The same over the socket transport: tarvik-modemd restarts and the channel survives.

@@ -23,6 +23,7 @@
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_qmi_v01.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ class DaemonTest : public ::testing::Test {
                                                    nullptr, 2000, &handle_));
     ASSERT_EQ(QMI_NO_ERR, qmi_client_register_error_cb(handle_, ErrCb, &error_));
     cause();
-    for (int i = 0; i < 500 && error_.load() == 0; ++i) std::this_thread::sleep_for(10ms);
+    tarvik_test::WaitUntil([this] { return error_.load() != 0; }, 5000ms);
     EXPECT_EQ(QMI_SERVICE_ERR, error_.load());
   }
 

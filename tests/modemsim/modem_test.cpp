@@ -18,6 +18,7 @@
 #include "modemsim/modem.h"
 #include "qmi_client.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -183,9 +184,8 @@ TEST_F(ModemTest, RestartWithDownTimeComesBackLater) {
   ASSERT_EQ(QMI_NO_ERR, modem_.Restart(echo::kServiceId, 100));
   uint32_t c = 0;
   EXPECT_EQ(QMI_SERVICE_ERR, modem_.Open(&sink_, echo::kServiceId, QMI_CLIENT_INSTANCE_ANY, &c));
-  for (int i = 0; i < 100 && modem_.Open(&sink_, echo::kServiceId, 0, &c) != QMI_NO_ERR; ++i) {
-    std::this_thread::sleep_for(10ms);
-  }
+  tarvik_test::WaitUntil([&] { return modem_.Open(&sink_, echo::kServiceId, 0, &c) == QMI_NO_ERR; },
+                         1000ms);
   EXPECT_NE(0u, c);
   EXPECT_EQ(QMI_SERVICE_ERR, modem_.Open(&sink_, echo::kServiceId, 3, &c));  // other instance
 }

@@ -15,6 +15,7 @@
 #include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -174,9 +175,8 @@ TEST_F(Nas, ControlsReportTheTransportNotTheModemAndKeepAClientWhoseServiceWent)
   }
 
   ASSERT_EQ(modem_->Restart(kNas), QMI_NO_ERR);
-  for (int i = 0; i < 300 && __atomic_load_n(&SSR_Detected, __ATOMIC_RELAXED) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  tarvik_test::WaitUntil([] { return __atomic_load_n(&SSR_Detected, __ATOMIC_RELAXED) != 0; },
+                         std::chrono::seconds(3));
   EXPECT_EQ(__atomic_load_n(&SSR_Detected, __ATOMIC_RELAXED), 1);
   EXPECT_EQ(tarvik_set_nr_mode(1), QMI_SERVICE_ERR);
   EXPECT_EQ(tarvik_set_nr_mode(1), QMI_SERVICE_ERR);

@@ -18,6 +18,7 @@
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -104,8 +105,7 @@ class ClientTest : public ::testing::TestWithParam<const char *> {
   // Service events and late responses travel asynchronously: polls `pred` for up to 3 s.
   template <typename Pred>
   static bool Eventually(Pred pred) {
-    for (int i = 0; i < 300 && !pred(); ++i) std::this_thread::sleep_for(10ms);
-    return pred();
+    return tarvik_test::WaitUntil(pred, 3000ms);
   }
   static bool ServersSeen(unsigned count) {
     return Eventually([count] {
@@ -238,7 +238,7 @@ TEST_P(ClientTest, ClientsAndNotifierWaitForAServiceThatAppearsLater) {
       std::async(std::launch::async, [&] { return qmi_cci_os_signal_wait(&sig, 3000); });
   auto appear = std::async(std::launch::async, [&] {
     std::this_thread::sleep_for(150ms);
-    modem_.SetPresent(echo::kServiceId, true);
+    return modem_.SetPresent(echo::kServiceId, true);
   });
   const auto start = std::chrono::steady_clock::now();
   h = Open(nullptr, 5000);
@@ -246,6 +246,7 @@ TEST_P(ClientTest, ClientsAndNotifierWaitForAServiceThatAppearsLater) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
   EXPECT_EQ(QMI_NO_ERR, Echo(h, 5));
   EXPECT_EQ(QMI_NO_ERR, signalled.get());
+  EXPECT_EQ(QMI_NO_ERR, appear.get());
   EXPECT_EQ(0, sig.timed_out);
   EXPECT_EQ(1, sig.sig_set);  // set while a server is up; the wait does not clear it
 

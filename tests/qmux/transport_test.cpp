@@ -15,6 +15,7 @@
 #include "sns_client_v01.h"
 #include "tarvik_extend_cmn.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -59,7 +60,8 @@ TEST_F(OverQmux, ToolCommandsReachTheModem) {
     if (row.service != 0) {
       EXPECT_FALSE(modem_->ReceivedBy(row.service).empty());
       // The tool's process released its client ids as it exited (the device reads them soon).
-      for (int i = 0; i < 100 && !modem_->Clients(row.service).empty(); ++i) usleep(10 * 1000);
+      tarvik_test::WaitUntil([&] { return modem_->Clients(row.service).empty(); },
+                             std::chrono::seconds(1));
       EXPECT_TRUE(modem_->Clients(row.service).empty());
     }
   }
@@ -90,10 +92,12 @@ TEST_F(OverQmux, ADeviceThatGoesAwayIsAServiceLossUntilItIsBack) {
   modem_->ClearReceived(kSar);
   // The transport opens the device again and the client starts over on a new client id.
   int got = -1;
-  for (int i = 0; i < 50 && got != 4; ++i) {
-    got = tarvik_get_sar_dsi();
-    if (got != 4) usleep(100 * 1000);
-  }
+  tarvik_test::WaitUntil(
+      [&] {
+        got = tarvik_get_sar_dsi();
+        return got == 4;
+      },
+      std::chrono::seconds(5), std::chrono::milliseconds(100));
   EXPECT_EQ(got, 4);
   EXPECT_FALSE(modem_->ReceivedBy(kSar).empty());
 }

@@ -10,6 +10,7 @@
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -117,9 +118,7 @@ TEST_F(StdClient, OpenAsksForTheVersionAndWaitsForTheServiceThenSendsAndHearsARe
     EXPECT_EQ(received[0].As<echo::EchoReq>().value, value);
   }
   ASSERT_EQ(modem_.Restart(echo::kServiceId), QMI_NO_ERR);
-  for (int i = 0; i < 300 && g_errors == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  tarvik_test::WaitUntil([] { return g_errors != 0; }, std::chrono::seconds(3));
   EXPECT_EQ(g_errors, 1);
   EXPECT_EQ(tarvik_std::Close(&client), QMI_NO_ERR);
   EXPECT_EQ(client, nullptr);

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "extend/extend_service.h"
-#include "features/feature_modem.h"
+#include "features/nvefs.h"
 #include "json_lines.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
@@ -20,6 +20,7 @@
 #include "test_env.h"
 #include "uim/uim_service.h"
 #include "user_identity_module_v01.h"
+#include "wait_until.h"
 
 namespace {
 
@@ -136,7 +137,7 @@ TEST_F(Uim, CardPowerSendsTheSwitchAndModeAndChangesTheCard) {
   }
   if (tarvik_test::OverQmux()) return;
   std::vector<uint8_t> file;
-  ASSERT_TRUE(modemsim::features::Of(*modem_)->File(
+  ASSERT_TRUE(modemsim::features::NvEfsOf(*modem_)->File(
       1, "/nv/item_files/modem/uim/uimdrv/esim_enable", &file));
   EXPECT_EQ(file, (std::vector<uint8_t>{1, 0, 0, 0}));
 }
@@ -183,9 +184,8 @@ TEST_F(Uim, ModemRestartSetsSsrDetectedAndTheNextCallRecovers) {
   uint16_t states = 0;
   ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);
   ASSERT_EQ(modem_->Restart(kUim), QMI_NO_ERR);
-  for (int i = 0; i < 600 && Flag(&SSR_Detected) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  tarvik_test::WaitUntil([] { return Flag(&SSR_Detected) != 0; }, std::chrono::seconds(3),
+                         std::chrono::milliseconds(5));
   ASSERT_EQ(Flag(&SSR_Detected), 1);
   modem_->ClearReceived(kUim);
   uint8_t eid[16];

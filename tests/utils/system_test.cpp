@@ -27,6 +27,7 @@
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
 #include "test_env.h"
+#include "wait_until.h"
 
 using tarvik_test::SyslogContains;
 using tarvik_test::SyslogCount;
@@ -223,10 +224,7 @@ void *Worker(void *arg) {
 }
 
 bool WaitFor(const std::function<bool()> &done) {
-  for (int i = 0; i < 500 && !done(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return done();
+  return tarvik_test::WaitUntil(done, std::chrono::seconds(5));
 }
 
 TEST(CreatePthread, RunsDetachedWithItsArgumentAndNeedsAProcedure) {

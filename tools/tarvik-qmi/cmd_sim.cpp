@@ -2,10 +2,13 @@
 // status. With --modem unix:PATH the command runs in tarvik-modemd (so it outlasts this process);
 // otherwise in the embedded modem, which lives only as long as this command.
 #include <errno.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "modemsim/control.h"
 #include "modemsim/socket_server.h"
@@ -43,7 +46,7 @@ int Run(Report &report, const Args &args) {
       return report.Refuse("sim commands reach a simulated modem: --modem unix:PATH", kExitUsage);
     }
     status = modemsim::RunControlCommand(*EmbeddedModem(), words, &out);
-    if (status == 2 && !json) out += std::string("usage: ") + modemsim::ControlUsage() + "\n";
+    if (status == 2 && !json) out += "usage: " + modemsim::ControlUsage(words) + "\n";
   }
   if (json) {
     report.Add(Members(MembersOf(out), ""));
@@ -55,29 +58,36 @@ int Run(Report &report, const Args &args) {
   return status;
 }
 
-const Verb kVerbs[] = {
-    {"status", "", 0, 0, Run},
-    {"restart", "SERVICE [DOWN_MS]", 1, 2, Run},
-    {"absent", "SERVICE", 1, 1, Run},
-    {"present", "SERVICE", 1, 1, Run},
-    {"fault", "SERVICE MSG|any noanswer|delay MS|result QMI_ERROR|transport [-ERR] [COUNT]", 3, 5,
-     Run},
-    {"clear", "SERVICE", 1, 1, Run},
-    {"indicate", "SERVICE MSG HEX|-", 3, 3, Run},
-    {"event", "EVENT [HEX]", 1, 2, Run},
-    {"profile", "", 0, 0, Run},
-    {"set",
-     "chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max|restart-down-ms N | string TYPE TEXT | "
-     "record TYPE HEX",
-     2, 64, Run},
-    {"mcfg-event", "[HEX]", 0, 1, Run},
-    {"card",
-     "SLOT none|sim|euicc EID|present|absent|error|switch on|off | slots N | purge "
-     "purged|failed|silent [MS]",
-     2, 3, Run},
-};
-TARVIK_COMMAND("sim", "controls the simulated modem: faults, restarts, indications, status",
-               kVerbs);
+// The verbs are the modem's control words, their usage the modem's own: the tool forwards the
+// words and the modem judges them. Words registered as two ("set restart-down-ms") are one verb
+// here with their usages joined.
+const std::vector<Verb> &Verbs() {
+  static const std::vector<Verb> verbs = [] {
+    static std::vector<std::pair<std::string, std::string>> usages;
+    for (const modemsim::ControlWord &w : modemsim::ControlWords()) {
+      std::string word = w.word, usage = w.usage;
+      const size_t space = word.find(' ');
+      if (space != std::string::npos) {
+        usage = word.substr(space + 1) + (usage.empty() ? "" : " " + usage);
+        word.resize(space);
+      }
+      if (!usages.empty() && usages.back().first == word) {
+        usages.back().second += " | " + usage;
+      } else {
+        usages.emplace_back(word, usage);
+      }
+    }
+    std::vector<Verb> out;
+    for (const auto &u : usages)
+      out.push_back({u.first.c_str(), u.second.c_str(), 0, SIZE_MAX, Run});
+    return out;
+  }();
+  return verbs;
+}
+
+const Registrar kSim(Command{"sim",
+                             "controls the simulated modem: faults, restarts, indications, status",
+                             Verbs().data(), Verbs().size()});
 
 }  // namespace
 }  // namespace tarvik_tool

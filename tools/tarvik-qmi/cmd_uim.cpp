@@ -169,9 +169,7 @@ int Apdu(Report &report, const Args &args) {
   while (len < last && len + 256 <= QMI_UIM_APDU_DATA_MAX_V01) len += 256;
   report.Add(Hex("response", out.data() + 1, len));
   if (len >= 2) {
-    char sw[8];
-    snprintf(sw, sizeof(sw), "%02X%02X", out[len - 1], out[len]);  // the answer's last two
-    report.Add(Str("sw", sw));
+    report.Add(Str("sw", HexOf(out.data() + len - 1, 2, true)));  // the answer's last two
   }
   return report.Ok();
 }

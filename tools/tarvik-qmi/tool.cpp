@@ -214,36 +214,6 @@ std::string StatusText(Family family, long status) {
 }
 
 // --- fields ---
-std::string JsonString(const std::string &text) {
-  std::string out = "\"";
-  for (const char ch : text) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += ch;
-    } else if (c < 0x20) {
-      char esc[8];
-      snprintf(esc, sizeof(esc), "\\u%04x", c);
-      out += esc;
-    } else {
-      out += ch;
-    }
-  }
-  return out + "\"";
-}
-
-std::string HexOf(const void *data, size_t len) {
-  static const char kDigits[] = "0123456789abcdef";
-  const auto *p = static_cast<const uint8_t *>(data);
-  std::string out;
-  out.reserve(len * 2);
-  for (size_t i = 0; i < len; ++i) {
-    out += kDigits[p[i] >> 4];
-    out += kDigits[p[i] & 0xF];
-  }
-  return out;
-}
-
 Field Num(const std::string &key, long long value) {
   return {key, std::to_string(value), std::to_string(value)};
 }
@@ -345,37 +315,6 @@ int Report::Refuse(const std::string &why, int exit_status) {
 }
 
 // --- arguments ---
-bool ParseNumber(const std::string &text, unsigned long max, unsigned long *value) {
-  if (text.empty() || text[0] == '-' || isspace(static_cast<unsigned char>(text[0]))) {
-    return false;
-  }
-  errno = 0;
-  char *end = nullptr;
-  const unsigned long v = strtoul(text.c_str(), &end, 0);
-  if (errno != 0 || end == text.c_str() || *end != '\0' || v > max) return false;
-  *value = v;
-  return true;
-}
-
-bool ParseHex(const std::string &text, std::vector<uint8_t> *out, std::string *why) {
-  out->clear();
-  if (text == "-") return true;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (!isxdigit(static_cast<unsigned char>(text[i]))) {
-      *why = "'" + text + "' is not hex: '" + text[i] + "' at " + std::to_string(i + 1);
-      return false;
-    }
-  }
-  if (text.size() % 2 != 0) {
-    *why = "hex '" + text + "' has an odd number of digits (" + std::to_string(text.size()) + ")";
-    return false;
-  }
-  for (size_t i = 0; i < text.size(); i += 2) {
-    out->push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), nullptr, 16)));
-  }
-  return true;
-}
-
 bool ParseSub(Report &report, const std::string &text, uint32_t *sub, int *exit_status) {
   unsigned long v = 0;
   if (!ParseNumber(text, 2, &v)) {

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "modemsim/text.h"
+
 namespace modemsim {
 class Modem;
 }
@@ -74,8 +76,9 @@ Field Raw(const std::string &key, const std::string &json, const std::string &te
 // Members of another JSON object ("a":1,"b":2) spliced into the report; `text` printed as it is.
 Field Members(const std::string &json_members, const std::string &text);
 
-std::string JsonString(const std::string &text);
-std::string HexOf(const void *data, size_t len);
+// JSON strings, hex bytes and numbers are the control language's (modemsim/text.h).
+using modemsim::HexOf;
+using modemsim::JsonString;
 
 // The outcome of one command, printed once: with --json one object {"command", "status",
 // "status_name", fields...} on stdout, whatever the outcome; as text, "key: value" lines on
@@ -108,10 +111,10 @@ class Report {
 };
 
 // --- arguments ---
-// Decimal or 0x-hex, the whole word, within [0, max].
-bool ParseNumber(const std::string &text, unsigned long max, unsigned long *value);
-// Hex digits in pairs, or "-" for nothing. On failure *why says what is wrong.
-bool ParseHex(const std::string &text, std::vector<uint8_t> *out, std::string *why);
+// Decimal or 0x-hex, the whole word, within [0, max]; hex digits in pairs or "-" for nothing
+// (on failure *why says what is wrong).
+using modemsim::ParseHex;
+using modemsim::ParseNumber;
 // A subscription (0, 1 or 2 on the wire; the library decides which it accepts) into *sub.
 bool ParseSub(Report &report, const std::string &text, uint32_t *sub, int *exit_status);
 

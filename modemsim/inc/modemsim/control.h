@@ -1,53 +1,87 @@
 // Control commands of the simulated modem, shared by tarvik-modemd (over its socket) and the
-// tool's embedded modem: fault injection, restarts, presence, indications and status as words.
+// tool's embedded modem: words that inject faults, restart services, change module state and
+// show the status.
 //
-//   status                               services, up or down, clients, requests received
-//   restart SERVICE [DOWN_MS]            modem restart of a service
-//   absent SERVICE | present SERVICE     take a service away / bring it back
-//   fault SERVICE MSG|any noanswer [COUNT]
-//   fault SERVICE MSG|any delay MS [COUNT]
-//   fault SERVICE MSG|any result QMI_ERROR [COUNT]
-//   fault SERVICE MSG|any transport [CLIENT_ERROR] [COUNT]
-//   clear SERVICE                        removes the faults of a service
-//   indicate SERVICE MSG HEX|-           sends indication MSG with the TLV bytes HEX to every
-//                                        client of the service
-//   event EVENT [HEX]                    the extend service's event indication (payload HEX) to
-//                                        every client that switched EVENT on
-//   profile                              the identity words, texts and records the modem answers
-//   set chipset-id|hw-id|bp-chip-id|cdma|dsda|cust-max N
-//                                        changes a word of the profile (persisted)
-//   set string TYPE TEXT | set record TYPE HEX
-//                                        the text / record (HEX after its length byte) answered
-//                                        to command TYPE (persisted)
-//   set restart-down-ms MS               how long services stay down after a restart order
-//   mcfg-event [HEX]                     a configuration event (indication 0x03, event 23) to
-//                                        every client that asked for them
-// `status` also shows the last screen and sleep status, restart and crash orders and NV syncs.
-//   card SLOT none|sim|euicc EID_HEX     the card in a UIM slot (from 1); EID: 16 bytes
-//   card SLOT present|absent|error       its state, as if the card changed
-//   card SLOT switch on|off              whether the slot's hot-swap switch sees a card
-//   card slots N                         number of UIM slots (1-5)
-//   card purge purged|failed|silent [DELAY_MS]
-//                                        outcome of the next GUTI purges and its delay (100)
-// `status` lists the UIM slots after the services ("cards" in JSON).
-// SERVICE, MSG and EVENT accept decimal or 0x-hex. COUNT absent: until cleared.
+// The core's words (status, restart, absent, present, fault, clear, indicate) and every module's
+// are registered the same way, each with its usage: MODEMSIM_CONTROL_WORD("card", "SLOT ...",
+// Card). A word may be two words ("set restart-down-ms"): the longest registered match runs.
+// Handlers get every word (the first is the command) and answer through a ControlReply: typed
+// fields (modemsim/status.h) that the core renders as text and, after a first word "--json",
+// as one JSON object on one line ({"error":"..."} when refused).
 //
-// A first word "--json" makes the output one JSON object on one line: the command's fields on
-// success ({"services":[...]} for status), {"error":"..."} otherwise.
+// `status` shows every service on a line of its own (id, instance, up or down, clients,
+// requests received, then what the service's Summary adds) and after them what the modules
+// add (Modem::AddStatus). SERVICE, MSG and EVENT accept decimal or 0x-hex.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "modemsim/modem.h"
+#include "modemsim/status.h"
 
 namespace modemsim {
+
+using Words = std::vector<std::string>;
+
+// What one command answers.
+class ControlReply {
+ public:
+  explicit ControlReply(bool json) : json_(json) {}
+  bool json() const { return json_; }
+  // A field of the answer: JSON only after Done, text too after Show.
+  void Add(Field field);
+  // Success: the text `line`, or the fields as JSON.
+  int Done(const std::string &line);
+  // Success: the fields, as text or as JSON.
+  int Show();
+  // The modem refused (1) or could not (another status): the reason, as text or as JSON.
+  int Refused(const std::string &why, int status = 1);
+  // Bad words: status 2 (as text the caller adds the usage).
+  int Usage();
+  // No service with that id: refused.
+  int NoService(uint32_t service);
+  // An indication sent: the clients it reached, or why none could be (a negative status).
+  int Sent(int reached);
+
+  const std::string &out() const { return out_; }
+
+ private:
+  bool json_;
+  std::vector<Field> fields_;
+  std::string out_;
+};
+
+using ControlHandler = int (*)(Modem &modem, const Words &words, ControlReply &reply);
+
+struct ControlWord {
+  const char *word;   // "card", or two words "set restart-down-ms"
+  const char *usage;  // the words after it
+  ControlHandler run;
+};
+
+struct ControlWordRegistrar {
+  explicit ControlWordRegistrar(const ControlWord &word);
+};
+
+// Every registered word, sorted.
+std::vector<ControlWord> ControlWords();
 
 // Runs one command; appends its output to *out. Returns 0 on success, 2 for a usage error, 1
 // when the modem refused (unknown service, an indication it could not send).
 int RunControlCommand(Modem &modem, const std::vector<std::string> &words, std::string *out);
 
-// The usage text of the commands above.
-const char *ControlUsage();
+// The usage of every word, one per line.
+std::string ControlUsage();
+// The usage of the word `words` name ("--json" first is skipped), or of every word when it names
+// none: what a usage error is answered with.
+std::string ControlUsage(const std::vector<std::string> &words);
+
+// A service id as the control language shows it (0x%04X).
+std::string ServiceName(uint32_t service);
 
 }  // namespace modemsim
+
+#define MODEMSIM_CONTROL_WORD(word, usage, run)                  \
+  static const ::modemsim::ControlWordRegistrar MODEMSIM_CONCAT( \
+      g_modemsim_control_, __LINE__)(::modemsim::ControlWord{word, usage, run})

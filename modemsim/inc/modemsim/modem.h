@@ -31,6 +31,7 @@
 
 #include "common_v01.h"
 #include "modemsim/state_store.h"
+#include "modemsim/status.h"
 #include "qmi_client_host.h"
 #include "qmi_idl_lib.h"
 
@@ -40,11 +41,11 @@ class Modem;
 class Service;
 
 // QMI error codes a handler or a fault puts in the result TLV 0x02.
-constexpr uint16_t kQmiErrNone = 0x0000;
-constexpr uint16_t kQmiErrMalformedMsg = 0x0001;
-constexpr uint16_t kQmiErrInternal = 0x0003;
-constexpr uint16_t kQmiErrInvalidArg = 0x0030;
-constexpr uint16_t kQmiErrNotSupported = 0x005E;
+constexpr uint16_t kQmiErrNone = QMI_ERR_NONE_V01;
+constexpr uint16_t kQmiErrMalformedMsg = QMI_ERR_MALFORMED_MSG_V01;
+constexpr uint16_t kQmiErrInternal = QMI_ERR_INTERNAL_V01;
+constexpr uint16_t kQmiErrInvalidArg = QMI_ERR_INVALID_ARG_V01;
+constexpr uint16_t kQmiErrNotSupported = QMI_ERR_NOT_SUPPORTED_V01;
 
 constexpr uint32_t kAllClients = 0xFFFFFFFFu;
 constexpr int kAnyMessage = -1;
@@ -142,9 +143,10 @@ class Service {
   using FailureWriter = std::function<void(void *record, uint32_t len, uint16_t error)>;
   void SetFailureWriter(FailureWriter writer);
 
-  // What `sim status` shows of the service's own state: words for the text line and JSON
-  // members (no braces) for --json. Called with the service mutex held.
-  using Summary = std::function<void(std::string *text, std::string *json)>;
+  // What `sim status` shows of the service's own state: typed fields, rendered after the
+  // service's own words on its line and as members of its JSON object. Called with the service
+  // mutex held.
+  using Summary = std::function<std::vector<Field>()>;
   void SetSummary(Summary summary);
 
   // Held while a handler runs; take it to touch service state from another thread.
@@ -172,8 +174,7 @@ struct ServiceStatus {
   bool up;
   size_t clients;
   size_t received;
-  std::string summary_text;  // the service's Summary, when it has one
-  std::string summary_json;
+  std::vector<Field> summary;  // the service's Summary, when it has one
 };
 
 class Modem final : public qmi_host::Server {
@@ -225,7 +226,7 @@ class Modem final : public qmi_host::Server {
   // Modem restart of one service: it goes down (clients get their error callbacks, handles
   // die, restart hooks run) and comes back after down_ms (0: before this returns).
   // QMI_SERVICE_ERR for an unknown service.
-  int Restart(uint32_t service_id, uint32_t down_ms = 0);
+  [[nodiscard]] int Restart(uint32_t service_id, uint32_t down_ms = 0);
   // The same, started on the modem's worker thread after `after_ms`: what a handler uses (a
   // handler must not call Restart itself, it holds its service's mutex).
   void ScheduleRestart(uint32_t service_id, uint32_t after_ms, uint32_t down_ms = 0);
@@ -236,7 +237,7 @@ class Modem final : public qmi_host::Server {
   void Schedule(uint32_t after_ms, std::function<void()> call);
   // Takes a service away until it is made present again (a restart or bring-up queued before
   // is cancelled).
-  int SetPresent(uint32_t service_id, bool present);
+  [[nodiscard]] int SetPresent(uint32_t service_id, bool present);
 
   // --- indications ---
   // Encodes `record` with the service's indication table and sends it to one client or to
@@ -264,6 +265,14 @@ class Modem final : public qmi_host::Server {
 
   // Takes every service's mutex: never from a handler (use ServiceIds there).
   std::vector<ServiceStatus> Status() const;
+  // What `status` shows of a module beyond its services' lines: top-level fields (a record
+  // given to the same key by several modules is one record), in ascending `order` after the
+  // services. Called without any service mutex held; a module reads its own state under its
+  // own lock. Registered by a module's init.
+  using StatusFields = std::function<std::vector<Field>()>;
+  void AddStatus(int order, StatusFields fields);
+  // Every module's fields, merged.
+  std::vector<Field> ModuleStatus() const;
   // The ids of the services the modem hosts; safe from a handler.
   std::vector<uint32_t> ServiceIds() const;
 
@@ -320,6 +329,7 @@ class Modem final : public qmi_host::Server {
     uint64_t total = 0;
   };
   std::map<uint32_t, Recording> received_;
+  std::multimap<int, StatusFields> status_;  // under module_state_mu_
 
   std::mutex sinks_mu_;  // held while calling into a sink; before mu_
   std::set<qmi_host::ClientSink *> sinks_;

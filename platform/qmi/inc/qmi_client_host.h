@@ -25,6 +25,10 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
+#ifdef __cplusplus
+#include <vector>
+#endif
+
 #include "qmi_client.h"
 
 #ifdef __cplusplus
@@ -113,6 +117,10 @@ inline uint16_t GetU16(const uint8_t *p) {
 }
 inline uint32_t GetU32(const uint8_t *p) {
   return (uint32_t)p[0] | ((uint32_t)p[1] << 8) | ((uint32_t)p[2] << 16) | ((uint32_t)p[3] << 24);
+}
+inline void AppendU16(std::vector<uint8_t> *out, uint16_t v) {
+  out->push_back((uint8_t)(v & 0xff));
+  out->push_back((uint8_t)(v >> 8));
 }
 
 inline void PutQmiHeader(uint8_t *p, const QmiHeader &h) {

@@ -26,6 +26,7 @@
 
 #include "qmi_client.h"
 #include "tarvik_extend_qmi_v01.h"
+#include "tarvik_std_client.h"
 #include "tarvik_utils_cmn.h"
 #include "tarvik_utils_timer.h"
 
@@ -41,6 +42,8 @@ uint32_t g_tarvik_extend_debug_flag = 1;
 namespace {
 
 constexpr uint32_t kDefaultTimeoutMs = 3000;
+// The retry after a reconnect waits this long, whatever the first send waited.
+constexpr uint32_t kRetryTimeoutMs = kDefaultTimeoutMs;
 constexpr uint32_t kWatchdogTimerId = 1;
 constexpr unsigned long kWatchdogSeconds = 5;
 constexpr int kDiscoveryAttempts = 50;
@@ -48,24 +51,41 @@ constexpr unsigned int kDiscoveryWaitMs = 20;
 constexpr unsigned int kServiceEntries = 4;
 constexpr int kEventSlots = 8;
 
-// Longest the open step may legitimately take: the discovery loop (about one second) plus the
-// client creation. A request's hold of the lock is bounded by two opens and its two sends.
-constexpr int64_t kOpenBudgetMs = 2000;
+// What the client library may take to create the client once a server is listed.
+constexpr int64_t kClientCreateMs = 1000;
+// Longest the open step may legitimately take: every discovery attempt waits, then the client
+// is created.
+constexpr int64_t kOpenBudgetMs = int64_t{kDiscoveryAttempts} * kDiscoveryWaitMs + kClientCreateMs;
+// Worst-case hold of the lock by a request whose first send waits `msec`: an open, the send, the
+// close and reopen after a failure other than a time-out, and the retry.
+constexpr int64_t HoldBudgetMs(int64_t msec) {
+  return 2 * kOpenBudgetMs + msec + kRetryTimeoutMs;
+}
+static_assert(HoldBudgetMs(kDefaultTimeoutMs) > 2 * int64_t{kDiscoveryAttempts} * kDiscoveryWaitMs +
+                                                    kDefaultTimeoutMs + kRetryTimeoutMs,
+              "a request's budget outlasts its two discovery loops and its two sends");
 // How long a waiter keeps waiting after the holder's budget is spent before it gives up.
 constexpr int64_t kHoldGraceMs = 1000;
 
-bool inited = false;
-qmi_client_type client_handle = nullptr;
-qmi_client_type notifier = nullptr;
-qmi_cci_os_signal_type os_params;
-qmi_idl_service_object_type service_object = nullptr;
-
-// Records of the generic request (0x02) and of the registration request (0x03); only touched
-// with the channel lock held.
-tarvik_extend_qmi_req_msg_v01 g_req;
-tarvik_extend_qmi_resp_msg_v01 g_resp;
-tarvik_extend_qmi_req_msg_v01 g_reg_req;
-tarvik_extend_qmi_resp_msg_v01 g_reg_resp;
+// Everything the channel keeps, in one place; touched only with the channel lock held (the
+// indication thread reads none of it).
+struct Channel {
+  bool inited = false;
+  qmi_client_type client_handle = nullptr;
+  qmi_client_type notifier = nullptr;
+  qmi_cci_os_signal_type os_params;
+  qmi_idl_service_object_type service_object = nullptr;
+  // Records of the generic request (0x02) and of the registration request (0x03); the open
+  // step zeroes them.
+  tarvik_extend_qmi_req_msg_v01 req;
+  tarvik_extend_qmi_resp_msg_v01 resp;
+  tarvik_extend_qmi_req_msg_v01 reg_req;
+  tarvik_extend_qmi_resp_msg_v01 reg_resp;
+  // The request a retry sends, copied before the reopen zeroes the records above: a retry never
+  // sends from a record the reopen cleared, whichever record the caller's request was.
+  std::vector<uint8_t> retry_req;
+};
+Channel g_channel;
 
 // Read by the indication thread without the channel lock, hence atomic.
 std::atomic<tarvik_extend_qmi_ind_handler_t> g_event_handlers[kEventSlots];
@@ -92,11 +112,6 @@ timespec ToTimespec(int64_t ns) {
   ts.tv_sec = static_cast<time_t>(ns / 1000000000);
   ts.tv_nsec = static_cast<long>(ns % 1000000000);
   return ts;
-}
-
-// Worst-case hold of a request whose first send waits `msec`: open, send, reopen, 3000 ms retry.
-int64_t HoldBudgetMs(int64_t msec) {
-  return 2 * kOpenBudgetMs + msec + kDefaultTimeoutMs;
 }
 
 // Waits for the channel lock until `abs` on the monotonic clock. ThreadSanitizer does not see
@@ -210,56 +225,51 @@ static void tarvik_qmi_lock_init() {
 
 // The open step; the caller holds the channel lock.
 static void tarvik_extend_qmi_init_do() {
-  if (inited) {
+  if (g_channel.inited) {
     TARVIK_EXTEND_TRACE("done, do nothing");
     return;
   }
-  TARVIK_EXTEND_TRACE("start, inited = %d", inited);
-  memset(&g_req, 0, sizeof(g_req));
-  memset(&g_resp, 0, sizeof(g_resp));
-  memset(&g_reg_req, 0, sizeof(g_reg_req));
-  memset(&g_reg_resp, 0, sizeof(g_reg_resp));
+  TARVIK_EXTEND_TRACE("start, inited = %d", g_channel.inited);
+  memset(&g_channel.req, 0, sizeof(g_channel.req));
+  memset(&g_channel.resp, 0, sizeof(g_channel.resp));
+  memset(&g_channel.reg_req, 0, sizeof(g_channel.reg_req));
+  memset(&g_channel.reg_resp, 0, sizeof(g_channel.reg_resp));
   // The previous notifier (if any) was released by the close step, so the signal may be reset.
-  memset(&os_params, 0, sizeof(os_params));
-  service_object = nullptr;
-  client_handle = nullptr;
-  notifier = nullptr;
+  memset(&g_channel.os_params, 0, sizeof(g_channel.os_params));
+  g_channel.service_object = nullptr;
+  g_channel.client_handle = nullptr;
+  g_channel.notifier = nullptr;
 
-  service_object = tarvik_extend_get_service_object_internal_v01(
+  g_channel.service_object = tarvik_extend_get_service_object_internal_v01(
       TARVIK_EXTEND_QMI_IDL_MAJOR_V01, TARVIK_EXTEND_QMI_IDL_MINOR_V01,
       TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01);
-  if (service_object == nullptr) {
+  if (g_channel.service_object == nullptr) {
     TARVIK_LOGE("QMI get service obj failed. Check .c and .h");
   }
-  qmi_client_notifier_init(service_object, &os_params, &notifier);
+  qmi_client_notifier_init(g_channel.service_object, &g_channel.os_params, &g_channel.notifier);
 
-  unsigned int num_services = 0;
-  for (int retry_count = 0; retry_count < kDiscoveryAttempts; ++retry_count) {
-    const qmi_client_error_type rc =
-        qmi_client_get_service_list(service_object, nullptr, nullptr, &num_services);
-    TARVIK_EXTEND_TRACE(
-        "qmi_client_get_service_list() returned %d num_services = %d "
-        "retry_count = %d",
-        rc, num_services, retry_count);
-    if (rc == QMI_NO_ERR) {
-      break;
-    }
-    qmi_cci_os_signal_wait(&os_params, kDiscoveryWaitMs);
-  }
+  const char *func = __func__;
+  unsigned int num_services = tarvik_std::AwaitService(
+      g_channel.service_object, &g_channel.os_params, kDiscoveryAttempts, kDiscoveryAttempts,
+      kDiscoveryWaitMs, [func](qmi_client_error_type rc, unsigned int services, int retry_count) {
+        TARVIK_EXTEND_TRACE_FN(func,
+                               "qmi_client_get_service_list() returned %d num_services = %d "
+                               "retry_count = %d",
+                               rc, services, retry_count);
+      });
 
   qmi_service_info entries[kServiceEntries];
-  memset(entries, 0, sizeof(entries));
-  unsigned int num_entries = num_services < kServiceEntries ? num_services : kServiceEntries;
-  const qmi_client_error_type list_err =
-      qmi_client_get_service_list(service_object, entries, &num_entries, &num_services);
+  unsigned int num_entries = num_services;
+  const qmi_client_error_type list_err = tarvik_std::ListServices(
+      g_channel.service_object, entries, kServiceEntries, &num_entries, &num_services);
   TARVIK_EXTEND_TRACE("qmi_client_get_service_list, err = %d, num_entries = %d, num_services = %d",
                       list_err, num_entries, num_services);
 
   qmi_client_type handle = nullptr;
   const qmi_client_error_type init_err = qmi_client_init(
-      &entries[0], service_object, tarvik_extend_qmi_ind_cb, nullptr, nullptr, &handle);
+      &entries[0], g_channel.service_object, tarvik_extend_qmi_ind_cb, nullptr, nullptr, &handle);
   TARVIK_EXTEND_TRACE("qmi_client_init, err = %d, handle = %d, client_handle = %d", init_err,
-                      handle != nullptr, client_handle != nullptr);
+                      handle != nullptr, g_channel.client_handle != nullptr);
   if (init_err != QMI_NO_ERR) {
     handle = nullptr;
     TARVIK_LOGE("%d QMI client init failed", init_err);
@@ -267,43 +277,43 @@ static void tarvik_extend_qmi_init_do() {
     TARVIK_EXTEND_TRACE("QMI client inited");
   }
 
-  client_handle = handle;
-  if (client_handle == nullptr) {
+  g_channel.client_handle = handle;
+  if (g_channel.client_handle == nullptr) {
     if (TraceOn()) {
       TARVIK_LOGE("tarvik_extend_qmi_client_open failed");
     }
     // Keep no notifier of a failed open: the next request starts over with a fresh one.
-    if (notifier != nullptr) {
-      qmi_client_release(notifier);
-      notifier = nullptr;
+    if (g_channel.notifier != nullptr) {
+      qmi_client_release(g_channel.notifier);
+      g_channel.notifier = nullptr;
     }
     return;
   }
-  inited = true;
-  TARVIK_EXTEND_TRACE("end, inited = %d", inited);
+  g_channel.inited = true;
+  TARVIK_EXTEND_TRACE("end, inited = %d", g_channel.inited);
 }
 
 // The close step; the caller holds the channel lock. Clears every event slot but `kept_slot`,
 // the one a registration in progress has just filled (-1: none).
 static void tarvik_extend_qmi_deinit_do(int kept_slot = -1) {
-  if (!inited) {
+  if (!g_channel.inited) {
     TARVIK_EXTEND_TRACE("no init, do nothing");
     return;
   }
-  TARVIK_EXTEND_TRACE("start, inited = %d", inited);
+  TARVIK_EXTEND_TRACE("start, inited = %d", g_channel.inited);
   for (int slot = 0; slot < kEventSlots; ++slot) {
     if (slot != kept_slot) {
       g_event_handlers[slot].store(nullptr, std::memory_order_release);
     }
   }
-  const qmi_client_error_type client_err = qmi_client_release(client_handle);
+  const qmi_client_error_type client_err = qmi_client_release(g_channel.client_handle);
   TARVIK_EXTEND_TRACE("qmi_client_release client_handle, err = %d", client_err);
-  const qmi_client_error_type notifier_err = qmi_client_release(notifier);
+  const qmi_client_error_type notifier_err = qmi_client_release(g_channel.notifier);
   TARVIK_EXTEND_TRACE("qmi_client_release notifier, err = %d", notifier_err);
-  client_handle = nullptr;
-  notifier = nullptr;
-  inited = false;
-  TARVIK_EXTEND_TRACE("end, inited = %d", inited);
+  g_channel.client_handle = nullptr;
+  g_channel.notifier = nullptr;
+  g_channel.inited = false;
+  TARVIK_EXTEND_TRACE("end, inited = %d", g_channel.inited);
 }
 
 extern "C" {
@@ -349,13 +359,13 @@ static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *re
       return TARVIK_EXTEND_QMI_EINVAL;
     }
   }
-  if (client_handle == nullptr) {
+  if (g_channel.client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
     return TARVIK_EXTEND_QMI_ENOCLIENT;
   }
   qmi_client_error_type qmi_ret = qmi_client_send_msg_sync(
-      client_handle, static_cast<unsigned int>(msg_id), req, static_cast<unsigned int>(req_len),
-      resp, static_cast<unsigned int>(resp_len), msec);
+      g_channel.client_handle, static_cast<unsigned int>(msg_id), req,
+      static_cast<unsigned int>(req_len), resp, static_cast<unsigned int>(resp_len), msec);
   TARVIK_LOGD("qmi_client_send_msg_sync, msg_id = %d, qmi_ret = %d", msg_id, qmi_ret);
   if (qmi_ret == QMI_NO_ERR) {
     return TARVIK_EXTEND_QMI_OK;
@@ -373,16 +383,16 @@ static int tarvik_qmi_send_msg_sync(int msg_id, void *req, int req_len, void *re
   // The reopen zeroes the channel's static records, which `req` may be one of: the retry sends
   // a copy of the request taken before it.
   const auto *req_bytes = static_cast<const uint8_t *>(req);
-  std::vector<uint8_t> retry_req(req_bytes, req_bytes + req_len);
+  g_channel.retry_req.assign(req_bytes, req_bytes + req_len);
   tarvik_extend_qmi_deinit_do(kept_slot);
   tarvik_extend_qmi_init_do();
-  if (client_handle == nullptr) {
+  if (g_channel.client_handle == nullptr) {
     TARVIK_LOGE("reinit client_handle is NULL");
     return TARVIK_EXTEND_QMI_ENOCLIENT;
   }
-  qmi_ret = qmi_client_send_msg_sync(client_handle, static_cast<unsigned int>(msg_id),
-                                     retry_req.data(), static_cast<unsigned int>(req_len), resp,
-                                     static_cast<unsigned int>(resp_len), kDefaultTimeoutMs);
+  qmi_ret = qmi_client_send_msg_sync(g_channel.client_handle, static_cast<unsigned int>(msg_id),
+                                     g_channel.retry_req.data(), static_cast<unsigned int>(req_len),
+                                     resp, static_cast<unsigned int>(resp_len), kDefaultTimeoutMs);
   TARVIK_LOGD("retry qmi_client_send_msg_sync, msg_id = %d, qmi_ret = %d", msg_id, qmi_ret);
   if (qmi_ret == QMI_NO_ERR) {
     return TARVIK_EXTEND_QMI_OK;
@@ -429,17 +439,19 @@ static int tarvik_extend_qmi_verdict(const char *func, int sent, uint32_t result
 }
 
 // Sends the event switch (message 0x03) for `event` with `len` data bytes; returns the send's
-// status, the answer in g_reg_resp. A reconnect on the way keeps the slot `kept_slot`.
+// status, the answer in the channel's registration response. A reconnect on the way keeps the slot
+// `kept_slot`.
 static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, uint32_t len,
                                           int kept_slot) {
-  memset(&g_reg_req, 0, sizeof(g_reg_req));
-  memset(&g_reg_resp, 0, sizeof(g_reg_resp));
-  g_reg_req.id = event;
-  g_reg_req.data_len = len;
-  g_reg_req.data_valid = 1;
-  memcpy(g_reg_req.data, data, len);
-  return tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_reg_req, sizeof(g_reg_req),
-                                  &g_reg_resp, sizeof(g_reg_resp), kDefaultTimeoutMs, kept_slot);
+  memset(&g_channel.reg_req, 0, sizeof(g_channel.reg_req));
+  memset(&g_channel.reg_resp, 0, sizeof(g_channel.reg_resp));
+  g_channel.reg_req.id = event;
+  g_channel.reg_req.data_len = len;
+  g_channel.reg_req.data_valid = 1;
+  memcpy(g_channel.reg_req.data, data, len);
+  return tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_EVENT_MSG_V01, &g_channel.reg_req,
+                                  sizeof(g_channel.reg_req), &g_channel.reg_resp,
+                                  sizeof(g_channel.reg_resp), kDefaultTimeoutMs, kept_slot);
 }
 
 // Exchanges message 0x02 with the checked arguments (lock held, client open) and copies the
@@ -448,33 +460,34 @@ static int tarvik_extend_qmi_event_switch(uint32_t event, const uint8_t *data, u
 static int tarvik_extend_qmi_exchange_data(const char *func, uint32_t id, const void *req_data,
                                            uint32_t req_len, void *resp_data, uint32_t *resp_len,
                                            uint32_t msec, bool watchdog) {
-  memset(&g_req, 0, sizeof(g_req));
-  memset(&g_resp, 0, sizeof(g_resp));
-  g_req.id = id;
-  g_req.data_len = req_len;
-  g_req.data_valid = 1;
+  memset(&g_channel.req, 0, sizeof(g_channel.req));
+  memset(&g_channel.resp, 0, sizeof(g_channel.resp));
+  g_channel.req.id = id;
+  g_channel.req.data_len = req_len;
+  g_channel.req.data_valid = 1;
   if (req_len > 0) {
-    memcpy(g_req.data, req_data, req_len);
+    memcpy(g_channel.req.data, req_data, req_len);
   }
   if (watchdog) {
     tarvik_timer_start(kWatchdogTimerId, tarvik_qmi_timer_cb, kWatchdogSeconds);
   }
-  const int sent = tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &g_req,
-                                            sizeof(g_req), &g_resp, sizeof(g_resp), msec);
+  const int sent = tarvik_qmi_send_msg_sync(TARVIK_EXTEND_QMI_GENERIC_MSG_V01, &g_channel.req,
+                                            sizeof(g_channel.req), &g_channel.resp,
+                                            sizeof(g_channel.resp), msec);
   TARVIK_LOGD_FN(func, "tarvik_qmi_send_msg_sync, id = %d, length = %d, result = %d",
                  static_cast<int>(id), static_cast<int>(req_len), sent);
   if (watchdog) {
     tarvik_timer_stop(kWatchdogTimerId);
   }
-  const int verdict = tarvik_extend_qmi_verdict(func, sent, g_resp.result);
+  const int verdict = tarvik_extend_qmi_verdict(func, sent, g_channel.resp.result);
   if (verdict != TARVIK_EXTEND_QMI_OK) {
     return verdict;
   }
-  if (*resp_len >= g_resp.data_len) {
-    *resp_len = g_resp.data_len;
+  if (*resp_len >= g_channel.resp.data_len) {
+    *resp_len = g_channel.resp.data_len;
   }
-  if (g_resp.data_valid) {
-    memcpy(resp_data, g_resp.data, *resp_len);
+  if (g_channel.resp.data_valid) {
+    memcpy(resp_data, g_channel.resp.data, *resp_len);
   } else {
     *resp_len = 0;
   }
@@ -489,7 +502,7 @@ int tarvik_extend_qmi_send_sync(uint32_t id, void *req_data, uint32_t req_len, v
   TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);
   tarvik_extend_qmi_init_do();
   int status;
-  if (client_handle == nullptr) {
+  if (g_channel.client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
@@ -509,7 +522,7 @@ int tarvik_extend_qmi_send_sync_long_process(uint32_t id, void *req_data, uint32
   TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(msec > 0 ? msec : 0), TARVIK_EXTEND_QMI_EFAIL);
   tarvik_extend_qmi_init_do();
   int status = tarvik_extend_qmi_check_data_args(__func__, req_data, req_len, resp_data, resp_len);
-  if (status == TARVIK_EXTEND_QMI_OK && client_handle == nullptr) {
+  if (status == TARVIK_EXTEND_QMI_OK && g_channel.client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   }
@@ -533,7 +546,7 @@ static int tarvik_extend_qmi_passthrough(const char *func, int msg_id, void *req
   }
   tarvik_extend_qmi_init_do();
   int status;
-  if (client_handle == nullptr) {
+  if (g_channel.client_handle == nullptr) {
     TARVIK_LOGE_FN(func, "client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
@@ -587,7 +600,7 @@ int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handle
     // Installed before asking the modem, and kept whatever the modem says: also through the
     // reconnect of a retried send, whose close clears only the other slots.
     g_event_handlers[event].store(handler, std::memory_order_release);
-    if (client_handle == nullptr) {
+    if (g_channel.client_handle == nullptr) {
       TARVIK_LOGE("client_handle is NULL");
       status = TARVIK_EXTEND_QMI_ENOCLIENT;
     } else {
@@ -595,7 +608,7 @@ int tarvik_extend_qmi_register(int event, tarvik_extend_qmi_ind_handler_t handle
       const int sent = tarvik_extend_qmi_event_switch(static_cast<uint32_t>(event), on, 2, event);
       TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, ind_flag = %d, result = %d", event,
                   static_cast<int>(ind_flag), sent);
-      status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
+      status = tarvik_extend_qmi_verdict(__func__, sent, g_channel.reg_resp.result);
     }
   }
   TARVIK_EXTEND_TRACE("result: %d, event: %d, ind_flag: %d", status, event,
@@ -608,20 +621,20 @@ int tarvik_extend_qmi_deregister(uint32_t event) {
   TARVIK_EXTEND_LOCK_OR_RETURN(HoldBudgetMs(kDefaultTimeoutMs), TARVIK_EXTEND_QMI_EFAIL);
   tarvik_extend_qmi_init_do();
   int status = TARVIK_EXTEND_QMI_OK;
-  if (!inited) {
+  if (!g_channel.inited) {
     TARVIK_EXTEND_TRACE("no init, do nothing");
     status = TARVIK_EXTEND_QMI_ENOTOPEN;
   } else if (event > static_cast<uint32_t>(TARVIK_EXTEND_QMI_MAX_EVENT)) {
     TARVIK_LOGE("event is invalid, event = %d", static_cast<int>(event));
     status = TARVIK_EXTEND_QMI_EINVAL;
-  } else if (client_handle == nullptr) {
+  } else if (g_channel.client_handle == nullptr) {
     TARVIK_LOGE("client_handle is NULL");
     status = TARVIK_EXTEND_QMI_ENOCLIENT;
   } else {
     const uint8_t off[] = {0};
     const int sent = tarvik_extend_qmi_event_switch(event, off, 1, -1);
     TARVIK_LOGD("tarvik_qmi_send_msg_sync, event = %d, result = %d", static_cast<int>(event), sent);
-    status = tarvik_extend_qmi_verdict(__func__, sent, g_reg_resp.result);
+    status = tarvik_extend_qmi_verdict(__func__, sent, g_channel.reg_resp.result);
     if (status == TARVIK_EXTEND_QMI_OK) {
       g_event_handlers[event].store(nullptr, std::memory_order_release);
     }

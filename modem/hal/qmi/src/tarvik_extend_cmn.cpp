@@ -10,6 +10,8 @@
 
 #include "network_access_service_v01.h"
 #include "sar_v01.h"
+#include "tarvik_bytes.h"
+#include "tarvik_cmn_request.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_nvefs.h"
 #include "tarvik_std_client.h"
@@ -31,30 +33,40 @@ namespace {
 // Values of the feature-control header.
 constexpr uint32_t kFeatureHeaderZero = 0;
 constexpr uint32_t kFeatureHeaderThree = 3;
-constexpr uint32_t kCmnRspHeader = 8;  // bytes before the response data
+constexpr const char *kCommonSender = "tarvik_common_qmi_req";
+constexpr const char *kMessageSender = "tarvik_send_common_qmi_msg";
 
-void PutU32(uint8_t *at, uint32_t value) {
-  memcpy(at, &value, sizeof(value));
+// Fills a zeroed request with `cmd`, the header words from offset 8 (a typed message's type and
+// length) and the payload after them, and sends it into `rsp` (zeroed here). *length: what the
+// channel reported (the capacity, 508, unless it copied an answer).
+int Exchange(uint32_t cmd, const uint32_t *header, uint32_t header_words, const void *payload,
+             uint32_t len, tarvik_cmn_rsp_t *rsp, uint32_t *length) {
+  tarvik_cmn_req_t req;
+  memset(&req, 0, sizeof(req));
+  memset(rsp, 0, sizeof(*rsp));
+  req.cmd = cmd;
+  const uint32_t at = header_words * sizeof(uint32_t);
+  for (uint32_t i = 0; i < header_words; ++i) {
+    tarvik_bytes::StoreU32(req.payload + i * sizeof(uint32_t), header[i]);
+  }
+  if (len != 0) {
+    memcpy(req.payload + at, payload, len);
+  }
+  *length = TARVIK_CMN_RSP_SIZE;
+  return tarvik_extend_qmi_send_sync(REQUEST_ID_COMMON, &req, TARVIK_CMN_REQ_SIZE, rsp, length);
 }
 
-// Sends a filled common request; `rsp` must have been zeroed. On return *rsp_len holds the
-// length the channel copied (only meaningful on status 0).
-int SendCommon(tarvik_cmn_req_t *req, tarvik_cmn_rsp_t *rsp, uint32_t *rsp_len) {
-  *rsp_len = TARVIK_CMN_RSP_SIZE;
-  return tarvik_extend_qmi_send_sync(REQUEST_ID_COMMON, req, TARVIK_CMN_REQ_SIZE, rsp, rsp_len);
-}
-
-// The two senders' common path: refuses a missing response buffer, a payload of `limit` bytes
-// or more and a missing payload, then writes `cmd`, the header words (the typed message's type
-// and length) and the payload after them, and sends. The response is zeroed before anything.
-// Refusals are logged under the exported sender `func`.
+// The two senders' checks: a missing response buffer, a payload of `limit` bytes or more, a
+// missing payload; refusals logged under the exported sender `func`. The response is zeroed
+// before anything is checked.
 uint32_t SendChecked(const char *func, uint32_t cmd, const uint32_t *header, uint32_t header_words,
-                     uint32_t len, uint32_t limit, const void *src, uint32_t *rsp) {
+                     uint32_t len, uint32_t limit, const void *src, tarvik_cmn_rsp_t *rsp,
+                     uint32_t *length) {
   if (rsp == nullptr) {
     TARVIK_LOGD_FN(func, "rsp is NULL");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
-  memset(rsp, 0, TARVIK_CMN_RSP_SIZE);
+  memset(rsp, 0, sizeof(*rsp));
   if (len >= limit) {
     TARVIK_LOGD_FN(func, "l is out of range");
     return TARVIK_CMN_ERR_INVALID_ARG;
@@ -63,53 +75,87 @@ uint32_t SendChecked(const char *func, uint32_t cmd, const uint32_t *header, uin
     TARVIK_LOGD_FN(func, "v is null");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
-  tarvik_cmn_req_t req;
-  memset(&req, 0, sizeof(req));
-  req.cmd = cmd;
-  const uint32_t at = header_words * sizeof(uint32_t);
-  for (uint32_t i = 0; i < header_words; ++i) {
-    PutU32(req.payload + i * sizeof(uint32_t), header[i]);
-  }
-  if (len != 0) {
-    memcpy(req.payload + at, src, len);
-  }
-  uint32_t rsp_len = 0;
-  return static_cast<uint32_t>(
-      SendCommon(&req, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &rsp_len));
+  return static_cast<uint32_t>(Exchange(cmd, header, header_words, src, len, rsp, length));
 }
 
-// The extend-mode, build-information and feature-control functions all answer the same way.
-uint32_t TransportOrModem(int status, const tarvik_cmn_rsp_t &rsp) {
-  return status != 0 ? static_cast<uint32_t>(status) : static_cast<uint32_t>(rsp.result);
+uint32_t SendCommand(uint32_t cmd, uint32_t len, const void *src, tarvik_cmn_rsp_t *rsp,
+                     uint32_t *length) {
+  return SendChecked(kCommonSender, cmd, nullptr, 0, len, TARVIK_CMN_LEN_LIMIT, src, rsp, length);
+}
+
+uint32_t SendMessage(uint32_t t, uint32_t len, const void *v, tarvik_cmn_rsp_t *rsp,
+                     uint32_t *length) {
+  TARVIK_LOGD_FN(kMessageSender, "t %d", t);
+  TARVIK_LOGD_FN(kMessageSender, "l %d", len);
+  const uint32_t header[2] = {t, len};
+  return SendChecked(kMessageSender, COMMON_CMD_MSG, header, 2, len, TARVIK_CMN_MSG_LEN_LIMIT, v,
+                     rsp, length);
 }
 
 // Command 100: feature header (0, 3, code) and the argument byte.
-int FeatureControl(uint32_t feature, uint8_t value, tarvik_cmn_rsp_t *rsp, uint32_t *rsp_len) {
-  tarvik_cmn_req_t req;
-  memset(&req, 0, sizeof(req));
-  memset(rsp, 0, sizeof(*rsp));
-  req.cmd = COMMON_CMD_FEATURE_CONTROL;
-  PutU32(req.payload + 0, kFeatureHeaderZero);
-  PutU32(req.payload + 4, kFeatureHeaderThree);
-  PutU32(req.payload + 8, feature);
-  req.payload[12] = value;
-  return SendCommon(&req, rsp, rsp_len);
-}
-
-// A bare command with an optional one-byte argument.
-int ByteCommand(uint32_t cmd, const uint8_t *value, tarvik_cmn_rsp_t *rsp) {
-  tarvik_cmn_req_t req;
-  memset(&req, 0, sizeof(req));
-  memset(rsp, 0, sizeof(*rsp));
-  req.cmd = cmd;
-  if (value != nullptr) {
-    req.payload[0] = *value;
-  }
-  uint32_t rsp_len = 0;
-  return SendCommon(&req, rsp, &rsp_len);
+tarvik_cmn::Answer FeatureControl(uint32_t feature, uint8_t value) {
+  uint8_t payload[13];
+  tarvik_bytes::StoreU32(payload + 0, kFeatureHeaderZero);
+  tarvik_bytes::StoreU32(payload + 4, kFeatureHeaderThree);
+  tarvik_bytes::StoreU32(payload + 8, feature);
+  payload[12] = value;
+  return tarvik_cmn::Command(COMMON_CMD_FEATURE_CONTROL, payload, sizeof(payload));
 }
 
 }  // namespace
+
+namespace tarvik_cmn {
+
+uint32_t Answer::Word(size_t at) const {
+  return at + sizeof(uint32_t) <= sizeof(rsp.data) ? tarvik_bytes::LoadU32(rsp.data + at) : 0;
+}
+
+void Answer::Map() {
+  status = tarvik_qmi_result_map(status);
+}
+
+int Answer::Check(const Site &site, ChannelLine channel, const char *modem_line) const {
+  if (status != 0) {
+    switch (channel) {
+      case ChannelLine::kNone:
+        break;
+      case ChannelLine::kCommonReq:
+        TARVIK_CMN_LOGD(site, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+        break;
+      case ChannelLine::kExtendSend:
+        TARVIK_CMN_LOGD(site, "tarvik_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
+        break;
+      case ChannelLine::kQmiFailed:
+        TARVIK_CMN_LOGD(site, "qmi failed: qmi_result=%d", status);
+        break;
+    }
+    return status;
+  }
+  if (rsp.result != 0) {
+    TARVIK_CMN_LOGD(site, "%s", modem_line);
+  }
+  return rsp.result;
+}
+
+Answer Command(uint32_t cmd, const void *payload, uint32_t len) {
+  Answer a;
+  a.status = static_cast<int>(SendCommand(cmd, len, payload, &a.rsp, &a.length));
+  return a;
+}
+
+Answer Message(uint32_t type, const void *payload, uint32_t len) {
+  Answer a;
+  a.status = static_cast<int>(SendMessage(type, len, payload, &a.rsp, &a.length));
+  return a;
+}
+
+Answer Whole(uint32_t cmd, const void *payload, uint32_t len) {
+  Answer a;
+  a.status = Exchange(cmd, nullptr, 0, payload, len, &a.rsp, &a.length);
+  return a;
+}
+
+}  // namespace tarvik_cmn
 
 extern "C" {
 
@@ -134,79 +180,68 @@ TARVIK_EXPORT int tarvik_qmi_result_map(int result) {
 
 TARVIK_EXPORT uint32_t tarvik_common_qmi_req(uint32_t cmd, uint32_t len, const void *src,
                                              uint32_t *rsp) {
-  return SendChecked(__func__, cmd, nullptr, 0, len, TARVIK_CMN_LEN_LIMIT, src, rsp);
+  uint32_t length = 0;
+  return SendCommand(cmd, len, src, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &length);
 }
 
 TARVIK_EXPORT uint32_t tarvik_send_common_qmi_msg(uint32_t t, uint32_t len, const void *v,
                                                   uint32_t *rsp) {
-  TARVIK_LOGD("t %d", t);
-  TARVIK_LOGD("l %d", len);
-  const uint32_t header[2] = {t, len};
-  return SendChecked(__func__, COMMON_CMD_MSG, header, 2, len, TARVIK_CMN_MSG_LEN_LIMIT, v, rsp);
+  uint32_t length = 0;
+  return SendMessage(t, len, v, reinterpret_cast<tarvik_cmn_rsp_t *>(rsp), &length);
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_mode_set(uint8_t mode) {
-  tarvik_cmn_rsp_t rsp;
-  const int status = ByteCommand(COMMON_CMD_EXTEND_MODE_SET, &mode, &rsp);
-  return TransportOrModem(status, rsp);
+  return static_cast<uint32_t>(
+      tarvik_cmn::Command(COMMON_CMD_EXTEND_MODE_SET, &mode, sizeof(mode)).Outcome());
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_mode_get(uint8_t *mode) {
   if (mode == nullptr) {
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
-  tarvik_cmn_rsp_t rsp;
-  const int status = ByteCommand(COMMON_CMD_EXTEND_MODE_GET, nullptr, &rsp);
-  if (status == 0) {
-    *mode = rsp.data[0];
+  const tarvik_cmn::Answer a = tarvik_cmn::Command(COMMON_CMD_EXTEND_MODE_GET);
+  if (a.status == 0) {
+    *mode = a.rsp.data[0];
   }
-  return TransportOrModem(status, rsp);
+  return static_cast<uint32_t>(a.Outcome());
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_build_information(uint8_t value) {
-  tarvik_cmn_rsp_t rsp;
-  const int status = ByteCommand(COMMON_CMD_BUILD_INFORMATION, &value, &rsp);
-  return TransportOrModem(status, rsp);
+  return static_cast<uint32_t>(
+      tarvik_cmn::Command(COMMON_CMD_BUILD_INFORMATION, &value, sizeof(value)).Outcome());
 }
 
 TARVIK_EXPORT uint32_t tarvik_modem_set_satellite(uint8_t value) {
-  tarvik_cmn_rsp_t rsp;
-  uint32_t rsp_len = 0;
-  const int status = FeatureControl(COMMON_FEATURE_SATELLITE, value, &rsp, &rsp_len);
-  return TransportOrModem(status, rsp);
+  return static_cast<uint32_t>(FeatureControl(COMMON_FEATURE_SATELLITE, value).Outcome());
 }
 
 TARVIK_EXPORT uint32_t tarvik_modem_rffe_device_check(uint8_t value) {
-  tarvik_cmn_rsp_t rsp;
-  uint32_t rsp_len = 0;
-  const int status = FeatureControl(COMMON_FEATURE_RFFE_DEVICE_CHECK, value, &rsp, &rsp_len);
-  printf("rffe device check result: %s\n", status == 0 ? "PASS" : "FAIL");
-  if (status != 0) {
-    return static_cast<uint32_t>(status);
+  const tarvik_cmn::Answer a = FeatureControl(COMMON_FEATURE_RFFE_DEVICE_CHECK, value);
+  printf("rffe device check result: %s\n", a.status == 0 ? "PASS" : "FAIL");
+  if (a.status != 0) {
+    return static_cast<uint32_t>(a.status);
   }
-  printf("Return Len: %d\n", static_cast<int>(rsp_len));
+  printf("Return Len: %d\n", static_cast<int>(a.length));
   printf("Return data:\n");
   // The report starts at offset 8 of the response; never print past the response record.
-  uint32_t shown = rsp_len;
-  if (shown > TARVIK_CMN_RSP_SIZE - kCmnRspHeader) {
-    shown = TARVIK_CMN_RSP_SIZE - kCmnRspHeader;
+  uint32_t shown = a.length;
+  if (shown > TARVIK_CMN_RSP_SIZE - tarvik_cmn::kRspHeader) {
+    shown = TARVIK_CMN_RSP_SIZE - tarvik_cmn::kRspHeader;
   }
   for (uint32_t i = 0; i < shown; ++i) {
-    printf("%02X ", rsp.data[i]);
+    printf("%02X ", a.rsp.data[i]);
   }
   printf("\n");
-  return static_cast<uint32_t>(rsp.result);
+  return static_cast<uint32_t>(a.result());
 }
 
 TARVIK_EXPORT uint32_t tarvik_modem_mtpl_gpio_control(uint8_t value) {
-  tarvik_cmn_rsp_t rsp;
-  uint32_t rsp_len = 0;
-  const int status = FeatureControl(COMMON_FEATURE_MTPL_GPIO, value, &rsp, &rsp_len);
-  if (status != 0) {
-    printf("MTPL GPIO: QMI send failed, result=%d\n", status);
-    return static_cast<uint32_t>(status);
+  const tarvik_cmn::Answer a = FeatureControl(COMMON_FEATURE_MTPL_GPIO, value);
+  if (a.status != 0) {
+    printf("MTPL GPIO: QMI send failed, result=%d\n", a.status);
+    return static_cast<uint32_t>(a.status);
   }
-  const uint8_t outcome = rsp.data[1];  // response offset 9
+  const uint8_t outcome = a.rsp.data[1];  // response offset 9
   if (outcome == 0) {
     printf("MTPL GPIO: control(%d) SUCCESS\n", value);
   } else if (outcome == 2) {
@@ -214,7 +249,7 @@ TARVIK_EXPORT uint32_t tarvik_modem_mtpl_gpio_control(uint8_t value) {
   } else {
     printf("MTPL GPIO: control(%d) FAILED, modem_result=%d\n", value, outcome);
   }
-  return static_cast<uint32_t>(rsp.result);
+  return static_cast<uint32_t>(a.result());
 }
 
 TARVIK_EXPORT uint32_t tarvik_extend_cellinfo(const uint8_t *src, int len, void *out,
@@ -292,26 +327,19 @@ constexpr uint32_t kLegacyMaskFileLen = 32;
 char g_ssr_count_name[256];
 pthread_mutex_t g_ssr_count_lock = PTHREAD_MUTEX_INITIALIZER;
 
-// Typed message with a 4-byte flag; logs the mapped outcome under `func`. Returns the mapped
-// channel status; *modem_result the modem's result.
-int SendFlagMessage(const char *func, uint32_t type, uint32_t flag, int32_t *modem_result) {
-  tarvik_cmn_rsp_t rsp;
-  const int status = tarvik_qmi_result_map(static_cast<int>(
-      tarvik_send_common_qmi_msg(type, sizeof(flag), &flag, reinterpret_cast<uint32_t *>(&rsp))));
-  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", status, rsp.result);
-  *modem_result = rsp.result;
-  return status;
+// Typed message with a 4-byte flag; the channel's status mapped and logged at `site`.
+tarvik_cmn::Answer SendFlagMessage(const tarvik_cmn::Site &site, uint32_t type, uint32_t flag) {
+  tarvik_cmn::Answer a = tarvik_cmn::Message(type, &flag, sizeof(flag));
+  a.Map();
+  TARVIK_CMN_LOGD(site, "result = %d, rsp.result = %d", a.status, a.result());
+  return a;
 }
 
 // The crash order and what it logs; neither failure stops the caller's next step.
-void SendCrash(const char *func, uint32_t flag) {
+void SendCrash(const tarvik_cmn::Site &site, uint32_t flag) {
   tarvik_save_modem_ssr_count(static_cast<int>(flag));
-  int32_t modem_result = 0;
-  if (SendFlagMessage(func, COMMON_MSG_MODEM_CRASH, flag, &modem_result) != 0) {
-    TARVIK_LOGD_FN(func, "tarvik_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
-  } else if (modem_result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-  }
+  (void)SendFlagMessage(site, COMMON_MSG_MODEM_CRASH, flag)
+      .Check(site, tarvik_cmn::ChannelLine::kExtendSend);
 }
 
 // The wait around a crash; false (logged) when the configured wait is negative.
@@ -355,8 +383,7 @@ TARVIK_EXPORT void tarvik_save_modem_ssr_count(int flag) {
 TARVIK_EXPORT void tarvik_modem_ssr(uint32_t flag) {
   TARVIK_LOGD("flag = 0x%08X", flag);
   tarvik_save_modem_ssr_count(static_cast<int>(flag));
-  int32_t modem_result = 0;
-  SendFlagMessage(__func__, COMMON_MSG_MODEM_SSR, flag, &modem_result);
+  (void)SendFlagMessage(TARVIK_CMN_SITE, COMMON_MSG_MODEM_SSR, flag);
 }
 
 TARVIK_EXPORT void tarvik_modem_crash_without_orange_screen(uint32_t flag) {
@@ -372,7 +399,7 @@ TARVIK_EXPORT void tarvik_modem_crash_without_orange_screen(uint32_t flag) {
   } else {
     TARVIK_LOGE("ssr type is not changed, wont wait before ssr");
   }
-  SendCrash(__func__, flag);
+  SendCrash(TARVIK_CMN_SITE, flag);
   if (!changed) {
     TARVIK_LOGD("ssr type is not changed, wont wait after ssr");
     return;
@@ -391,16 +418,13 @@ TARVIK_EXPORT void tarvik_modem_crash_with_orange_screen(uint32_t flag) {
       return;
     }
   }
-  SendCrash(__func__, flag);
+  SendCrash(TARVIK_CMN_SITE, flag);
 }
 
 TARVIK_EXPORT uint32_t tarvik_modem_nv_sync(void) {
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t status = tarvik_send_common_qmi_msg(COMMON_MSG_NV_SYNC, 0, nullptr,
-                                                     reinterpret_cast<uint32_t *>(&rsp));
-  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", static_cast<int>(status),
-              rsp.result);
-  return status | static_cast<uint32_t>(rsp.result);
+  const tarvik_cmn::Answer a = tarvik_cmn::Message(COMMON_MSG_NV_SYNC);
+  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", a.status, a.result());
+  return static_cast<uint32_t>(a.status) | static_cast<uint32_t>(a.result());
 }
 
 TARVIK_EXPORT int tarvik_get_legacy_hook_update_mask(void) {
@@ -428,58 +452,44 @@ namespace {
 constexpr const char *kDsdaCapProp = "persist.vendor.radio.dsda_cap";
 constexpr uint32_t kDsdaDefaultStatus = 1;
 
-// A bare command answered with a u32 at response offset 8. `short_log` picks the shorter
-// "result = ..." line some queries log. False (logged under `func`) on any failure.
-bool NumberQuery(const char *func, uint32_t cmd, bool short_log, uint32_t *value) {
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t status =
-      tarvik_common_qmi_req(cmd, 0, nullptr, reinterpret_cast<uint32_t *>(&rsp));
+// A bare command answered with a u32 at response offset 8; its lines at `site`. `short_log`
+// picks the shorter "result = ..." line some queries log. False on any failure.
+bool NumberQuery(const tarvik_cmn::Site &site, uint32_t cmd, bool short_log, uint32_t *value) {
+  const tarvik_cmn::Answer a = tarvik_cmn::Command(cmd);
   if (short_log) {
-    TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
+    TARVIK_CMN_LOGD(site, "result = %d, rsp.result = %d", a.status, a.result());
   } else {
-    TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
+    TARVIK_CMN_LOGD(site, "get result = %d, rsp.result = %d", a.status, a.result());
   }
-  if (status != 0) {
-    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+  if (a.Check(site, tarvik_cmn::ChannelLine::kCommonReq) != 0) {
     return false;
   }
-  if (rsp.result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-    return false;
-  }
-  memcpy(value, rsp.data, sizeof(*value));
+  *value = a.Word(0);
   return true;
 }
 
-// The text and record queries share their steps up to the answer; returns 0 with the answer in
-// *rsp, or the status to return (the count then set as the caller's contract says).
-uint32_t AnswerQuery(const char *func, uint32_t type, const void *out, const char *null_line,
-                     uint32_t *in_out_len, tarvik_cmn_rsp_t *rsp) {
+// The text and record queries share their steps up to the answer: the argument checks, then
+// the request. Returns 0 with the answer in *a, or the status to return (the count then set as
+// the caller's contract says).
+uint32_t AnswerQuery(const tarvik_cmn::Site &site, uint32_t type, const void *out,
+                     const char *null_line, uint32_t *in_out_len, tarvik_cmn::Answer *a) {
   if (in_out_len == nullptr) {
-    TARVIK_LOGD_FN(func, "p_in_out_len is null");
+    TARVIK_CMN_LOGD(site, "p_in_out_len is null");
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
   if (out == nullptr) {
-    TARVIK_LOGD_FN(func, "%s", null_line);
+    TARVIK_CMN_LOGD(site, "%s", null_line);
     *in_out_len = 0;
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
-  const uint32_t status =
-      tarvik_common_qmi_req(type, 0, nullptr, reinterpret_cast<uint32_t *>(rsp));
-  TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d, type = %d, in_len = %d",
-                 static_cast<int>(status), rsp->result, static_cast<int>(type),
-                 static_cast<int>(*in_out_len));
-  if (status != 0) {
-    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
+  *a = tarvik_cmn::Command(type);
+  TARVIK_CMN_LOGD(site, "get result = %d, rsp.result = %d, type = %d, in_len = %d", a->status,
+                  a->result(), static_cast<int>(type), static_cast<int>(*in_out_len));
+  const int verdict = a->Check(site, tarvik_cmn::ChannelLine::kCommonReq);
+  if (verdict != 0) {
     *in_out_len = 0;
-    return status;
   }
-  if (rsp->result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-    *in_out_len = 0;
-    return static_cast<uint32_t>(rsp->result);
-  }
-  return 0;
+  return static_cast<uint32_t>(verdict);
 }
 
 // The answer of `n` bytes does not fit a capacity of *in_out_len (it must exceed n).
@@ -499,7 +509,7 @@ extern "C" {
 
 TARVIK_EXPORT uint32_t tarvik_modem_chipset_id_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_CHIPSET_ID, false, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_CHIPSET_ID, false, &value)) {
     TARVIK_LOGD("The current chipset_id: %d", static_cast<int>(value));
   }
   return value;
@@ -507,7 +517,7 @@ TARVIK_EXPORT uint32_t tarvik_modem_chipset_id_get(void) {
 
 TARVIK_EXPORT uint32_t tarvik_modem_hw_id_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_HW_ID, false, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_HW_ID, false, &value)) {
     TARVIK_LOGD("The current hw_id: %d", static_cast<int>(value));
   }
   return value;
@@ -515,7 +525,7 @@ TARVIK_EXPORT uint32_t tarvik_modem_hw_id_get(void) {
 
 TARVIK_EXPORT uint32_t tarvik_modem_bp_chip_id_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_BP_CHIP_ID, true, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_BP_CHIP_ID, true, &value)) {
     TARVIK_LOGD("The current modem_bp_chip_id: %d", static_cast<int>(value));
   }
   return value;
@@ -523,7 +533,7 @@ TARVIK_EXPORT uint32_t tarvik_modem_bp_chip_id_get(void) {
 
 TARVIK_EXPORT bool tarvik_modem_cdma_support_status_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_CDMA_SUPPORT, true, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_CDMA_SUPPORT, true, &value)) {
     TARVIK_LOGD("The current cdma_support_status: %d", static_cast<int>(value));
   }
   return value == 1;
@@ -531,7 +541,7 @@ TARVIK_EXPORT bool tarvik_modem_cdma_support_status_get(void) {
 
 TARVIK_EXPORT bool tarvik_modem_dsda_support_status_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_DSDA_SUPPORT, true, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_DSDA_SUPPORT, true, &value)) {
     TARVIK_LOGD("The current dsda_support_status: %d", static_cast<int>(value));
   }
   return value == 1;
@@ -545,12 +555,13 @@ TARVIK_EXPORT uint32_t tarvik_modem_dsda_default_status_get(void) {
 
 TARVIK_EXPORT uint32_t tarvik_modem_string_info_get(uint32_t type, char *str_info,
                                                     uint32_t *in_out_len) {
-  tarvik_cmn_rsp_t rsp;
+  tarvik_cmn::Answer a;
   const uint32_t status =
-      AnswerQuery(__func__, type, str_info, "str_info is null", in_out_len, &rsp);
+      AnswerQuery(TARVIK_CMN_SITE, type, str_info, "str_info is null", in_out_len, &a);
   if (status != 0) {
     return status;
   }
+  const tarvik_cmn_rsp_t &rsp = a.rsp;
   // An answer that fills the data area without a terminator is cut to its first 499 bytes.
   const uint32_t n = static_cast<uint32_t>(
       strnlen(reinterpret_cast<const char *>(rsp.data), TARVIK_CMN_RSP_DATA_MAX - 1));
@@ -566,12 +577,13 @@ TARVIK_EXPORT uint32_t tarvik_modem_string_info_get(uint32_t type, char *str_inf
 
 TARVIK_EXPORT uint32_t tarvik_modem_raw_content_get(uint32_t type, void *raw_content,
                                                     uint32_t *in_out_len) {
-  tarvik_cmn_rsp_t rsp;
+  tarvik_cmn::Answer a;
   const uint32_t status =
-      AnswerQuery(__func__, type, raw_content, "raw_content is null", in_out_len, &rsp);
+      AnswerQuery(TARVIK_CMN_SITE, type, raw_content, "raw_content is null", in_out_len, &a);
   if (status != 0) {
     return status;
   }
+  const tarvik_cmn_rsp_t &rsp = a.rsp;
   const uint32_t record_len = rsp.data[0];
   if (RefuseShort(__func__, record_len, in_out_len)) {
     return TARVIK_CMN_ERR_BUF_TOO_SHORT;
@@ -622,33 +634,23 @@ constexpr size_t kTypedRspType = 0;
 constexpr size_t kTypedRspLen = 4;
 constexpr size_t kTypedRspValue = 8;
 
-uint32_t U32At(const tarvik_cmn_rsp_t &rsp, size_t at) {
-  uint32_t v;
-  memcpy(&v, rsp.data + at, sizeof(v));
-  return v;
-}
-
-// Typed message `type` of the discovery timer; true when the modem carried it out and answered
-// that type. Logs under `func`.
-bool DiscoverTimerMessage(const char *func, uint32_t type, uint32_t len, const void *value,
-                          tarvik_cmn_rsp_t *rsp) {
-  const int status = tarvik_qmi_result_map(static_cast<int>(
-      tarvik_send_common_qmi_msg(type, len, value, reinterpret_cast<uint32_t *>(rsp))));
-  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", status, rsp->result);
-  if (status != 0) {
+// Typed message `type` of the discovery timer, its lines at `site`; true when the modem carried
+// it out and answered that type (*a then holds the answer).
+bool DiscoverTimerMessage(const tarvik_cmn::Site &site, uint32_t type, uint32_t len,
+                          const void *value, tarvik_cmn::Answer *a) {
+  *a = tarvik_cmn::Message(type, value, len);
+  a->Map();
+  TARVIK_CMN_LOGD(site, "result = %d, rsp.result = %d", a->status, a->result());
+  if (a->Check(site, tarvik_cmn::ChannelLine::kNone) != 0) {
     return false;
   }
-  if (rsp->result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-    return false;
-  }
-  const uint32_t t_rsp = U32At(*rsp, kTypedRspType);
-  TARVIK_LOGD_FN(func, "t_rsp %d", static_cast<int>(t_rsp));
+  const uint32_t t_rsp = a->Word(kTypedRspType);
+  TARVIK_CMN_LOGD(site, "t_rsp %d", static_cast<int>(t_rsp));
   if (t_rsp != type) {
-    TARVIK_LOGD_FN(func, "t_rsp != t");
+    TARVIK_CMN_LOGD(site, "t_rsp != t");
     return false;
   }
-  TARVIK_LOGD_FN(func, "l_rsp %d", static_cast<int>(U32At(*rsp, kTypedRspLen)));
+  TARVIK_CMN_LOGD(site, "l_rsp %d", static_cast<int>(a->Word(kTypedRspLen)));
   return true;
 }
 
@@ -666,21 +668,12 @@ bool PathKindValid(const char *func, uint32_t kind, uint32_t first, const void *
   return true;
 }
 
-// Sends a path command; the status to return (0: `rsp` holds the answer).
-uint32_t PathRequest(const char *func, uint32_t kind, uint32_t len, const void *payload,
-                     tarvik_cmn_rsp_t *rsp) {
-  const uint32_t status =
-      tarvik_common_qmi_req(kind, len, payload, reinterpret_cast<uint32_t *>(rsp));
-  TARVIK_LOGD_FN(func, "get result = %d, rsp.result = %d", static_cast<int>(status), rsp->result);
-  if (status != 0) {
-    TARVIK_LOGD_FN(func, "tarvik_common_qmi_req fail, REQUEST_ID_COMMON");
-    return status;
-  }
-  if (rsp->result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-    return static_cast<uint32_t>(rsp->result);
-  }
-  return 0;
+// Sends a path command, its lines at `site`; the status to return (0: *a holds the answer).
+uint32_t PathRequest(const tarvik_cmn::Site &site, uint32_t kind, uint32_t len, const void *payload,
+                     tarvik_cmn::Answer *a) {
+  *a = tarvik_cmn::Command(kind, payload, len);
+  TARVIK_CMN_LOGD(site, "get result = %d, rsp.result = %d", a->status, a->result());
+  return static_cast<uint32_t>(a->Check(site, tarvik_cmn::ChannelLine::kCommonReq));
 }
 
 }  // namespace
@@ -691,12 +684,12 @@ TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_get(char *path_val, uint32_t mbn
   if (!PathKindValid(__func__, mbn_msg_type, COMMON_CMD_MBN_TXT_PATH_GET, path_val)) {
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t status = PathRequest(__func__, mbn_msg_type, 0, nullptr, &rsp);
+  tarvik_cmn::Answer a;
+  const uint32_t status = PathRequest(TARVIK_CMN_SITE, mbn_msg_type, 0, nullptr, &a);
   if (status != 0) {
     return status;
   }
-  memcpy(path_val, rsp.data, TARVIK_MCFG_PATH_SIZE);
+  memcpy(path_val, a.rsp.data, TARVIK_MCFG_PATH_SIZE);
   path_val[TARVIK_MCFG_PATH_SIZE - 1] = '\0';
   TARVIK_LOGD("path_val: %s", path_val);
   return 0;
@@ -712,33 +705,33 @@ TARVIK_EXPORT uint32_t tarvik_mcfg_mbn_txt_path_set(const char *path_val, uint32
     return TARVIK_CMN_ERR_INVALID_ARG;
   }
   TARVIK_LOGD("path_val = %s", path_val);
-  tarvik_cmn_rsp_t rsp;
-  return PathRequest(__func__, mbn_msg_type, static_cast<uint32_t>(len), path_val, &rsp);
+  tarvik_cmn::Answer a;
+  return PathRequest(TARVIK_CMN_SITE, mbn_msg_type, static_cast<uint32_t>(len), path_val, &a);
 }
 
 TARVIK_EXPORT uint32_t tarvik_mbn_list_cust_max_num_get(void) {
   uint32_t value = 0;
-  if (NumberQuery(__func__, COMMON_CMD_MBN_LIST_CUST_MAX_NUM, false, &value)) {
+  if (NumberQuery(TARVIK_CMN_SITE, COMMON_CMD_MBN_LIST_CUST_MAX_NUM, false, &value)) {
     TARVIK_LOGD("The current mbn_list_cust_max_num: %d", static_cast<int>(value));
   }
   return value;
 }
 
 TARVIK_EXPORT int tarvik_mcfg_ext_get_discover_timer_timeout(void) {
-  tarvik_cmn_rsp_t rsp;
-  if (!DiscoverTimerMessage(__func__, COMMON_MSG_MCFG_GET_DISCOVER_TIMER, 0, nullptr, &rsp)) {
+  tarvik_cmn::Answer a;
+  if (!DiscoverTimerMessage(TARVIK_CMN_SITE, COMMON_MSG_MCFG_GET_DISCOVER_TIMER, 0, nullptr, &a)) {
     return -1;
   }
-  const int timeout = static_cast<int>(U32At(rsp, kTypedRspValue));
+  const int timeout = static_cast<int>(a.Word(kTypedRspValue));
   TARVIK_LOGD("discover_timer_timeout %d", timeout);
   return timeout;
 }
 
 TARVIK_EXPORT uint32_t tarvik_mcfg_ext_set_discover_timer_timeout(uint32_t timeout) {
   TARVIK_LOGD("discover_timer_timeout %d", static_cast<int>(timeout));
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t ret = DiscoverTimerMessage(__func__, COMMON_MSG_MCFG_SET_DISCOVER_TIMER,
-                                            sizeof(timeout), &timeout, &rsp)
+  tarvik_cmn::Answer a;
+  const uint32_t ret = DiscoverTimerMessage(TARVIK_CMN_SITE, COMMON_MSG_MCFG_SET_DISCOVER_TIMER,
+                                            sizeof(timeout), &timeout, &a)
                            ? 1
                            : 0;
   TARVIK_LOGD("function exit, ret = %d <-------------", static_cast<int>(ret));
@@ -746,14 +739,9 @@ TARVIK_EXPORT uint32_t tarvik_mcfg_ext_set_discover_timer_timeout(uint32_t timeo
 }
 
 TARVIK_EXPORT uint32_t tarvik_reg_mcfg_event_ind(void) {
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t status = tarvik_common_qmi_req(COMMON_CMD_REG_MCFG_EVENT_IND, 0, nullptr,
-                                                reinterpret_cast<uint32_t *>(&rsp));
-  TARVIK_LOGD("result = %d, rsp.result = %d", static_cast<int>(status), rsp.result);
-  if (rsp.result != 0) {
-    TARVIK_LOGD("qmi response fail");
-  }
-  return TransportOrModem(static_cast<int>(status), rsp);
+  const tarvik_cmn::Answer a = tarvik_cmn::Command(COMMON_CMD_REG_MCFG_EVENT_IND);
+  TARVIK_LOGD("result = %d, rsp.result = %d", a.status, a.result());
+  return static_cast<uint32_t>(a.Check(TARVIK_CMN_SITE, tarvik_cmn::ChannelLine::kNone));
 }
 
 }  // extern "C"
@@ -774,21 +762,12 @@ char g_device_name[kDeviceNameMax];
 bool g_device_name_read = false;
 pthread_mutex_t g_device_name_lock = PTHREAD_MUTEX_INITIALIZER;
 
-// Command `cmd` with a 4-byte status; the outcome logged under `func`.
-uint32_t NotifyStatus(const char *func, uint32_t cmd, uint32_t status) {
-  tarvik_cmn_rsp_t rsp;
-  const int result = tarvik_qmi_result_map(static_cast<int>(
-      tarvik_common_qmi_req(cmd, sizeof(status), &status, reinterpret_cast<uint32_t *>(&rsp))));
-  TARVIK_LOGD_FN(func, "result = %d, rsp.result = %d", result, rsp.result);
-  if (result != 0) {
-    TARVIK_LOGD_FN(func, "tarvik_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
-    return static_cast<uint32_t>(result);
-  }
-  if (rsp.result != 0) {
-    TARVIK_LOGD_FN(func, "qmi response fail");
-    return static_cast<uint32_t>(rsp.result);
-  }
-  return 0;
+// Command `cmd` with a 4-byte status; the outcome logged at `site`.
+uint32_t NotifyStatus(const tarvik_cmn::Site &site, uint32_t cmd, uint32_t status) {
+  tarvik_cmn::Answer a = tarvik_cmn::Command(cmd, &status, sizeof(status));
+  a.Map();
+  TARVIK_CMN_LOGD(site, "result = %d, rsp.result = %d", a.status, a.result());
+  return static_cast<uint32_t>(a.Check(site, tarvik_cmn::ChannelLine::kExtendSend));
 }
 
 }  // namespace
@@ -845,11 +824,11 @@ TARVIK_EXPORT uint32_t tarvik_qcril_screen_status_notify_to_modem(uint32_t statu
     TARVIK_LOGE("status is out of range");
     return 0;
   }
-  return NotifyStatus(__func__, COMMON_CMD_SCREEN_STATUS, status);
+  return NotifyStatus(TARVIK_CMN_SITE, COMMON_CMD_SCREEN_STATUS, status);
 }
 
 TARVIK_EXPORT uint32_t tarvik_qcril_sleep_status_notify_to_modem(uint32_t status) {
-  return NotifyStatus(__func__, COMMON_CMD_SLEEP_STATUS, status);
+  return NotifyStatus(TARVIK_CMN_SITE, COMMON_CMD_SLEEP_STATUS, status);
 }
 
 }  // extern "C"
@@ -1073,17 +1052,7 @@ TARVIK_EXPORT int tarvik_setSimType(const tarvik_uim_sim_type_req_t *req) {
   }
   memset(resp, 0, sizeof(*resp));
   int rc = -1;
-  bool have_client = uim_qmi_client != nullptr;
-  if (!have_client) {
-    have_client = init_uim_qmi_client();
-    if (have_client) {
-      TARVIK_LOGD("tarvik_set_sim_type try init_uim_qmi_client %p", uim_qmi_client);
-    } else {
-      TARVIK_LOGE("init_uim_qmi_client failed");
-    }
-  }
-  if (have_client) {
-    TARVIK_LOGD("tarvik_set_sim_type uim_qmi_client %p", uim_qmi_client);
+  if (UimClient(__func__, "tarvik_set_sim_type")) {
     uim_set_sim_type_req_msg_v01 request;
     memset(&request, 0, sizeof(request));
     request.sim_type_len = req->count;

@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "tarvik_cmn_request.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_utils_cmn.h"
 
@@ -635,11 +636,9 @@ TARVIK_EXPORT int tarvik_efs_stat(const char *efs_path, uint8_t *stat_out) {
 }
 
 TARVIK_EXPORT uint32_t tarvik_nvefs_sync(void) {
-  tarvik_cmn_rsp_t rsp;
-  const uint32_t ret_sync = tarvik_send_common_qmi_msg(COMMON_MSG_NV_SYNC, 0, nullptr,
-                                                       reinterpret_cast<uint32_t *>(&rsp));
-  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", ret_sync, rsp.result);
-  return ret_sync | static_cast<uint32_t>(rsp.result);
+  const tarvik_cmn::Answer a = tarvik_cmn::Message(COMMON_MSG_NV_SYNC);
+  TARVIK_LOGD("tarvik_send_common_qmi_msg, ret_sync: %d, rsp.result: %d", a.status, a.result());
+  return static_cast<uint32_t>(a.status) | static_cast<uint32_t>(a.result());
 }
 
 }  // extern "C"

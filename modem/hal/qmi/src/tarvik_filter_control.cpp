@@ -17,6 +17,7 @@
 #include "data_filter_service_v01.h"
 #include "qmi_client.h"
 #include "qmi_platform.h"
+#include "tarvik_bytes.h"
 #include "tarvik_std_client.h"
 #include "tarvik_utils_cmn.h"
 
@@ -596,9 +597,7 @@ int tarvik_set_fiveTuple_blacklist(const char *rmnet_dev, char **ip_fields, int 
 
 namespace {
 uint32_t ReadU32(const uint8_t *at) {
-  uint32_t v;
-  memcpy(&v, at, sizeof(v));
-  return le32toh(v);
+  return le32toh(tarvik_bytes::LoadU32(at));
 }
 }  // namespace
 

@@ -6,12 +6,13 @@
 #include <string.h>
 
 #include "sns_client_v01.h"
+#include "tarvik_std_client.h"
 #include "tarvik_utils_cmn.h"
 
 namespace {
 
 constexpr uint32_t kSendTimeoutMs = 2000;
-constexpr uint32_t kServiceWaits = 10;
+constexpr int kServiceWaits = 10;
 constexpr uint32_t kServiceWaitMs = 20;
 
 struct SensorClient {
@@ -39,15 +40,12 @@ void CreateClient() {
   int rc = QMI_INTERNAL_ERR;
   if (obj != nullptr &&
       qmi_client_notifier_init(obj, &g_sensor.os_params, &g_sensor.notifier) == QMI_NO_ERR) {
-    unsigned int num_services = 0;
-    rc = qmi_client_get_service_list(obj, nullptr, nullptr, &num_services);
-    for (uint32_t waits = 0; rc != QMI_NO_ERR && waits < kServiceWaits; ++waits) {
-      qmi_cci_os_signal_wait(&g_sensor.os_params, kServiceWaitMs);
-      rc = qmi_client_get_service_list(obj, nullptr, nullptr, &num_services);
-    }
+    unsigned int num_services =
+        tarvik_std::AwaitService(obj, &g_sensor.os_params, kServiceWaits + 1, kServiceWaits,
+                                 kServiceWaitMs, [](qmi_client_error_type, unsigned int, int) {});
     qmi_service_info info;
     unsigned int num_entries = 1;
-    rc = qmi_client_get_service_list(obj, &info, &num_entries, &num_services);
+    rc = tarvik_std::ListServices(obj, &info, 1, &num_entries, &num_services);
     if (rc == QMI_NO_ERR) {
       rc = num_entries > 0 ? qmi_client_init(&info, obj, tarvik_sensor_qmi_ind_cb, nullptr, nullptr,
                                              &g_sensor.client)

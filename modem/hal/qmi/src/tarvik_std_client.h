@@ -1,5 +1,6 @@
 // The request step and client slots shared by the standard-service clients (UIM, NAS, SAR,
-// sensor, data filter).
+// sensor, data filter), and the service discovery the vendor channel and the sensor client
+// share.
 //
 // Each client keeps its own process-wide handle and its own log lines (they carry the client's
 // source file and the exported function's name); what every one of them does the same way lives
@@ -44,7 +45,7 @@ struct OpenResult {
 // Creates a client of any instance of the slot's service into *handle (null on failure), then
 // registers the slot's error callback on it. A registration failure leaves the client open: the
 // caller decides what that means.
-inline OpenResult Open(const ClientSlot &slot, qmi_client_type *handle) {
+[[nodiscard]] inline OpenResult Open(const ClientSlot &slot, qmi_client_type *handle) {
   *handle = nullptr;
   OpenResult out{QMI_INTERNAL_ERR, QMI_NO_ERR};
   const qmi_idl_service_object_type object = slot.get_object(slot.major, slot.minor, slot.library);
@@ -75,6 +76,41 @@ inline int Close(qmi_client_type *handle) {
   const int rc = qmi_client_release(*handle);
   *handle = nullptr;
   return rc;
+}
+
+// Service discovery as the vendor channel and the sensor client make it, between their own
+// notifier and client creation: up to `looks` looks at the number of servers of `object`, the
+// first `waits` failed ones each followed by a wait of `wait_ms` on the notifier's `signal`;
+// `on_look(rc, num_services, look)` hears of each look (from 0). Returns the number of servers
+// the last look found.
+template <typename OnLook>
+unsigned int AwaitService(qmi_idl_service_object_type object, qmi_cci_os_signal_type *signal,
+                          int looks, int waits, unsigned int wait_ms, OnLook on_look) {
+  unsigned int num_services = 0;
+  for (int look = 0; look < looks; ++look) {
+    const qmi_client_error_type rc =
+        qmi_client_get_service_list(object, nullptr, nullptr, &num_services);
+    on_look(rc, num_services, look);
+    if (rc == QMI_NO_ERR) {
+      break;
+    }
+    if (look < waits) {
+      qmi_cci_os_signal_wait(signal, wait_ms);
+    }
+  }
+  return num_services;
+}
+
+// The service list after AwaitService: `*num_entries` entries asked for into `entries` (which
+// holds `capacity`, zeroed first); *num_entries then holds how many were listed.
+inline qmi_client_error_type ListServices(qmi_idl_service_object_type object,
+                                          qmi_service_info *entries, unsigned int capacity,
+                                          unsigned int *num_entries, unsigned int *num_services) {
+  memset(entries, 0, sizeof(*entries) * capacity);
+  if (*num_entries > capacity) {
+    *num_entries = capacity;
+  }
+  return qmi_client_get_service_list(object, entries, num_entries, num_services);
 }
 
 // A message without a request record: sent with a null request of length 0.
@@ -126,7 +162,7 @@ class Request {
 
   // Sends the request on `client` and decodes the answer into the response record. Returns the
   // transport result of qmi_client_send_msg_sync; the modem's verdict stays in the response.
-  int Send(qmi_client_type client, uint32_t msg_id, uint32_t timeout_ms) {
+  [[nodiscard]] int Send(qmi_client_type client, uint32_t msg_id, uint32_t timeout_ms) {
     return qmi_client_send_msg_sync(client, msg_id, kHasRequest ? req_ : nullptr,
                                     kHasRequest ? sizeof(Req) : 0, resp_, sizeof(Resp), timeout_ms);
   }

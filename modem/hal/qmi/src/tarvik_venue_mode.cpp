@@ -3,13 +3,13 @@
 
 #include <string.h>
 
-#include "tarvik_extend_api.h"
+#include "tarvik_cmn_request.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
 
 namespace {
 
-constexpr uint32_t kRspHeader = 8;  // bytes of the answer before its data
+using tarvik_cmn::kRspHeader;
 
 // Checks the answer's length and copies its data; the caller owns the buffers.
 int venue_mode_handle_response(const tarvik_cmn_rsp_t &rsp, uint32_t rsp_all_len, void *rspData,
@@ -48,28 +48,14 @@ extern "C" TARVIK_EXPORT int tarvik_set_venue_mode(const void *reqData, uint32_t
       result = -1;
       break;
     }
-    tarvik_cmn_req_t req;
-    tarvik_cmn_rsp_t rsp;
-    memset(&req, 0, sizeof(req));
-    memset(&rsp, 0, sizeof(rsp));
-    req.cmd = COMMON_CMD_VENUE_MODE;
-    memcpy(req.payload, reqData, reqDataLen);
-    uint32_t rsp_all_len = TARVIK_CMN_RSP_SIZE;
-    const int qmi_result = tarvik_extend_qmi_send_sync(REQUEST_ID_COMMON, &req, TARVIK_CMN_REQ_SIZE,
-                                                       &rsp, &rsp_all_len);
-    TARVIK_LOGD("qmi_result=%d, rsp.result=%d, rsp_all_len=%d", qmi_result, rsp.result,
-                rsp_all_len);
-    if (qmi_result != 0) {
-      TARVIK_LOGD("qmi failed: qmi_result=%d", qmi_result);
-      result = qmi_result;
+    const tarvik_cmn::Answer a = tarvik_cmn::Whole(COMMON_CMD_VENUE_MODE, reqData, reqDataLen);
+    TARVIK_LOGD("qmi_result=%d, rsp.result=%d, rsp_all_len=%d", a.status, a.result(), a.length);
+    result =
+        a.Check(TARVIK_CMN_SITE, tarvik_cmn::ChannelLine::kQmiFailed, "venue mode response fail");
+    if (result != 0) {
       break;
     }
-    if (rsp.result != 0) {
-      TARVIK_LOGD("venue mode response fail");
-      result = rsp.result;
-      break;
-    }
-    result = venue_mode_handle_response(rsp, rsp_all_len, rspData, pRspLen);
+    result = venue_mode_handle_response(a.rsp, a.length, rspData, pRspLen);
   } while (0);
   TARVIK_LOGD("function exit, result=%d <-------------", result);
   return result;

@@ -98,31 +98,36 @@ TARVIK_EXPORT const char *tarvik_get_current_pid_name(void);
  * The log macro: one system-log line (prefixed with the subscription, the instance id or the
  * process name when they apply) if the level passes the logcat mask, and independently one
  * standard-output line if it passes the shell mask. `fmt` must be a string literal; the
- * arguments may be evaluated twice, so they must have no side effects.
+ * arguments may be evaluated twice, so they must have no side effects. TARVIK_LOG_WHERE writes
+ * the line as if from `file`:`line` (a step shared by several exported functions logs at its
+ * caller's site).
  */
-#define TARVIK_LOG_AT(level_mask, level_prio, sub, func, fmt, ...)                               \
-  do {                                                                                           \
-    if (tarvik_hal_get_logcat_print_flag(level_mask)) {                                          \
-      const uint32_t tarvik_log_sub_ = (uint32_t)(sub);                                          \
-      const uint32_t tarvik_log_inst_ = tarvik_get_ril_process_instance_id();                    \
-      if (tarvik_check_sub_id(tarvik_log_sub_)) {                                                \
-        tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_sub_,       \
-                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
-      } else if (tarvik_check_sub_id(tarvik_log_inst_)) {                                        \
-        tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_inst_,      \
-                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
-      } else if (tarvik_log_inst_ != TARVIK_SUB_NONE) {                                          \
-        tarvik_utils_syslog((level_prio), "[%s][%s:%d] %s: " fmt, tarvik_get_current_pid_name(), \
-                            __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);                     \
-      } else {                                                                                   \
-        tarvik_utils_syslog((level_prio), "[%s:%d] %s: " fmt, __FILE_NAME__, __LINE__, (func),   \
-                            ##__VA_ARGS__);                                                      \
-      }                                                                                          \
-    }                                                                                            \
-    if (tarvik_hal_get_shell_print_flag(level_mask)) {                                           \
-      printf("RIL[%s:%d] %s: " fmt "\n", __FILE_NAME__, __LINE__, (func), ##__VA_ARGS__);        \
-    }                                                                                            \
+#define TARVIK_LOG_WHERE(level_mask, level_prio, sub, file, line, func, fmt, ...)                  \
+  do {                                                                                             \
+    if (tarvik_hal_get_logcat_print_flag(level_mask)) {                                            \
+      const uint32_t tarvik_log_sub_ = (uint32_t)(sub);                                            \
+      const uint32_t tarvik_log_inst_ = tarvik_get_ril_process_instance_id();                      \
+      if (tarvik_check_sub_id(tarvik_log_sub_)) {                                                  \
+        tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_sub_, (file), \
+                            (line), (func), ##__VA_ARGS__);                                        \
+      } else if (tarvik_check_sub_id(tarvik_log_inst_)) {                                          \
+        tarvik_utils_syslog((level_prio), "SUB[%d][%s:%d] %s: " fmt, (int)tarvik_log_inst_,        \
+                            (file), (line), (func), ##__VA_ARGS__);                                \
+      } else if (tarvik_log_inst_ != TARVIK_SUB_NONE) {                                            \
+        tarvik_utils_syslog((level_prio), "[%s][%s:%d] %s: " fmt, tarvik_get_current_pid_name(),   \
+                            (file), (line), (func), ##__VA_ARGS__);                                \
+      } else {                                                                                     \
+        tarvik_utils_syslog((level_prio), "[%s:%d] %s: " fmt, (file), (line), (func),              \
+                            ##__VA_ARGS__);                                                        \
+      }                                                                                            \
+    }                                                                                              \
+    if (tarvik_hal_get_shell_print_flag(level_mask)) {                                             \
+      printf("RIL[%s:%d] %s: " fmt "\n", (file), (line), (func), ##__VA_ARGS__);                   \
+    }                                                                                              \
   } while (0)
+
+#define TARVIK_LOG_AT(level_mask, level_prio, sub, func, fmt, ...) \
+  TARVIK_LOG_WHERE(level_mask, level_prio, sub, __FILE_NAME__, __LINE__, func, fmt, ##__VA_ARGS__)
 
 #define TARVIK_LOG(level_mask, level_prio, sub, fmt, ...) \
   TARVIK_LOG_AT(level_mask, level_prio, sub, __func__, fmt, ##__VA_ARGS__)

@@ -2,15 +2,14 @@
 
 #include <string.h>
 
+#include "qmi_client_host.h"
+
 namespace qmux {
 namespace {
 
-uint16_t GetU16(const uint8_t *p) {
-  return static_cast<uint16_t>(p[0] | (p[1] << 8));
-}
+using qmi_host::wire::GetU16;
 void PutU16(std::vector<uint8_t> *out, uint16_t v) {
-  out->push_back(static_cast<uint8_t>(v & 0xFF));
-  out->push_back(static_cast<uint8_t>(v >> 8));
+  qmi_host::wire::AppendU16(out, v);
 }
 
 // QMI header flags per kind: control service, other services.

@@ -66,10 +66,21 @@ class SocketTransport final : public Transport {
   int Open(uint32_t service_id, uint32_t instance, uint32_t *client) override {
     std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0 || !ready_) return QMI_SERVICE_ERR;
-    const uint32_t cookie = ++next_cookie_;
-    const uint64_t generation = generation_;
+    uint32_t cookie = ++next_cookie_;
+    uint64_t generation = generation_;
     if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
-      return QMI_CLIENT_TRANSPORT_ERR;
+      // The daemon went and the reader has not seen it yet, so its services still read as up: a
+      // client opened now belongs on the connection the reader makes next, once that one has
+      // reported its services.
+      const bool next = cv_.wait_for(lock, kReplyWait, [&] {
+        return stop_ || (generation_ != generation && fd_ >= 0 && reported_);
+      });
+      if (!next || stop_) return QMI_CLIENT_TRANSPORT_ERR;
+      cookie = ++next_cookie_;
+      generation = generation_;
+      if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
+        return QMI_CLIENT_TRANSPORT_ERR;
+      }
     }
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
@@ -144,6 +155,7 @@ class SocketTransport final : public Transport {
       close(fd_);
       fd_ = -1;
       ready_ = false;
+      reported_ = false;
       early_up_.clear();
       ++generation_;
       open_results_.clear();
@@ -284,6 +296,7 @@ class SocketTransport final : public Transport {
         for (const auto &s : up) sink_.OnServiceUp(s.first, s.second);
         // The first connection counts as made once its services are reported.
         std::lock_guard<std::mutex> lock(mu_);
+        reported_ = true;
         first_attempt_done_ = true;
         cv_.notify_all();
         break;
@@ -321,7 +334,8 @@ class SocketTransport final : public Transport {
   std::mutex mu_;
   std::condition_variable cv_;
   int fd_ = -1;
-  bool ready_ = false;                                // kHelloDone seen on the current connection
+  bool ready_ = false;     // kHelloDone seen on the current connection
+  bool reported_ = false;  // ... and the services it listed reported to the sink
   std::set<std::pair<uint32_t, uint32_t>> early_up_;  // services listed before kHelloDone
   bool stop_ = false;
   bool first_attempt_done_ = false;
