@@ -57,8 +57,9 @@ if(_tarvik_runtime_flags)
   set(CMAKE_REQUIRED_QUIET ON)
   set(_tarvik_main "int main() { return 0; }")
   if(TARVIK_FUZZ)
-    set(_tarvik_main "#include <stddef.h>\n#include <stdint.h>\n"
-                     "extern \"C\" int LLVMFuzzerTestOneInput(const uint8_t *, size_t) { return 0; }")
+    string(CONCAT _tarvik_main "#include <stddef.h>\n#include <stdint.h>\n"
+                  "extern \"C\" int LLVMFuzzerTestOneInput(const uint8_t *, size_t) {\n"
+                  "  return 0;\n}\n")
   endif()
   check_cxx_source_compiles("${_tarvik_main}" TARVIK_RUNTIMES_LINK)
   unset(CMAKE_REQUIRED_FLAGS)
@@ -68,7 +69,8 @@ if(_tarvik_runtime_flags)
       string(REGEX MATCH "^[0-9]+" _major "${CMAKE_CXX_COMPILER_VERSION}")
       set(_package "libclang-rt-${_major}-dev")
     else()
-      set(_package "the sanitizer runtimes of ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}")
+      set(_package
+          "the sanitizer runtimes of ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}")
     endif()
     unset(TARVIK_RUNTIMES_LINK CACHE)
     message(FATAL_ERROR "A program built with ${_tarvik_runtime_flags} does not link: the "

@@ -28,7 +28,8 @@ fi
 for need in pkg-config:pkgconf dpkg-shlibdeps:dpkg-dev file:file cc:gcc objcopy:binutils \
   ninja:ninja-build; do
   command -v "${need%%:*}" >/dev/null ||
-    fail "${need%%:*} is missing: install the Debian package ${need#*:} (apt-get install ${need#*:})"
+    fail "${need%%:*} is missing: install the Debian package ${need#*:}" \
+      "(apt-get install ${need#*:})"
 done
 build=$(cd "$1" && pwd)
 cache() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
@@ -75,7 +76,8 @@ touch -d tomorrow "$root/bin/tarvik-qmi"
 DESTDIR="$work/dest dir" cmake --install "$build" --prefix "$prefix" >"$work/install2.log"
 [ "$(readlink "$lib/libtarvik_qmi.so.$major")" = "libtarvik_qmi.so.$version" ] ||
   fail "libtarvik_qmi.so.$major still points to $(readlink "$lib/libtarvik_qmi.so.$major")"
-grep -qx "Version: $version" "$lib/pkgconfig/tarvik_qmi.pc" || fail "tarvik_qmi.pc kept the older version"
+grep -qx "Version: $version" "$lib/pkgconfig/tarvik_qmi.pc" ||
+  fail "tarvik_qmi.pc kept the older version"
 [ "$("$root/bin/tarvik-qmi" --version | quiet)" = "tarvik-qmi $version" ] ||
   fail "the installed tarvik-qmi is not the build's: $("$root/bin/tarvik-qmi" --version)"
 rm "$lib/libtarvik_qmi.so.$major.0.0"  # the older version's file, no longer linked to
@@ -93,7 +95,8 @@ while IFS= read -r -d '' file; do
   fi
   grep -qF "$source_dir" "$text" && fail "$file names $source_dir"
 done < <(find "$root" -type f -print0)
-grep -qx "ExecStart=\"$prefix/bin/tarvik-modemd\" .*" "$root/lib/systemd/system/tarvik-modemd.service" ||
+unit=$root/lib/systemd/system/tarvik-modemd.service
+grep -qx "ExecStart=\"$prefix/bin/tarvik-modemd\" .*" "$unit" ||
   fail "the systemd unit does not start $prefix/bin/tarvik-modemd"
 
 # ---- 2. a program built on the staged install, by both routes -----------------------------
@@ -119,7 +122,8 @@ for program in "$work/consumer cmake/tarvik-consumer" "$work/consumer-pkg-config
   readelf -d "$program" | grep -F "$source_dir" && fail "$program has a run path into $source_dir"
   ldd "$program" >"$work/ldd"
   grep -q 'not found' "$work/ldd" && fail "$program misses libraries: $(cat "$work/ldd")"
-  grep 'libtarvik' "$work/ldd" | grep -vF "=> $lib/" && fail "$program loads a library from elsewhere"
+  grep 'libtarvik' "$work/ldd" | grep -vF "=> $lib/" &&
+    fail "$program loads a library from elsewhere"
 done
 
 start_daemon() {  # BIN_DIR SOCKET STATE_DIR: returns once it serves
@@ -154,14 +158,16 @@ expect_tool "$root/bin" "$socket" '"dsi":7' sar get
 
 # ---- 3. man pages, bash completion -----------------------------------------------------------
 step "man pages and bash completion"
-commands=$("$root/bin/tarvik-qmi" help | sed -n '/^commands:$/,/^$/s/^  \([a-z][a-z0-9-]*\) .*/\1/p')
+commands=$("$root/bin/tarvik-qmi" help |
+  sed -n '/^commands:$/,/^$/s/^  \([a-z][a-z0-9-]*\) .*/\1/p')
 [ -n "$commands" ] || fail "tarvik-qmi help lists no commands"
 man=$root/share/man/man1
 zcat "$man/tarvik-qmi.1.gz" >"$work/tarvik-qmi.1"
 for command in $commands; do
   grep -qx "\.B $command" "$work/tarvik-qmi.1" || fail "the man page of tarvik-qmi lacks $command"
 done
-zcat "$man/tarvik-modemd.1.gz" | grep -q -- '--state' || fail "the man page of tarvik-modemd lacks --state"
+zcat "$man/tarvik-modemd.1.gz" | grep -q -- '--state' ||
+  fail "the man page of tarvik-modemd lacks --state"
 
 completion_of() {  # LINE: what bash would offer after it
   PATH="$root/bin:$PATH" bash -c 'source "$1"; COMP_LINE=$2; COMP_POINT=${#2}
@@ -174,7 +180,8 @@ completion_of() {  # LINE: what bash would offer after it
 
 # ---- 4. Debian packages ----------------------------------------------------------------------
 step "Debian packages"
-(cd "$build" && cpack -B "$work/packages" >"$work/cpack.log" 2>&1) || fail "cpack: $(cat "$work/cpack.log")"
+(cd "$build" && cpack -B "$work/packages" >"$work/cpack.log" 2>&1) ||
+  fail "cpack: $(cat "$work/cpack.log")"
 runtime=$(echo "$work"/packages/libtarvik-qmi"$major"_"$version"_*.deb)
 dev=$(echo "$work"/packages/libtarvik-qmi-dev_"$version"_*.deb)
 programs=$(echo "$work"/packages/tarvik-qmi_"$version"_*.deb)
@@ -196,7 +203,8 @@ contents() { dpkg-deb -c "$1" | awk '{print $6}' | grep -v '/$' | sed -n 's|^\./
   grep -v '^share/doc/\|^share/lintian/' | sort; }
 contents "$runtime" | grep -v "^$libdir/libtarvik_[a-z_]*\.so\.$major\(\.[0-9.]*\)\{0,1\}$" &&
   fail "libtarvik-qmi$major holds more than the libraries"
-contents "$dev" | grep -q "^include/tarvik_qmi/tarvik_extend_nvefs.h$" || fail "no headers in the -dev package"
+contents "$dev" | grep -q "^include/tarvik_qmi/tarvik_extend_nvefs.h$" ||
+  fail "no headers in the -dev package"
 cat <(contents "$runtime") <(contents "$dev") <(contents "$programs") | sort >"$work/packaged"
 (cd "$root" && find . -type f -o -type l) | sed 's|^\./||' | sort >"$work/installed"
 diff "$work/installed" "$work/packaged" >"$work/diff" ||
