@@ -99,7 +99,8 @@ step "${modem[@]}" uim purge 0
 step "${modem[@]}" sim card purge failed 50
 fails "${modem[@]}" uim purge 1
 
-# Five-tuple blacklist filters: the modem keeps them per data path between runs.
+# Five-tuple blacklist filters: a run's filters go with its clients; the modem keeps the filter
+# mode per data path between runs.
 step "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv6 udp 2001:db8::1 2001:db8::2 53 5353
 fails "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 80x 443
 step "${modem[@]}" dfs mode rmnet_data0 4

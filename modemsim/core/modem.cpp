@@ -211,7 +211,8 @@ void Modem::WorkerLoop() {
     }
     auto first = queue_.begin();
     if (first->first > Clock::now()) {
-      // A copy: the task may leave the queue (and its key with it) while the lock is released.
+      // A copy: the task may be taken off the queue (a service taken down) while this waits,
+      // and the wait reads its deadline again when it wakes.
       const Clock::time_point due = first->first;
       queue_cv_.wait_until(lock, due);
       continue;

@@ -32,7 +32,8 @@ using namespace std::chrono_literals;
 class DaemonTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(tarvik_test::BinDir().empty()) << "TARVIK_BIN_DIR is not set";
+    ASSERT_FALSE(tarvik_test::BinDir().empty())
+        << "no tarvik-modemd: TARVIK_BIN_DIR is not set and no bin/ beside the tests";
     ASSERT_NO_FATAL_FAILURE(StartDaemon());
     socket_ = daemon_->socket();
   }

@@ -61,7 +61,13 @@ const std::string &ScratchDir() {
 
 std::string BinDir() {
   const char *dir = getenv("TARVIK_BIN_DIR");
-  return dir != nullptr ? dir : "";
+  if (dir != nullptr) return dir;
+  // A test program run by hand: the build tree's bin/ beside its tests/.
+  std::error_code ec;
+  const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) return "";
+  const std::filesystem::path bin = exe.parent_path().parent_path() / "bin";
+  return std::filesystem::is_directory(bin, ec) ? bin.string() : "";
 }
 
 ToolRun RunTool(const std::string &args) {

@@ -13,7 +13,8 @@ const std::string &PropertyDir();
 // A scratch directory of this process, for files a test creates.
 const std::string &ScratchDir();
 
-// Directory of the built programs (tarvik-qmi, tarvik-modemd), from TARVIK_BIN_DIR.
+// Directory of the built programs (tarvik-qmi, tarvik-modemd): TARVIK_BIN_DIR, else the build
+// tree's bin/ beside the test program's directory.
 std::string BinDir();
 
 struct ToolRun {
