@@ -63,7 +63,7 @@ Modem::~Modem() {
   queue_cv_.notify_all();
   if (worker_.joinable()) worker_.join();
   // No handler runs any more: the modules' state goes before the services that point to it.
-  std::map<std::type_index, std::shared_ptr<void>> module_state;
+  decltype(module_state_) module_state;
   {
     std::lock_guard<std::mutex> lock(module_state_mu_);
     module_state.swap(module_state_);

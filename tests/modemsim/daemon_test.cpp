@@ -136,8 +136,8 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     // Runs to its end (it refuses to start or only prints), its output and errors together.
-    FILE *pipe =
-        popen((tarvik_test::BinDir() + "/tarvik-modemd " + row.args + " 2>&1").c_str(), "r");
+    FILE *pipe = popen(
+        (tarvik_test::ProgramCommand("tarvik-modemd") + " " + row.args + " 2>&1").c_str(), "r");
     ASSERT_NE(nullptr, pipe);
     std::string out(4096, '\0');
     out.resize(fread(&out[0], 1, out.size(), pipe));
