@@ -15,7 +15,6 @@
 #include "json_lines.h"
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
-#include "qmux_frame.h"
 #include "served_modem.h"
 #include "syslog_capture.h"
 #include "tarvik_extend_cmn.h"
@@ -146,11 +145,6 @@ TEST_F(Uim, CardPowerSendsTheSwitchAndModeAndChangesTheCard) {
       EXPECT_EQ(req.ignore_hot_swap_switch, row.req.ignore_hotswap != 0);
       EXPECT_EQ(req.card_mode_valid, 1);
       EXPECT_EQ(req.card_mode, 0);
-      // On the wire one byte, as every small enumeration of the service.
-      const uint8_t *mode = nullptr;
-      uint16_t mode_len = 0;
-      EXPECT_TRUE(qmux::FindTlv(got[0].tlvs.data(), got[0].tlvs.size(), 0x11, &mode, &mode_len));
-      EXPECT_EQ(mode_len, 1u);
     }
     EXPECT_EQ(uim::Of(*modem_).slots[slot - 1].state, row.state_after);
   }

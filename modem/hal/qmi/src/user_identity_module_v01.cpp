@@ -154,7 +154,7 @@ constexpr qmi_elem_info down_resp_ei[] = {
 constexpr qmi_elem_info up_req_ei[] = {
     QMI_TLV_ENUM(1, 0x01, UpReq, slot),
     QMI_TLV_OPT(U, 0x10, UpReq, ignore_hot_swap_switch_valid, ignore_hot_swap_switch),
-    QMI_TLV_OPT_ENUM(1, 0x11, UpReq, card_mode_valid, card_mode),
+    QMI_TLV_OPT(S, 0x11, UpReq, card_mode_valid, card_mode),
     QMI_EI_END,
 };
 constexpr qmi_elem_info up_resp_ei[] = {
