@@ -259,23 +259,27 @@ TEST(CodecEncodeRefused, ValuesAboveTheirMaxima) {
 // Tables the walkers refuse instead of following: the codec must not trust a table further
 // than it can check it.
 extern const qmi_elem_info kCyclicEi[];
-const qmi_elem_info kCyclicEi[] = {{QMI_STRUCT, NO_ARRAY, 0x01, 1, 4, 0, kCyclicEi}, QMI_EI_END};
-const qmi_elem_info kNoCountEi[] = {{QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr},
-                                    QMI_EI_END};
-const qmi_elem_info kWideCountEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 3, 0, nullptr},
-                                      {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr},
-                                      QMI_EI_END};
-const qmi_elem_info kNarrowCountEi[] = {
-    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr},
-    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 300, 1, 4, nullptr},
+const qmi_elem_info kCyclicEi[] = {{QMI_STRUCT, NO_ARRAY, 0x01, 1, 4, 0, kCyclicEi, nullptr},
+                                   QMI_EI_END};
+const qmi_elem_info kNoCountEi[] = {
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr, nullptr}, QMI_EI_END};
+const qmi_elem_info kWideCountEi[] = {
+    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 3, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr, nullptr},
     QMI_EI_END};
-const qmi_elem_info kSizeMismatchEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 2, 0, nullptr},
-                                         QMI_EI_END};
-const qmi_elem_info kCountLastEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr}, QMI_EI_END};
-const qmi_elem_info kSplitIdEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
-                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
-                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 8, nullptr},
-                                    QMI_EI_END};
+const qmi_elem_info kNarrowCountEi[] = {
+    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 300, 1, 4, nullptr, nullptr},
+    QMI_EI_END};
+const qmi_elem_info kSizeMismatchEi[] = {
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 2, 0, nullptr, nullptr}, QMI_EI_END};
+const qmi_elem_info kCountLastEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr, nullptr},
+                                      QMI_EI_END};
+const qmi_elem_info kSplitIdEi[] = {
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr, nullptr},
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 8, nullptr, nullptr},
+    QMI_EI_END};
 
 TEST(CodecBadTable, RefusedWithParameterError) {
   struct Row {
