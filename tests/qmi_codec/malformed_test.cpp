@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "codec_test_util.h"
+#include "qmi_trace.h"
 
 namespace {
 
@@ -161,6 +162,15 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
     std::vector<uint8_t> rec(t.record_size, 0x5A), zeroed(t.record_size, 0);
     EXPECT_EQ(row.expected,
               qmi_idl_decode_elems(t.ei, wire.data(), wire_len, rec.data(), t.record_size));
+    // A trace marks the TLV the decoder refuses (a missing one is the message's fault).
+    const typed_fields::Value tlvs =
+        qmi_trace::DescribeTlvs(t.ei, t.record_size, wire.data(), wire.size());
+    size_t marked = 0;
+    for (const auto &tlv : tlvs.rows()) {
+      for (const auto &f : tlv) marked += f.key == "error";
+    }
+    EXPECT_EQ(row.expected == kOk || row.expected == kMissing, marked == 0)
+        << typed_fields::RenderText({{"", "%s", tlvs}});
     if (row.expected != kOk) {
       EXPECT_TRUE(codec_test::AllZero(rec.data(), t.record_size)) << "record not left zeroed";
       continue;
