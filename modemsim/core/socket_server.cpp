@@ -161,11 +161,12 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
         !w.empty() && w[0] == "trace" ? TraceRequest(modem_, w, reply, &services) : reply.Usage();
     std::string out = reply.out();
     if (status == 2 && !json) out += "usage: " + ControlUsage(words) + "\n";
+    // Following before the answer: whatever the modem does once the reader has it is traced.
+    TraceReader reader(services);
+    if (status == 0) modem_.AddTraceReader(&reader);
     Send({wire::kControlReply, 0, (uint32_t)status, 0},
          reinterpret_cast<const uint8_t *>(out.data()), out.size());
     if (status != 0) return;
-    TraceReader reader(services);
-    modem_.AddTraceReader(&reader);
     std::vector<qmi_trace::Entry> entries;
     uint64_t dropped = 0;
     bool open = true;

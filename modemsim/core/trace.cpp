@@ -40,12 +40,14 @@ int TraceRequest(Modem &modem, const Words &w, ControlReply &reply, std::set<uin
   for (size_t i = 1; i < w.size(); ++i) {
     unsigned long id = 0;
     if (!ParseNumber(w[i], 0xffffffffUL, &id)) return reply.Usage();
-    if (id != 0 && modem.FindService(static_cast<uint32_t>(id)) == nullptr) {
-      return reply.NoService(static_cast<uint32_t>(id));
-    }
+    const Service *service = id != 0 ? modem.FindService(static_cast<uint32_t>(id)) : nullptr;
+    if (id != 0 && service == nullptr) return reply.NoService(static_cast<uint32_t>(id));
+    const qmi_idl_service_object_type object =
+        service != nullptr ? service->object() : qmi_trace::ControlService();
     if (services->insert(static_cast<uint32_t>(id)).second) {
       named.push_back(Value::Number(static_cast<long long>(id)));
       text += (text.empty() ? "" : ", ") + ServiceName(static_cast<uint32_t>(id));
+      if (object != nullptr && object->name != nullptr) text += std::string(" ") + object->name;
     }
   }
   reply.Add({"kind", "", Value::Text("tracing")});
