@@ -85,11 +85,13 @@ ToolRun RunTool(const std::string &args) {
   return run;
 }
 
-ModemDaemon::ModemDaemon() : socket_(ScratchDir() + "/modemd.sock") {
+ModemDaemon::ModemDaemon(bool qmux)
+    : socket_(ScratchDir() + "/modemd.sock"), qmux_(qmux ? ScratchDir() + "/modemd-qmi" : "") {
   const std::string bin = BinDir() + "/tarvik-modemd";
   const std::string state = ScratchDir() + "/modemd-state";
-  const char *argv[] = {bin.c_str(), "--socket",    socket_.c_str(),
-                        "--state",   state.c_str(), nullptr};
+  const char *argv[] = {bin.c_str(),   "--socket",    socket_.c_str(),
+                        "--state",     state.c_str(), qmux ? "--qmux" : nullptr,
+                        qmux_.c_str(), nullptr};
   pid_t pid = -1;
   if (posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ) != 0) {
     return;
