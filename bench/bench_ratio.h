@@ -1,8 +1,14 @@
 // A console reporter that also keeps each benchmark's real and CPU time per iteration, keyed by
 // benchmark and thread count, so that a program can print "ratio A / B" lines against a baseline
 // measured in the same run. With --benchmark_repetitions the median of the repetitions counts
-// (add --benchmark_enable_random_interleaving on a busy machine); without, the single run. CPU
-// time is the fairer measure on a shared machine where other processes take the core away.
+// (add --benchmark_enable_random_interleaving on a busy machine); without, the single run.
+//
+// Every program ends with its ratio lines, one form for all (bench/run_all.sh reads them):
+//   ratio A / B, N thread(s): real R, cpu C (target <= T on real|cpu)
+// A target is printed on the ratio it is set against, with the time it is judged on: CPU time
+// for work done on the calling thread alone (the fairer measure on a shared machine, where
+// other processes take the core away), real time for a round trip that hands work to another
+// thread or process (whose CPU time the calling thread does not see).
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -31,14 +37,19 @@ class RatioReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
   }
 
+  enum class Judged { kReal, kCpu };
+
   // Prints nothing when either benchmark did not run (filtered out or failed). A target of 0
   // prints none.
-  void PrintRatio(const char *what, const char *base, double target, int64_t threads = 1) const {
+  void PrintRatio(const char *what, const char *base, double target, int64_t threads = 1,
+                  Judged judged = Judged::kReal) const {
     Times a, b;
     if (!Find(what, threads, &a) || !Find(base, threads, &b) || b.real <= 0 || b.cpu <= 0) return;
     printf("ratio %s / %s, %lld thread(s): real %.2f, cpu %.2f", what, base,
            static_cast<long long>(threads), a.real / b.real, a.cpu / b.cpu);
-    if (target > 0) printf(" (target <= %.1f)", target);
+    if (target > 0) {
+      printf(" (target <= %.1f on %s)", target, judged == Judged::kReal ? "real" : "cpu");
+    }
     printf("\n");
   }
 

@@ -214,7 +214,8 @@ BENCHMARK(BM_Decode);
 
 int main(int argc, char **argv) {
   return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
-    reporter.PrintRatio("BM_EncodeDecode", "BM_HandWritten", 2.0);
+    reporter.PrintRatio("BM_EncodeDecode", "BM_HandWritten", 2.0, 1,
+                        tarvik_bench::RatioReporter::Judged::kCpu);
     reporter.PrintRatio("BM_EncodeDecode", "BM_MemcpyEncoded", 0);
     reporter.PrintRatio("BM_HandWritten", "BM_MemcpyEncoded", 0);
   });

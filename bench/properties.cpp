@@ -1,6 +1,7 @@
 // property_get on a store that has not changed since the last read, against the floor of any
 // property read: a lookup in an in-memory std::unordered_map plus the copy into the caller's
-// buffer. Ratio: BM_PropertyGetUnchanged / BM_UnorderedMapLookup.
+// buffer. Ratio printed at the end (no target: measured for scale, on CPU time):
+// BM_PropertyGetUnchanged / BM_UnorderedMapLookup.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bench_ratio.h"
 #include "cutils/properties.h"
 
 namespace {
@@ -91,4 +93,9 @@ BENCHMARK(BM_UnorderedMapLookup);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv) {
+  return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &r) {
+    r.PrintRatio("BM_PropertyGetUnchanged", "BM_UnorderedMapLookup", 0, 1,
+                 tarvik_bench::RatioReporter::Judged::kCpu);
+  });
+}

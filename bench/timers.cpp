@@ -52,6 +52,7 @@ BENCHMARK(BM_RawPosixTimer);
 
 int main(int argc, char **argv) {
   return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
-    reporter.PrintRatio("BM_TarvikTimerStartStop", "BM_RawPosixTimer", 1.3);
+    reporter.PrintRatio("BM_TarvikTimerStartStop", "BM_RawPosixTimer", 1.3, 1,
+                        tarvik_bench::RatioReporter::Judged::kCpu);
   });
 }

@@ -99,8 +99,9 @@ step "${modem[@]}" uim purge 0
 step "${modem[@]}" sim card purge failed 50
 fails "${modem[@]}" uim purge 1
 
-# Five-tuple blacklist filters: the modem keeps them per data path between runs. A trace of the
-# data filter service shows what the first enter sent and what the modem answered.
+# Five-tuple blacklist filters: a run's filters go with its clients; the modem keeps the filter
+# mode per data path between runs. A trace of the data filter service shows what the first enter
+# sent and what the modem answered.
 printf '\n$ tarvik-qmi %s sim trace 0x30 --for 1 &   # what the next run exchanges\n' \
   "${modem[*]}"
 "$bin/tarvik-qmi" "${modem[@]}" sim trace 0x30 --for 1 > "$demo/trace.txt" &

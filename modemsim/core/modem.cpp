@@ -97,7 +97,7 @@ Modem::~Modem() {
   queue_cv_.notify_all();
   if (worker_.joinable()) worker_.join();
   // No handler runs any more: the modules' state goes before the services that point to it.
-  std::map<std::type_index, std::shared_ptr<void>> module_state;
+  decltype(module_state_) module_state;
   {
     std::lock_guard<std::mutex> lock(module_state_mu_);
     module_state.swap(module_state_);
@@ -252,7 +252,10 @@ void Modem::WorkerLoop() {
     }
     auto first = queue_.begin();
     if (first->first > Clock::now()) {
-      queue_cv_.wait_until(lock, first->first);
+      // A copy: the task may be taken off the queue (a service taken down) while this waits,
+      // and the wait reads its deadline again when it wakes.
+      const Clock::time_point due = first->first;
+      queue_cv_.wait_until(lock, due);
       continue;
     }
     Task task = std::move(first->second);

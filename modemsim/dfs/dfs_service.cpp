@@ -1,4 +1,4 @@
-// The simulated data filter service: bindings, filter modes and filter tables per client.
+// The simulated data filter service: bindings, filter modes per data path, filters per client.
 #include "dfs/dfs_service.h"
 
 #include <arpa/inet.h>
@@ -28,13 +28,22 @@ struct Client {
   bool report_mode = false;
 };
 
+// A filter and the client that added it: only that client removes it, and it goes with that
+// client.
+struct Held {
+  uint32_t client;
+  FilterView filter;
+};
+
 // The filter mode and filters of one data path: a data port (mux id) and IP family. A client
-// bound there works on it; an unbound client has a path of its own.
+// bound there works on it; one that never bound works on the default path.
 struct Table {
   uint8_t mode = 0;
-  std::vector<FilterView> filters;
+  std::vector<Held> filters;
 };
 using PathKey = std::pair<int64_t, int32_t>;
+// The default data path: the data port of the control channel itself (no mux), IPv4.
+const PathKey kDefaultPath{0, DFS_IP_FAMILY_IPV4_V01};
 
 struct DfsState {
   std::map<uint32_t, Client> clients;
@@ -43,10 +52,27 @@ struct DfsState {
   size_t capacity = kDefaultCapacity;
   AnswerHook answer_hook;
 
-  static PathKey KeyOf(uint32_t id, const Client &c) {
-    return c.bound ? PathKey{c.mux_id, c.ip_pref} : PathKey{-1 - (int64_t)id, 0};
+  static PathKey KeyOf(const Client &c) {
+    return c.bound ? PathKey{c.mux_id, c.ip_pref} : kDefaultPath;
   }
-  Table &TableOf(uint32_t id) { return tables[KeyOf(id, clients[id])]; }
+  Table &TableOf(uint32_t id) { return tables[KeyOf(clients[id])]; }
+  // The filters of client `id`, wherever it added them.
+  std::vector<FilterView> FiltersOf(uint32_t id) const {
+    std::vector<FilterView> out;
+    for (const auto &t : tables) {
+      for (const Held &h : t.second.filters) {
+        if (h.client == id) out.push_back(h.filter);
+      }
+    }
+    return out;
+  }
+  void RemoveFiltersOf(uint32_t id) {
+    for (auto &t : tables) {
+      auto &f = t.second.filters;
+      f.erase(std::remove_if(f.begin(), f.end(), [id](const Held &h) { return h.client == id; }),
+              f.end());
+    }
+  }
 };
 
 std::string V4Text(uint32_t addr) {
@@ -180,7 +206,7 @@ void AddFilters(DfsState *state, Call &call) {
   resp.filter_handles_valid = 1;
   for (uint32_t k = 0; k < req.filter_id_len; ++k) {
     const uint32_t handle = state->next_handle++;
-    table.filters.push_back(Describe(req, req.filter_id[k], handle));
+    table.filters.push_back({call.client, Describe(req, req.filter_id[k], handle)});
     resp.filter_handles[resp.filter_handles_len++] = {req.filter_id[k], handle};
   }
 }
@@ -206,9 +232,8 @@ void Bind(DfsState *state, Call &call) {
     return;
   }
   Client &client = state->clients[call.client];
-  if (!client.bound) state->tables.erase(DfsState::KeyOf(call.client, client));
   client.bound = true;
-  client.ip_pref = req.ip_preference_valid ? (int32_t)req.ip_preference : 0;
+  client.ip_pref = req.ip_preference_valid ? (int32_t)req.ip_preference : DFS_IP_FAMILY_IPV4_V01;
   client.ep_type = ep_type;
   client.iface_id = iface;
   client.mux_id = req.mux_id;
@@ -249,10 +274,10 @@ void InitModule(Modem &modem) {
     if (mode == table.mode) return;
     table.mode = mode;
     // Every registered client on this data path hears of the change.
-    const PathKey key = DfsState::KeyOf(call.client, state->clients[call.client]);
+    const PathKey key = DfsState::KeyOf(state->clients[call.client]);
     const dfs_filter_mode_ind_msg_v01 ind = {mode};
     for (const auto &c : state->clients) {
-      if (c.second.report_mode && DfsState::KeyOf(c.first, c.second) == key) {
+      if (c.second.report_mode && DfsState::KeyOf(c.second) == key) {
         call.modem.PushIndication(DFS_V01_SERVICE_ID, QMI_DFS_FILTER_MODE_IND_V01, &ind,
                                   sizeof(ind), c.first);
       }
@@ -263,19 +288,18 @@ void InitModule(Modem &modem) {
     resp.filter_mode_valid = 1;
     resp.filter_mode = state->TableOf(call.client).mode;
   });
+  // The client's own filters; other clients' on the same path stay.
   dfs.Handle(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01,
-             [state](Call &call) { state->TableOf(call.client).filters.clear(); });
+             [state](Call &call) { state->RemoveFiltersOf(call.client); });
   dfs.Handle(QMI_DFS_ADD_FILTERS_REQ_V01, [state](Call &call) { AddFilters(state, call); });
   dfs.service().OnRestart([state] {
     state->clients.clear();
     state->tables.clear();
   });
-  // A bound path keeps its table when its client goes; an unbound client's own goes with it.
+  // A client that goes takes its filters with it; the paths keep their filter modes.
   dfs.service().OnClientGone([state](uint32_t client) {
-    auto it = state->clients.find(client);
-    if (it == state->clients.end()) return;
-    if (!it->second.bound) state->tables.erase(DfsState::KeyOf(client, it->second));
-    state->clients.erase(it);
+    state->RemoveFiltersOf(client);
+    state->clients.erase(client);
   });
   modem.AddStatus(kStatusOrder, [&modem] { return Status(modem); });
 }
@@ -300,7 +324,7 @@ std::vector<ClientView> Clients(Modem &modem) {
       const Client &s = c.second;
       const Table &t = state.TableOf(c.first);
       out.push_back({c.first, s.bound, s.ip_pref, s.ep_type, s.iface_id, s.mux_id, s.report_mode,
-                     t.mode, t.filters});
+                     t.mode, state.FiltersOf(c.first)});
     }
   });
   return out;
@@ -326,7 +350,6 @@ std::vector<PathView> Paths(Modem &modem) {
   std::vector<PathView> out;
   WithState(modem, [&out](DfsState &state) {
     for (const auto &t : state.tables) {
-      if (t.first.first < 0) continue;  // an unbound client's own
       out.push_back({(int)t.first.first, t.first.second, t.second.mode, t.second.filters.size()});
     }
   });

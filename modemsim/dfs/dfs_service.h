@@ -1,10 +1,11 @@
 // The simulated modem's data filter service (DFS, 0x30): per client its binding to a data port
 // (mux id, endpoint, IP family) and its indication registration; per data path (the data port
-// and IP family a client is bound to) the filter mode and the filter table with modem-issued
-// handles, which a client works on while bound there. A bound path keeps its table when its
-// clients go (a radio process or tool run that ends leaves its filters in place, as a modem
-// would); an unbound client's table is its own and goes with it; a modem restart forgets every
-// table.
+// and IP family a client is bound to) the filter mode and the filters on it, with modem-issued
+// handles. A client that never bound works on the default path: the control channel's own data
+// port (mux id 0) and IPv4, as a QMI data service binds a client that does not bind itself. A
+// filter belongs to the client that added it: the client's remove-all takes away its own
+// filters only, and a client that goes (released, or its process gone) takes them with it; a
+// path keeps its filter mode. A modem restart forgets everything.
 #pragma once
 
 #include <stddef.h>
@@ -36,19 +37,20 @@ struct FilterView {
 struct ClientView {
   uint32_t client;
   bool bound;
-  int32_t ip_pref;   // as bound (0: none given)
-  int64_t ep_type;   // -1: no endpoint given
-  int64_t iface_id;  // -1: no endpoint given
-  int mux_id;        // -1: unbound
-  bool report_mode;  // registered for the filter-mode indication
-  uint8_t mode;      // filter mode
-  std::vector<FilterView> filters;
+  int32_t ip_pref;                  // as bound (IPv4 when the bind named none; 0: unbound)
+  int64_t ep_type;                  // -1: no endpoint given
+  int64_t iface_id;                 // -1: no endpoint given
+  int mux_id;                       // -1: unbound
+  bool report_mode;                 // registered for the filter-mode indication
+  uint8_t mode;                     // filter mode of its path
+  std::vector<FilterView> filters;  // those it added
 };
 
 // The clients of the modem's DFS service, by client id (empty without the service).
 std::vector<ClientView> Clients(Modem &modem);
 
-// The data paths some client was bound to (they outlive their clients).
+// The data paths some client worked on (they and their modes outlive their clients; the default
+// path is mux id 0, IPv4).
 struct PathView {
   int mux_id;
   int32_t ip_pref;

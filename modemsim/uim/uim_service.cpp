@@ -23,6 +23,7 @@ constexpr uint8_t kIsdrAid[16] = {0xA0, 0x00, 0x00, 0x05, 0x59, 0x10, 0x10, 0xFF
                                   0xFF, 0xFF, 0xFF, 0x89, 0x00, 0x00, 0x01, 0x00};
 constexpr uint16_t kErrNoEntry = QMI_ERR_NO_ENTRY_V01;
 constexpr uint16_t kErrNoResources = QMI_ERR_INSUFFICIENT_RESOURCES_V01;
+constexpr uint16_t kErrNotReady = QMI_ERR_DEVICE_NOT_READY_V01;
 constexpr uint32_t kStatusBits =
     QMI_UIM_EVENT_CARD_STATUS_BIT_V01 | QMI_UIM_EVENT_EXTENDED_CARD_STATUS_BIT_V01;
 constexpr uint8_t kAppTypeUsim = 2;
@@ -257,11 +258,18 @@ void Handlers(UimState *st, Service &svc) {
     resp.event_mask = mask;
   });
   svc.Handle(QMI_UIM_GET_CARD_STATUS_REQ_V01, [st](Call &call) {
-    FillStatus(*st, &call.Response<uim_get_card_status_resp_msg_v01>());
+    const auto &req = call.Request<uim_get_card_status_req_msg_v01>();
+    auto &resp = call.Response<uim_get_card_status_resp_msg_v01>();
+    FillStatus(*st, &resp);
+    if (!req.extended_card_status_valid || req.extended_card_status == 0) {
+      resp.extended_card_status_valid = 0;  // only asked for the legacy status
+      resp.extended_card_status = {};
+    }
   });
   svc.Handle(QMI_UIM_POWER_DOWN_REQ_V01, [st](Call &call) {
     Slot *s = st->Find(call.Request<uim_power_down_req_msg_v01>().slot);
     if (s == nullptr) return call.SetResult(1, kQmiErrInvalidArg);
+    if (s->kind == CardKind::kNone) return call.SetResult(1, kErrNoEntry);
     ChangeState(*st, *s, kAbsent);
   });
   svc.Handle(QMI_UIM_POWER_UP_REQ_V01, [st](Call &call) {
@@ -326,6 +334,9 @@ void Handlers(UimState *st, Service &svc) {
         (req.purge_mask & QMI_UIM_PURGE_GUTI_V01) == 0) {
       return call.SetResult(1, kQmiErrInvalidArg);
     }
+    // A primary session is the first slot's card, a secondary one the second's.
+    const Slot *card = st->Find(session <= UIM_SESSION_TYPE_PRIMARY_1X_V01 ? 1 : 2);
+    if (card == nullptr || card->state != kPresent) return call.SetResult(1, kErrNotReady);
     if (st->purge_mode == PurgeMode::kSilent) return;
     uim_temporary_id_purge_ind_msg_v01 ind;
     memset(&ind, 0, sizeof(ind));

@@ -10,8 +10,10 @@
 //   0x002E register events: the mask is kept per client (bits: card status, extended card
 //          status, purge outcome); the card status indication 0x0032 goes to every client with
 //          a card status bit whenever a card's state changes.
-//   0x002F card status: legacy (first two slots) and extended (every slot) card status.
-//   0x0030 power down: the card goes absent. An unknown slot: QMI_ERR_INVALID_ARG.
+//   0x002F card status: legacy (first two slots) card status, and the extended one (every slot)
+//          when the request asks for it.
+//   0x0030 power down: the card goes absent. An unknown slot: QMI_ERR_INVALID_ARG; an empty one:
+//          QMI_ERR_NO_ENTRY, as power up.
 //   0x0031 power up: refused with QMI_ERR_NO_ENTRY for an empty slot, or when the switch sees no
 //          card and the request does not ignore it. An eUICC stays hidden (absent) while the
 //          eSIM enable file (/nv/item_files/modem/uim/uimdrv/esim_enable, subscription 1, in the
@@ -24,9 +26,10 @@
 //          GetEID (BF3E) with the EID and GetProfilesInfo (BF2D) with the profile list (300
 //          bytes with the status word), and SW 6D00 to any other instruction, 6E00 to another
 //          class.
-//   0x0061 temporary identity purge: answered at once; after the purge delay indication 0x0061
-//          with the outcome goes to every client registered for it (no indication in the
-//          kSilent mode).
+//   0x0061 temporary identity purge: refused with QMI_ERR_DEVICE_NOT_READY when the session's
+//          card (primary sessions: slot 1, secondary: slot 2) is not present; otherwise answered
+//          at once, and after the purge delay indication 0x0061 with the outcome goes to every
+//          client registered for it (no indication in the kSilent mode).
 //   0x0065 get EID: the EID of a present eUICC; a present plain card answers without EID; no
 //          present card: QMI_ERR_NO_ENTRY.
 //   0x007A set SIM type: the values are kept.

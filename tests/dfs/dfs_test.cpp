@@ -104,27 +104,32 @@ class DfsTest : public ::testing::Test {
     return raw_;
   }
   // The modem's verdict on a bind: 0 accepted, else its QMI error.
+  // The modem's verdict on message `msg` sent on the raw client (without `req`: an empty
+  // request): 0 accepted, else its QMI error.
+  template <typename Req, typename Resp>
+  int Ask(uint16_t msg, Req *req, Resp *resp) {
+    memset(static_cast<void *>(resp), 0, sizeof(*resp));
+    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), msg, req, req != nullptr ? sizeof(*req) : 0, resp,
+                                       sizeof(*resp), 1000),
+              QMI_NO_ERR);
+    return resp->resp.result == 0 ? 0 : resp->resp.error;
+  }
+  template <typename Resp>
+  int Ask(uint16_t msg, Resp *resp) {
+    return Ask(msg, static_cast<uint8_t *>(nullptr), resp);
+  }
   int Bind(int32_t family, int mux, int ep_type = -1, uint32_t iface = 0) {
     dfs_bind_client_req_msg_v01 req{};
-    dfs_result_resp_msg_v01 resp{};
+    dfs_result_resp_msg_v01 resp;
     req.ip_preference_valid = 1;
     req.ip_preference = (dfs_ip_family_enum_v01)family;
     req.mux_id_valid = mux >= 0;
     req.mux_id = (uint8_t)mux;
     req.ep_id_valid = ep_type >= 0;
     req.ep_id = {(uint32_t)ep_type, iface};
-    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_BIND_CLIENT_REQ_V01, &req, sizeof(req), &resp,
-                                       sizeof(resp), 1000),
-              QMI_NO_ERR);
-    return resp.resp.result == 0 ? 0 : resp.resp.error;
+    return Ask(QMI_DFS_BIND_CLIENT_REQ_V01, &req, &resp);
   }
-  int AddOne(Add req, AddResp *resp) {
-    memset(resp, 0, sizeof(*resp));
-    EXPECT_EQ(qmi_client_send_msg_sync(Raw(), QMI_DFS_ADD_FILTERS_REQ_V01, &req, sizeof(req), resp,
-                                       sizeof(*resp), 1000),
-              QMI_NO_ERR);
-    return resp->resp.result == 0 ? 0 : resp->resp.error;
-  }
+  int AddOne(Add req, AddResp *resp) { return Ask(QMI_DFS_ADD_FILTERS_REQ_V01, &req, resp); }
 
   int Call(const char *dev, const Tuple &tuple, int mode, uint32_t *status, int count = -2) {
     std::vector<std::string> copy = tuple;
@@ -386,7 +391,7 @@ TEST_F(DfsTest, LimitOf400ThenExitOrADeviceChangeStartsAgain) {
   EXPECT_EQ(on_new, 1u);
   EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 2u);
   EXPECT_EQ(CountOf(QMI_DFS_BIND_CLIENT_REQ_V01), 2u);
-  EXPECT_EQ(Held(), 3u);  // a release sends nothing: the old device keeps its two
+  EXPECT_EQ(Held(), 1u);  // the released clients of the old device took their two with them
 }
 
 TEST_F(DfsTest, EnterFailuresKeepTheCount) {
@@ -476,8 +481,9 @@ TEST_F(DfsTest, RemoveAndDisableRetriesThreeTimes) {
     EXPECT_EQ(CountOf(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01), 6u);
     EXPECT_EQ(CountOf(QMI_DFS_SET_FILTER_MODE_REQ_V01), 6u);
     EXPECT_TRUE(SyslogContains("retry_del_close: attempt 3/3 fail"));
-    EXPECT_EQ(Held(), row.fail_remove ? 1u : 0u);
-    EXPECT_TRUE(dfs::Clients(*modem_).empty());  // released whatever the result
+    // Released whatever the result, and a released client's filters go with it.
+    EXPECT_TRUE(dfs::Clients(*modem_).empty());
+    EXPECT_EQ(Held(), 0u);
     modem_->ClearFaults(kDfs);
   }
   modem_->ClearReceived(kDfs);
@@ -605,14 +611,46 @@ TEST_F(DfsTest, ModemRefusesBadRulesWithTheirMasksAndAFullTable) {
   EXPECT_EQ(dfs::FilterCount(*modem_), 0u);
 }
 
+// Two clients on one data path: each removes only what it added, and a client that goes takes
+// its filters with it. Clients that never bound share the default path (no mux id, IPv4).
+TEST_F(DfsTest, FiltersBelongToTheirClientAndUnboundClientsShareTheDefaultPath) {
+  ASSERT_EQ(Enter(), 0);  // the library's client on rmnet_data0: mux 1, IPv4
+  ASSERT_EQ(Bind(4, 1), 0);
+  AddResp added;
+  ASSERT_EQ(AddOne(V4Tcp(80), &added), 0);
+  ASSERT_EQ(Held(), 2u);
+  dfs_result_resp_msg_v01 removed;
+  EXPECT_EQ(Ask(QMI_DFS_REMOVE_ALL_FILTERS_REQ_V01, &removed), 0);
+  EXPECT_EQ(Held(), 1u) << "the library's filter stays";
+  ASSERT_EQ(AddOne(V4Tcp(81), &added), 0);
+  qmi_client_release(raw_);
+  raw_ = nullptr;
+  EXPECT_EQ(Held(), 1u) << "the released client's filter went with it";
+
+  // The library's client on a port without mux id stays unbound, and so does a new raw client.
+  ASSERT_EQ(Enter(kV4Tcp, "rmnet_nomux"), 0);
+  dfs_get_filter_mode_resp_msg_v01 mode;
+  ASSERT_EQ(Ask(QMI_DFS_GET_FILTER_MODE_REQ_V01, &mode), 0);
+  EXPECT_EQ(mode.filter_mode, 1) << "enabled by the library on the shared default path";
+  bool listed = false;
+  for (const auto &p : dfs::Paths(*modem_)) {
+    if (p.mux_id != 0) continue;
+    listed = true;
+    EXPECT_EQ(p.ip_pref, 4);
+    EXPECT_EQ(p.filters, 1u);
+  }
+  EXPECT_TRUE(listed);
+}
+
 // The dfs commands of the tool against tarvik-modemd, one run per command: the library's filter
-// count ends with each run, the modem's filter tables stay with the daemon.
+// count ends with each run, and so do the run's filters (its clients go); the filter modes of
+// the data paths stay with the daemon.
 TEST(DfsTool, RunsShareTheDaemonsTablesAndAnswerOneJsonShape) {
   using nlohmann::json;
   tarvik_test::ModemDaemon daemon;
   ASSERT_TRUE(daemon.up());
   const std::string tool = daemon.modem() + " --json ";
-  const json paths = {{{"mux_id", 1}, {"ip_pref", 4}, {"mode", 1}, {"filters", 2}},
+  const json paths = {{{"mux_id", 1}, {"ip_pref", 4}, {"mode", 1}, {"filters", 0}},
                       {{"mux_id", 1}, {"ip_pref", 6}, {"mode", 1}, {"filters", 0}}};
   const tarvik_test::ToolRow rows[] = {
       {"dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv4 udp 10.0.0.1 10.0.0.3 53 53",

@@ -290,14 +290,15 @@ TEST_F(RestartTest, RestartOrderRestartsTheModem) {
   ASSERT_EQ(orders.size(), 1u);
   EXPECT_EQ(orders[0], std::make_pair(COMMON_MSG_MODEM_SSR, 0x4u));
   EXPECT_TRUE(tarvik_test::SyslogContains("result = 0, rsp.result = 0"));
+  // A service reads as down a moment before its clients are dropped: wait for both.
+  bool went_down = false;
   EXPECT_TRUE(tarvik_test::WaitUntil(
-      [this] {
-        bool down = false;
-        for (const auto &s : modem_->Status()) down |= !s.up;
-        return down;
+      [&] {
+        for (const auto &s : modem_->Status()) went_down |= !s.up;
+        return went_down && modem_->Clients(modemsim::extend::kServiceId).empty();
       },
-      1000ms, 5ms));
-  EXPECT_TRUE(modem_->Clients(modemsim::extend::kServiceId).empty()) << "the old client died";
+      1000ms, 5ms))
+      << "went down: " << went_down << "; the old client should have died";
   std::this_thread::sleep_for(400ms);
   EXPECT_EQ(tarvik_modem_chipset_id_get(), 0x209u) << "the channel reconnected";
   const auto after = modem_->Clients(modemsim::extend::kServiceId);

@@ -13,6 +13,7 @@
 
 #include "syslog_capture.h"
 #include "tarvik_utils_cmn.h"
+#include "test_env.h"
 
 using tarvik_test::SyslogContains;
 using tarvik_test::SyslogCount;
@@ -234,10 +235,23 @@ TEST(ProcessIdentity, NameWithoutSlashIsTakenWhole) {
   ASSERT_GE(pid, 0);
   if (pid == 0) {
     setenv("TARVIK_LOGGING_CHILD", "1", 1);
-    char arg0[] = "plainchildname";
-    char filter[] = "--gtest_filter=ProcessIdentity.ChildTakesNameWithoutSlashWhole";
-    char *argv[] = {arg0, filter, nullptr};
-    execv("/proc/self/exe", argv);
+    const char *filter = "--gtest_filter=ProcessIdentity.ChildTakesNameWithoutSlashWhole";
+    // Under an emulator (qemu-user) this program is started through it again, with the first
+    // word given by its -0 option.
+    std::vector<std::string> words = tarvik_test::Emulator();
+    std::string program = "/proc/self/exe";
+    if (words.empty()) {
+      words = {"plainchildname", filter};
+    } else {
+      char self[4096] = {};
+      if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) _exit(126);
+      program = words[0];
+      words.insert(words.end(), {"-0", "plainchildname", self, filter});
+    }
+    std::vector<char *> argv;
+    for (std::string &word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
     _exit(127);
   }
   int status = 0;

@@ -32,7 +32,8 @@ using namespace std::chrono_literals;
 class DaemonTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(tarvik_test::BinDir().empty()) << "TARVIK_BIN_DIR is not set";
+    ASSERT_FALSE(tarvik_test::BinDir().empty())
+        << "no tarvik-modemd: TARVIK_BIN_DIR is not set and no bin/ beside the tests";
     ASSERT_NO_FATAL_FAILURE(StartDaemon());
     socket_ = daemon_->socket();
   }
@@ -135,8 +136,8 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     // Runs to its end (it refuses to start or only prints), its output and errors together.
-    FILE *pipe =
-        popen((tarvik_test::BinDir() + "/tarvik-modemd " + row.args + " 2>&1").c_str(), "r");
+    FILE *pipe = popen(
+        (tarvik_test::ProgramCommand("tarvik-modemd") + " " + row.args + " 2>&1").c_str(), "r");
     ASSERT_NE(nullptr, pipe);
     std::string out(4096, '\0');
     out.resize(fread(&out[0], 1, out.size(), pipe));

@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(AllocatorTest, NthAllocationFailsOnceAndBlocksAreZeroedAndCounted) {
+TEST(AllocatorTest, NthAllocationFailsOnceAndBlocksArePatternedAndCounted) {
   qcril_alloc_host_fail_nth(1);
   qcril_alloc_host_fail_nth(0);  // disarmed: the next allocation, even of 0 bytes, succeeds
   void *z = qcril_malloc_adv(0, __func__, __LINE__);
@@ -28,7 +28,7 @@ TEST(AllocatorTest, NthAllocationFailsOnceAndBlocksAreZeroedAndCounted) {
   EXPECT_EQ(nullptr, c);
   ASSERT_NE(nullptr, d);
   const auto *bytes = static_cast<const uint8_t *>(b);
-  EXPECT_EQ(33272, std::count(bytes, bytes + 33272, 0));
+  EXPECT_EQ(33272, std::count(bytes, bytes + 33272, QCRIL_ALLOC_HOST_FILL));
   EXPECT_EQ(base + 3, qcril_alloc_host_outstanding());
   qcril_free_adv(a, __func__, __LINE__);
   qcril_free_adv(b, __func__, __LINE__);

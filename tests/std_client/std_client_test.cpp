@@ -2,6 +2,7 @@
 // of the simulated modem.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -25,6 +26,11 @@ qmi_idl_service_object_type EchoByVersion(uint32_t major, uint32_t minor, uint32
 std::atomic<int> g_errors{0};
 void CountError(qmi_client_type, qmi_client_error_type error, void *) {
   if (error == QMI_SERVICE_ERR) ++g_errors;
+}
+
+bool AllZero(const void *p, size_t n) {
+  const auto *bytes = static_cast<const uint8_t *>(p);
+  return std::all_of(bytes, bytes + n, [](uint8_t b) { return b == 0; });
 }
 
 const tarvik_std::ClientSlot kEcho = {EchoByVersion, 1, 2, 6, 200, nullptr, CountError};
@@ -54,9 +60,9 @@ TEST_F(StdClient, RecordsComeFromTheAllocatorZeroedAndAlwaysGoBack) {
       tarvik_std::Request<echo::EchoReq, echo::EchoResp> request("tarvik_test_op", 7);
       EXPECT_EQ(request.missing(), row.missing);
       if (row.missing == Missing::kNone) {
-        const echo::EchoReq zero{};
-        EXPECT_EQ(memcmp(&request.req(), &zero, sizeof(zero)), 0);
-        EXPECT_EQ(request.resp().resp.result, 0);
+        // The allocator hands out patterned blocks: zero bytes here are the step's doing.
+        EXPECT_TRUE(AllZero(&request.req(), sizeof(echo::EchoReq)));
+        EXPECT_TRUE(AllZero(&request.resp(), sizeof(echo::EchoResp)));
       }
     }
     qcril_alloc_host_fail_nth(0);

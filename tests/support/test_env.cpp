@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 #include "modemsim/socket_server.h"
@@ -61,13 +62,44 @@ const std::string &ScratchDir() {
 
 std::string BinDir() {
   const char *dir = getenv("TARVIK_BIN_DIR");
-  return dir != nullptr ? dir : "";
+  if (dir != nullptr) return dir;
+  // A test program run by hand: the build tree's bin/ beside its tests/.
+  std::error_code ec;
+  const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) return "";
+  const std::filesystem::path bin = exe.parent_path().parent_path() / "bin";
+  return std::filesystem::is_directory(bin, ec) ? bin.string() : "";
+}
+
+std::vector<std::string> Emulator() {
+#ifdef TARVIK_TEST_EMULATOR
+  std::vector<std::string> words;
+  std::istringstream in(TARVIK_TEST_EMULATOR);
+  for (std::string word; in >> word;) words.push_back(word);
+  return words;
+#else
+  return {};
+#endif
+}
+
+std::vector<std::string> ProgramArgv(const std::string &name) {
+  std::vector<std::string> argv = Emulator();
+  argv.push_back(BinDir() + "/" + name);
+  return argv;
+}
+
+std::string ProgramCommand(const std::string &name) {
+  std::string command;
+  for (const std::string &word : ProgramArgv(name)) {
+    command += (command.empty() ? "" : " ") + word;
+  }
+  return command;
 }
 
 ToolRun RunTool(const std::string &args) {
   static std::atomic<int> runs{0};  // tests run the tool from several threads
   const std::string err = ScratchDir() + "/tool-stderr-" + std::to_string(++runs);
-  const std::string command = BinDir() + "/tarvik-qmi " + args + " 2>" + err;
+  const std::string command = ProgramCommand("tarvik-qmi") + " " + args + " 2>" + err;
   ToolRun run{-1, "", ""};
   FILE *pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
@@ -87,13 +119,14 @@ ToolRun RunTool(const std::string &args) {
 
 ModemDaemon::ModemDaemon(bool qmux)
     : socket_(ScratchDir() + "/modemd.sock"), qmux_(qmux ? ScratchDir() + "/modemd-qmi" : "") {
-  const std::string bin = BinDir() + "/tarvik-modemd";
-  const std::string state = ScratchDir() + "/modemd-state";
-  const char *argv[] = {bin.c_str(),   "--socket",    socket_.c_str(),
-                        "--state",     state.c_str(), qmux ? "--qmux" : nullptr,
-                        qmux_.c_str(), nullptr};
+  std::vector<std::string> words = ProgramArgv("tarvik-modemd");
+  words.insert(words.end(), {"--socket", socket_, "--state", ScratchDir() + "/modemd-state"});
+  if (qmux) words.insert(words.end(), {"--qmux", qmux_});
+  std::vector<char *> argv;
+  for (std::string &word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
   pid_t pid = -1;
-  if (posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ) != 0) {
+  if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
     return;
   }
   pid_ = pid;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tarvik_test {
 
@@ -13,8 +14,18 @@ const std::string &PropertyDir();
 // A scratch directory of this process, for files a test creates.
 const std::string &ScratchDir();
 
-// Directory of the built programs (tarvik-qmi, tarvik-modemd), from TARVIK_BIN_DIR.
+// Directory of the built programs (tarvik-qmi, tarvik-modemd): TARVIK_BIN_DIR, else the build
+// tree's bin/ beside the test program's directory.
 std::string BinDir();
+
+// The words that run a program built for the target on this machine: a cross build's emulator
+// and its options (the build's CMAKE_CROSSCOMPILING_EMULATOR); empty when programs run natively.
+std::vector<std::string> Emulator();
+
+// The built program NAME as the words of a command (the emulator first in a cross build), and
+// the same as one shell command line.
+std::vector<std::string> ProgramArgv(const std::string &name);
+std::string ProgramCommand(const std::string &name);
 
 struct ToolRun {
   int status;       // exit status, -1 when the tool could not run or did not exit

@@ -16,6 +16,7 @@
 #include "modemsim/modem.h"
 #include "qcril_alloc_host.h"
 #include "served_modem.h"
+#include "syslog_capture.h"
 #include "tarvik_extend_cmn.h"
 #include "test_env.h"
 #include "uim/uim_service.h"
@@ -58,16 +59,28 @@ class Uim : public ::testing::Test {
   }
 
   void ListenForPurge() {
-    qmi_client_os_params os{};
-    ASSERT_EQ(qmi_client_init_instance(&uim_qmi_idl_service_object_v01, QMI_CLIENT_INSTANCE_ANY,
-                                       OnIndication, nullptr, &os, 1000, &listener_),
-              QMI_NO_ERR);
-    uim_event_reg_req_msg_v01 req{QMI_UIM_EVENT_PURGE_BIT_V01};
     uim_event_reg_resp_msg_v01 resp{};
-    ASSERT_EQ(qmi_client_send_msg_sync(listener_, QMI_UIM_REGISTER_EVENT_REQ_V01, &req, sizeof(req),
-                                       &resp, sizeof(resp), 1000),
-              QMI_NO_ERR);
+    ASSERT_EQ(Ask(QMI_UIM_REGISTER_EVENT_REQ_V01,
+                  uim_event_reg_req_msg_v01{QMI_UIM_EVENT_PURGE_BIT_V01}, &resp),
+              0);
     modem_->ClearReceived(kUim);
+  }
+
+  // The modem's answer to `req` on the test's own UIM client (the radio layer's, or qmicli's):
+  // 0, or the QMI error it refused with.
+  template <typename Req, typename Resp>
+  int Ask(uint16_t msg, Req req, Resp *resp) {
+    qmi_client_os_params os{};
+    if (listener_ == nullptr) {
+      EXPECT_EQ(qmi_client_init_instance(&uim_qmi_idl_service_object_v01, QMI_CLIENT_INSTANCE_ANY,
+                                         OnIndication, nullptr, &os, 1000, &listener_),
+                QMI_NO_ERR);
+    }
+    memset(static_cast<void *>(resp), 0, sizeof(*resp));
+    EXPECT_EQ(
+        qmi_client_send_msg_sync(listener_, msg, &req, sizeof(req), resp, sizeof(*resp), 1000),
+        QMI_NO_ERR);
+    return resp->resp.result == 0 ? 0 : resp->resp.error;
   }
 
   // What the modem received of message `msg` since the last clear.
@@ -428,6 +441,80 @@ TEST_F(Uim, PurgeOnTheThirdTransportFailureReleasesTheClient) {
   EXPECT_EQ(tarvik_uim_purge_guti(&slot), QMI_SERVICE_ERR);
   EXPECT_EQ(UimClients(), 0u);
   EXPECT_EQ(Got(QMI_UIM_TEMPORARY_ID_PURGE_REQ_V01).size(), 1u);
+}
+
+// What the card reader answers where the library does not look at the answer.
+TEST_F(Uim, ReaderAnswersWhatWasAskedAndRefusesWhatNeedsAMissingCard) {
+  uim_get_card_status_resp_msg_v01 status;
+  ASSERT_EQ(Ask(QMI_UIM_GET_CARD_STATUS_REQ_V01, uim_get_card_status_req_msg_v01{}, &status), 0);
+  EXPECT_EQ(status.card_status_valid, 1);
+  EXPECT_EQ(status.extended_card_status_valid, 0) << "the extended status was not asked for";
+  ASSERT_EQ(Ask(QMI_UIM_GET_CARD_STATUS_REQ_V01, uim_get_card_status_req_msg_v01{1, 1}, &status),
+            0);
+  EXPECT_EQ(status.extended_card_status_valid, 1);
+  EXPECT_EQ(status.extended_card_status.card_info_len, 2u);
+
+  ASSERT_EQ(uim::SetCard(*modem_, 1, uim::CardKind::kNone), uim::kOk);
+  uim_power_down_resp_msg_v01 power;
+  uim_temporary_id_purge_resp_msg_v01 purge;
+  auto purge_session = [](uim_session_type_enum_v01 session) {
+    uim_temporary_id_purge_req_msg_v01 req{};
+    req.session_information.session_type = session;
+    req.purge_mask = QMI_UIM_PURGE_GUTI_V01;
+    return req;
+  };
+  const struct {
+    const char *name;
+    std::function<int()> ask;
+    int error;
+  } rows[] = {
+      {"power down an empty slot",
+       [&] {
+         return Ask(QMI_UIM_POWER_DOWN_REQ_V01, uim_power_down_req_msg_v01{UIM_SLOT_1_V01}, &power);
+       },
+       QMI_ERR_NO_ENTRY_V01},
+      {"purge on a session without a card",
+       [&] {
+         return Ask(QMI_UIM_TEMPORARY_ID_PURGE_REQ_V01,
+                    purge_session(UIM_SESSION_TYPE_PRIMARY_GW_V01), &purge);
+       },
+       QMI_ERR_DEVICE_NOT_READY_V01},
+      {"purge on the second slot's card",
+       [&] {
+         return Ask(QMI_UIM_TEMPORARY_ID_PURGE_REQ_V01,
+                    purge_session(UIM_SESSION_TYPE_SECONDARY_GW_V01), &purge);
+       },
+       0},
+      {"power down that card",
+       [&] {
+         return Ask(QMI_UIM_POWER_DOWN_REQ_V01, uim_power_down_req_msg_v01{UIM_SLOT_2_V01}, &power);
+       },
+       0},
+      {"purge on a session whose card is off",
+       [&] {
+         return Ask(QMI_UIM_TEMPORARY_ID_PURGE_REQ_V01,
+                    purge_session(UIM_SESSION_TYPE_SECONDARY_GW_V01), &purge);
+       },
+       QMI_ERR_DEVICE_NOT_READY_V01},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(row.ask(), row.error);
+  }
+  // The library hears of the refused purge as a failed one, and waits for no outcome.
+  const tarvik_uim_slot_req_t first{0};
+  EXPECT_EQ(tarvik_uim_purge_guti(&first), -4);
+}
+
+TEST_F(Uim, PurgeWithoutAClientEndsWithTheExitLine) {
+  ASSERT_EQ(modem_->SetPresent(kUim, false), QMI_NO_ERR);
+  tarvik_test::ClearSyslog();
+  const tarvik_uim_slot_req_t slot{0};
+  EXPECT_EQ(tarvik_uim_purge_guti(&slot), -1);
+  EXPECT_TRUE(tarvik_test::SyslogContains("init_uim_qmi_client failed"));
+  EXPECT_EQ(tarvik_test::SyslogCount("function exit <-------------"), 1u)
+      << tarvik_test::SyslogDump();
+  EXPECT_TRUE(modem_->ReceivedBy(kUim).empty());
 }
 
 TEST_F(Uim, AnAllocationFailureSendsNothingAndLeaksNothing) {

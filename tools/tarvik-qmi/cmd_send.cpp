@@ -44,7 +44,7 @@ int Send(Report &report, const Args &args) {
                                                             sizeof(req), &resp, sizeof(resp));
   if (status != 0) return report.Failed(Family::kChannel, status);
   if (resp.result != 0) {
-    return report.Failed(Family::kModem, static_cast<long>(resp.result));
+    return report.Failed(Family::kModem, static_cast<int32_t>(resp.result));
   }
   const uint32_t claimed = resp.data_valid ? resp.data_len : 0;
   if (!resp.data_valid && resp.data_len != 0) {

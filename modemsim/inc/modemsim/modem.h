@@ -27,6 +27,7 @@
 #include <type_traits>
 #include <typeindex>
 #include <typeinfo>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -334,7 +335,10 @@ class Modem final : public qmi_host::Server {
 
   StateStore state_;
   mutable std::mutex module_state_mu_;
-  std::map<std::type_index, std::shared_ptr<void>> module_state_;
+  // Hashed, not ordered: on 32-bit ARM the C++ runtime's type_info::before does not order a type
+  // of an unnamed namespace against a named one, so an ordered map can hand out another
+  // module's state.
+  std::unordered_map<std::type_index, std::shared_ptr<void>> module_state_;
   mutable std::mutex mu_;  // services_, clients_, faults_, received_, queue_
   mutable std::condition_variable received_cv_;
   std::map<uint32_t, std::unique_ptr<Service>> services_;

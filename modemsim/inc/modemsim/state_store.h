@@ -22,9 +22,11 @@ class StateStore {
   bool persistent() const { return !dir_.empty(); }
 
   // False when the key has no value (or its file cannot be read).
-  [[nodiscard]] bool Get(const std::string &ns, const std::string &key, std::vector<uint8_t> *value) const;
+  [[nodiscard]] bool Get(const std::string &ns, const std::string &key,
+                         std::vector<uint8_t> *value) const;
   // False when the value could not be stored (file system error).
-  [[nodiscard]] bool Put(const std::string &ns, const std::string &key, const void *data, size_t len);
+  [[nodiscard]] bool Put(const std::string &ns, const std::string &key, const void *data,
+                         size_t len);
   // True when a value existed and is gone.
   [[nodiscard]] bool Erase(const std::string &ns, const std::string &key);
   // Keys of a namespace, sorted.

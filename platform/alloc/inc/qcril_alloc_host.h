@@ -1,6 +1,7 @@
 /*
- * Host-only controls of the radio allocator stand-in, for tests: make an allocation fail and
- * count the blocks still allocated. Library code never includes this header.
+ * Host-only controls of the radio allocator stand-in, for tests: the pattern its blocks come
+ * filled with, make an allocation fail and count the blocks still allocated. Library code never
+ * includes this header.
  */
 #ifndef TARVIK_PLATFORM_QCRIL_ALLOC_HOST_H
 #define TARVIK_PLATFORM_QCRIL_ALLOC_HOST_H
@@ -11,6 +12,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Every byte of a block qcril_malloc_adv hands out holds this until its caller writes it. */
+#define QCRIL_ALLOC_HOST_FILL 0xA5
 
 /* The n-th qcril_malloc_adv call from now returns NULL (1: the next one); 0 disarms. Only one
  * failure is armed at a time. Thread-safe. */

@@ -11,8 +11,9 @@
 extern "C" {
 #endif
 
-/* Zero-filled block of `size` bytes (size 0 gives a valid, unique block), or NULL when memory
- * runs out. func_name and line_num tag the caller (func_name may be NULL). */
+/* Block of `size` bytes (size 0 gives a valid, unique block), or NULL when memory runs out. Its
+ * content is unspecified: callers zero what they fill. func_name and line_num tag the caller
+ * (func_name may be NULL). */
 void *qcril_malloc_adv(size_t size, const char *func_name, int line_num);
 
 /* Frees a block of qcril_malloc_adv; NULL is ignored. */

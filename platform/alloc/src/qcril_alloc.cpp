@@ -1,5 +1,7 @@
-// Radio allocator stand-in over calloc/free, with an armed failure for tests.
+// Radio allocator stand-in over malloc/free, with an armed failure for tests. Blocks come filled
+// with a pattern, never zeroed, so that a caller that forgets to zero what it fills shows.
 #include <stdlib.h>
+#include <string.h>
 
 #include <atomic>
 
@@ -19,8 +21,10 @@ void *qcril_malloc_adv(size_t size, const char * /*func_name*/, int /*line_num*/
   const uint64_t call = ++g_calls;
   uint64_t armed = call;
   if (g_fail_at.compare_exchange_strong(armed, 0)) return nullptr;
-  void *p = calloc(1, size == 0 ? 1 : size);
-  if (p != nullptr) ++g_outstanding;
+  void *p = malloc(size == 0 ? 1 : size);
+  if (p == nullptr) return nullptr;
+  memset(p, QCRIL_ALLOC_HOST_FILL, size == 0 ? 1 : size);
+  ++g_outstanding;
   return p;
 }
 

@@ -168,6 +168,11 @@ class WriterLock {
   int fd_;
 };
 
+// The change counter lives in a mapping every process of the store shares: its atomics must be
+// lock-free (an emulated one would take a lock of this process only), on 32-bit targets too.
+static_assert(__atomic_always_lock_free(sizeof(uint64_t), nullptr),
+              "the shared change counter needs lock-free 64-bit atomics");
+
 uint64_t LoadCounter(const uint64_t *counter) {
   return __atomic_load_n(counter, __ATOMIC_ACQUIRE);
 }

@@ -814,9 +814,12 @@ TARVIK_EXPORT const char *tarvik_device_name_read_from_efs(void) {
 
 TARVIK_EXPORT bool tarvik_device_name_list_contain_ex(char **list, uint32_t len) {
   const char *const *entries = list;
-  return tarvik_string_list_contain(entries, len, "all_product") ||
-         (list != nullptr && len != 0 &&
-          tarvik_string_list_contain(entries, len, tarvik_device_name_read_from_efs()));
+  if (tarvik_string_list_contain(entries, len, "all_product")) {
+    return true;
+  }
+  // The name is read (and the file written when it cannot be) whatever the list holds.
+  const char *name = tarvik_device_name_read_from_efs();
+  return tarvik_string_list_contain(entries, len, name);
 }
 
 TARVIK_EXPORT uint32_t tarvik_qcril_screen_status_notify_to_modem(uint32_t status) {
@@ -1250,11 +1253,8 @@ TARVIK_EXPORT int tarvik_uim_purge_guti(const tarvik_uim_slot_req_t *req) {
     TARVIK_LOGE("tarvik_uim_purge_guti data error");
     return -1;
   }
-  if (!UimBegin(func, func, true)) {
-    return UimRecoverIfNeeded(func, -1) ? QMI_SERVICE_ERR : -1;
-  }
-  int rc = 0;
-  {
+  int rc = -1;  // when no client could be created
+  if (UimBegin(func, func, true)) {
     UimRequest<uim_temporary_id_purge_req_msg_v01, uim_temporary_id_purge_resp_msg_v01> request(
         func, __LINE__);
     if (request.missing() != tarvik_std::Missing::kNone) {

@@ -10,6 +10,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <limits>
 #include <mutex>
 
 #include "tarvik_utils_cmn.h"
@@ -88,9 +89,11 @@ int tarvik_sys_timer_create(tarvik_timer_callback_t callback, unsigned long time
     return kTimerSysFailed;
   }
   struct itimerspec expiry = {};
-  // Seconds beyond what time_t holds are refused by timer_settime like any invalid time.
-  expiry.it_value.tv_sec =
-      timeout_s > static_cast<unsigned long>(INT64_MAX) ? -1 : static_cast<time_t>(timeout_s);
+  // Seconds beyond what time_t holds (it may be narrower than unsigned long, or wider) are
+  // refused by timer_settime like any invalid time.
+  const bool fits = static_cast<uintmax_t>(timeout_s) <=
+                    static_cast<uintmax_t>(std::numeric_limits<time_t>::max());
+  expiry.it_value.tv_sec = fits ? static_cast<time_t>(timeout_s) : -1;
   expiry.it_value.tv_nsec = timeout_s == 0 ? 1 : 0;  // an all-zero expiry would disarm
   if (timer_settime(timer, 0, &expiry, nullptr) != 0) {
     TARVIK_LOGE("fail to timer_settime, sys_timerid = 0x%x, timeout_s = %lu", SysTimerLogId(timer),

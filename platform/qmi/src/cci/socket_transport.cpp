@@ -66,21 +66,10 @@ class SocketTransport final : public Transport {
   int Open(uint32_t service_id, uint32_t instance, uint32_t *client) override {
     std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0 || !ready_) return QMI_SERVICE_ERR;
-    uint32_t cookie = ++next_cookie_;
-    uint64_t generation = generation_;
+    const uint32_t cookie = ++next_cookie_;
+    const uint64_t generation = generation_;
     if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
-      // The daemon went and the reader has not seen it yet, so its services still read as up: a
-      // client opened now belongs on the connection the reader makes next, once that one has
-      // reported its services.
-      const bool next = cv_.wait_for(lock, kReplyWait, [&] {
-        return stop_ || (generation_ != generation && fd_ >= 0 && reported_);
-      });
-      if (!next || stop_) return QMI_CLIENT_TRANSPORT_ERR;
-      cookie = ++next_cookie_;
-      generation = generation_;
-      if (!SendLocked({wire::kOpen, service_id, instance, cookie}, nullptr, 0)) {
-        return QMI_CLIENT_TRANSPORT_ERR;
-      }
+      return LostLocked(lock);
     }
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return open_results_.count(cookie) != 0 || generation_ != generation || stop_;
@@ -101,10 +90,9 @@ class SocketTransport final : public Transport {
   }
 
   int Send(uint32_t client, const uint8_t *msg, size_t len) override {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0) return QMI_SERVICE_ERR;
-    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR
-                                                                : QMI_CLIENT_TRANSPORT_ERR;
+    return SendLocked({wire::kMessage, 0, 0, client}, msg, len) ? QMI_NO_ERR : LostLocked(lock);
   }
 
   void Shutdown() override {
@@ -127,6 +115,17 @@ class SocketTransport final : public Transport {
  private:
   bool SendLocked(const wire::FrameHeader &h, const uint8_t *body, size_t body_len) {
     return fd_ >= 0 && wire::SendFrame(fd_, h, body, body_len);
+  }
+
+  // A write on the connection failed: the daemon is gone, though the reader thread may not have
+  // seen the hang-up yet (a busy machine). Its services are reported down before the caller
+  // hears of the failure, so that a caller that looks at once (service list, reopen) waits for
+  // them to come back instead of finding them still up on a dead connection. mu_ held.
+  int LostLocked(std::unique_lock<std::mutex> &lock) {
+    const uint64_t generation = generation_;
+    if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);  // the reader thread wakes to the hang-up
+    cv_.wait_for(lock, kReplyWait, [&] { return generation_ != generation || stop_; });
+    return QMI_CLIENT_TRANSPORT_ERR;
   }
 
   void ReaderLoop() {
@@ -155,7 +154,6 @@ class SocketTransport final : public Transport {
       close(fd_);
       fd_ = -1;
       ready_ = false;
-      reported_ = false;
       early_up_.clear();
       ++generation_;
       open_results_.clear();
@@ -296,7 +294,6 @@ class SocketTransport final : public Transport {
         for (const auto &s : up) sink_.OnServiceUp(s.first, s.second);
         // The first connection counts as made once its services are reported.
         std::lock_guard<std::mutex> lock(mu_);
-        reported_ = true;
         first_attempt_done_ = true;
         cv_.notify_all();
         break;
@@ -334,8 +331,7 @@ class SocketTransport final : public Transport {
   std::mutex mu_;
   std::condition_variable cv_;
   int fd_ = -1;
-  bool ready_ = false;     // kHelloDone seen on the current connection
-  bool reported_ = false;  // ... and the services it listed reported to the sink
+  bool ready_ = false;                                // kHelloDone seen on the current connection
   std::set<std::pair<uint32_t, uint32_t>> early_up_;  // services listed before kHelloDone
   bool stop_ = false;
   bool first_attempt_done_ = false;
