@@ -38,8 +38,8 @@ class Background {
   Background(const std::string &name, const std::string &args)
       : out_(tarvik_test::ScratchDir() + "/" + name + ".out"),
         err_(tarvik_test::ScratchDir() + "/" + name + ".err") {
-    const std::string line =
-        "exec " + tarvik_test::BinDir() + "/tarvik-qmi " + args + " >" + out_ + " 2>" + err_;
+    const std::string line = "exec " + tarvik_test::ProgramCommand("tarvik-qmi") + " " + args +
+                             " >" + out_ + " 2>" + err_;
     const char *argv[] = {"/bin/sh", "-c", line.c_str(), nullptr};
     if (posix_spawn(&pid_, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ)) {
       pid_ = -1;
