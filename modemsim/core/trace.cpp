@@ -2,6 +2,7 @@
 #include "modemsim/trace.h"
 
 #include <utility>
+#include <vector>
 
 #include "modemsim/text.h"
 
@@ -33,13 +34,40 @@ void TraceReader::Take(std::vector<qmi_trace::Entry> *out, uint64_t *dropped,
   dropped_ = 0;
 }
 
+namespace {
+
+// A service given by the name its table carries ("sar", "uim"; "ctl" for QMUX control). When
+// there is none, `known` lists the names there are.
+bool ServiceNamed(Modem &modem, const std::string &name, unsigned long *id, std::string *known) {
+  std::vector<std::pair<uint32_t, qmi_idl_service_object_type>> objects;
+  objects.emplace_back(0, qmi_trace::ControlService());
+  for (const ServiceStatus &status : modem.Status()) {
+    const Service *service = modem.FindService(status.id);
+    objects.emplace_back(status.id, service != nullptr ? service->object() : nullptr);
+  }
+  for (const auto &[service_id, object] : objects) {
+    if (object == nullptr || object->name == nullptr) continue;
+    if (name == object->name) {
+      *id = service_id;
+      return true;
+    }
+    *known += std::string(known->empty() ? "" : ", ") + object->name;
+  }
+  return false;
+}
+
+}  // namespace
+
 int TraceRequest(Modem &modem, const Words &w, ControlReply &reply, std::set<uint32_t> *services) {
   services->clear();
   std::vector<Value> named;
   std::string text;
   for (size_t i = 1; i < w.size(); ++i) {
     unsigned long id = 0;
-    if (!ParseNumber(w[i], 0xffffffffUL, &id)) return reply.Usage();
+    std::string known;
+    if (!ParseNumber(w[i], 0xffffffffUL, &id) && !ServiceNamed(modem, w[i], &id, &known)) {
+      return reply.Refused("no service named " + w[i] + ": give its id or one of " + known, 1);
+    }
     const Service *service = id != 0 ? modem.FindService(static_cast<uint32_t>(id)) : nullptr;
     if (id != 0 && service == nullptr) return reply.NoService(static_cast<uint32_t>(id));
     const qmi_idl_service_object_type object =

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "json_lines.h"
@@ -106,9 +107,15 @@ TEST(Trace, FollowsEveryServiceBesideToolRunsAndEndsWithTheDaemon) {
   std::optional<tarvik_test::ModemDaemon> daemon(true);
   ASSERT_TRUE(daemon->up());
   const std::string m = daemon->modem() + " ";
-  const tarvik_test::ToolRun unknown = tarvik_test::RunTool(m + "sim trace 0x1234");
-  EXPECT_EQ(1, unknown.status);
-  EXPECT_EQ("tarvik-qmi: sim trace failed: no service 0x1234\n", unknown.err);
+  for (const auto &[service, why] : std::vector<std::pair<std::string, std::string>>{
+           {"0x1234", "no service 0x1234"},
+           {"sar bogus",
+            "no service named bogus: give its id or one of ctl, nas, uim, sar, dfs, "
+            "sns_client, extend"}}) {
+    const tarvik_test::ToolRun unknown = tarvik_test::RunTool(m + "sim trace " + service);
+    EXPECT_EQ(1, unknown.status) << service;
+    EXPECT_EQ("tarvik-qmi: sim trace failed: " + why + "\n", unknown.err);
+  }
 
   // Two traces at once: text and JSON.
   Background text("text", m + "sim trace");
