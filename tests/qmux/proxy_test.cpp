@@ -18,6 +18,7 @@
 #include <chrono>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -57,7 +58,7 @@ class StandInProxy {
   StandInProxy(Act act, std::string device) : act_(act), device_(std::move(device)) {
     const std::string name = "tarvik-test-proxy-" + std::to_string(getpid());
     setenv("TARVIK_QMI_PROXY_SOCKET", name.c_str(), 1);
-    listen_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listen_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path + 1, name.data(), name.size());
@@ -77,9 +78,13 @@ class StandInProxy {
   void Cut() { cut_ = true; }
   int connections() const { return connections_; }
   // The first open request read, as bytes.
-  std::vector<uint8_t> open_request() const { return open_request_; }
+  std::vector<uint8_t> open_request() const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return open_request_;
+  }
 
  private:
+  // Until `fd` is readable or 20 ms passed; false once the proxy stops.
   bool Wait(int fd) {
     pollfd p[2] = {{fd, POLLIN, 0}, {stop_[0], POLLIN, 0}};
     return poll(p, 2, 20) >= 0 && p[1].revents == 0;
@@ -108,7 +113,10 @@ class StandInProxy {
         bytes.insert(bytes.end(), buf, buf + n);
       }
     }
-    if (open_request_.empty()) open_request_ = bytes;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      if (open_request_.empty()) open_request_ = bytes;
+    }
     const uint8_t result[] = {0x02, 0x04,
                               0x00, act_ == Act::kRefuse,
                               0x00, act_ == Act::kRefuse ? uint8_t{0x03} : uint8_t{0x00},
@@ -168,7 +176,8 @@ class StandInProxy {
   std::thread thread_;
   std::atomic<bool> cut_{false};
   std::atomic<int> connections_{0};
-  std::vector<uint8_t> open_request_;  // written before the first answer, read after it
+  mutable std::mutex mu_;
+  std::vector<uint8_t> open_request_;
 };
 
 // Standard error of this process into a file while it lives; what was written, on demand.
