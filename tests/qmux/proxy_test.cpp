@@ -49,6 +49,7 @@ enum class Act {
   kGarbage,     // answers with bytes that are no frame
   kHalfAnswer,  // sends the first bytes of a good answer, then closes
   kSilent,      // never answers
+  kDeaf,        // answers the open, then nothing
   kRelay,       // opens the device and passes frames both ways until Cut()
 };
 
@@ -236,11 +237,13 @@ TEST_F(ThroughQmiProxy, AProxyThatDoesNotOpenTheDeviceFailsTheSelectionWithTheRe
       {Act::kGarbage, "the proxy answered the open of DEV with something else"},
       {Act::kHalfAnswer, "the proxy closed the connection instead of opening DEV"},
       {Act::kSilent, "the proxy did not answer the open of DEV in time"},
+      {Act::kDeaf, "the proxy opened LINK but nothing answered its version list"},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.said);
     std::string said = row.said;
-    said.replace(said.find("DEV"), 3, device_);
+    if (said.find("DEV") != std::string::npos) said.replace(said.find("DEV"), 3, device_);
+    if (said.find("LINK") != std::string::npos) said.replace(said.find("LINK"), 4, link_);
     StderrCapture captured;
     StandInProxy proxy(row.act, device_);
     const auto start = std::chrono::steady_clock::now();

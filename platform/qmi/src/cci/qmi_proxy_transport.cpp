@@ -134,6 +134,14 @@ class ProxyLink final : public QmuxLink {
         ": its services are down until it is back");
   }
 
+  // Not through Say: the reader thread owns what was said last.
+  void Unanswered() override {
+    fprintf(stderr,
+            "qmi-proxy:%s: the proxy opened %s but nothing answered its version list (is it a QMI "
+            "device?)\n",
+            path_.c_str(), path_.c_str());
+  }
+
   bool ReleaseOnClose() const override { return true; }
 
  private:

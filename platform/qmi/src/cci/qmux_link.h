@@ -24,6 +24,9 @@ class QmuxLink {
   virtual ssize_t Write(int fd, const void *data, size_t len) { return write(fd, data, len); }
   // The descriptor failed or hung up while the transport was running.
   virtual void Lost() {}
+  // The descriptor was open but nothing answered the version list while the selection waited
+  // (called on the selecting thread).
+  virtual void Unanswered() {}
   // Whether the client ids still open are released before the transport closes the descriptor
   // when it stops (a proxy keeps the ids of a connection that goes).
   virtual bool ReleaseOnClose() const { return false; }

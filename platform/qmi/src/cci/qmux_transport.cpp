@@ -80,7 +80,10 @@ class QmuxTransport final : public Transport {
     reader_ = std::thread([this] { ReaderLoop(); });
     std::unique_lock<std::mutex> lock(mu_);
     cv_.wait_for(lock, kReplyWait, [&] { return first_attempt_done_; });
-    return ready_;
+    const bool opened = fd_ >= 0, ready = ready_;
+    lock.unlock();
+    if (opened && !ready) link_->Unanswered();
+    return ready;
   }
 
   int Open(uint32_t service_id, uint32_t /*instance*/, uint32_t *client) override {
