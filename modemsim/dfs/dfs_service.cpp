@@ -16,9 +16,6 @@ namespace modemsim {
 namespace dfs {
 namespace {
 
-constexpr uint16_t kQmiErrMissingArg = 0x0011;
-constexpr uint16_t kQmiErrInsufficientResources = 0x0044;
-
 struct Client {
   bool bound = false;
   int32_t ip_pref = 0;
@@ -196,11 +193,11 @@ void AddFilters(DfsState *state, Call &call) {
     return;
   }
   if (req.filter_id_len == 0) {
-    call.SetResult(1, kQmiErrMissingArg);
+    call.SetResult(1, QMI_ERR_MISSING_ARG_V01);
     return;
   }
   if (table.filters.size() + req.filter_id_len > state->capacity) {
-    call.SetResult(1, kQmiErrInsufficientResources);
+    call.SetResult(1, QMI_ERR_INSUFFICIENT_RESOURCES_V01);
     return;
   }
   resp.filter_handles_valid = 1;
@@ -214,7 +211,7 @@ void AddFilters(DfsState *state, Call &call) {
 void Bind(DfsState *state, Call &call) {
   const auto &req = call.Request<dfs_bind_client_req_msg_v01>();
   if (!req.mux_id_valid) {
-    call.SetResult(1, kQmiErrMissingArg);
+    call.SetResult(1, QMI_ERR_MISSING_ARG_V01);
     return;
   }
   if (req.ip_preference_valid && req.ip_preference != DFS_IP_FAMILY_IPV4_V01 &&

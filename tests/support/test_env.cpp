@@ -16,6 +16,7 @@
 #include <stdexcept>
 
 #include "modemsim/socket_server.h"
+#include "wait_until.h"
 
 extern char **environ;
 
@@ -132,9 +133,9 @@ ModemDaemon::ModemDaemon(bool qmux)
   pid_ = pid;
   // Up once a control command gets an answer.
   std::string out;
-  for (int i = 0; i < 500; ++i) {
-    if (modemsim::SendControlCommand(socket_, {"status"}, &out) == 0) return;
-    usleep(10000);
+  if (WaitUntil([&] { return modemsim::SendControlCommand(socket_, {"status"}, &out) == 0; },
+                std::chrono::seconds(5))) {
+    return;
   }
   kill(pid_, SIGTERM);
   waitpid(pid_, nullptr, 0);
