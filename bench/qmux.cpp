@@ -1,7 +1,9 @@
 // One RF SAR state read over the qmux transport (the library's client, QMUX on a pseudo-terminal,
 // the simulated modem's device), against a raw write/read ping-pong of the same frame sizes on a
 // pseudo-terminal: what the transport, the framing and the modem add to the terminal's own cost.
-// Ratio printed at the end: BM_QmuxSarGet / BM_RawPtyPingPong (no target: measured for scale).
+// The same read through libqmi's qmi-proxy (started when none runs) in front of that device,
+// against the read over qmux: what the proxy's hop adds. Ratios printed at the end: BM_QmuxSarGet /
+// BM_RawPtyPingPong, BM_QmiProxySarGet / BM_QmuxSarGet (no targets: measured for scale).
 #include <fcntl.h>
 #include <stdlib.h>
 #include <termios.h>
@@ -68,7 +70,8 @@ void BM_RawPtyPingPong(benchmark::State &state) {
 }
 BENCHMARK(BM_RawPtyPingPong)->UseRealTime();
 
-void BM_QmuxSarGet(benchmark::State &state) {
+// `transport`: "qmux:" or "qmi-proxy:", followed by the device's path.
+void SarGet(benchmark::State &state, const std::string &transport) {
   tarvik_bench::SilenceLibraryLogging();
   auto modem = modemsim::CreateStandardModem("");
   modemsim::QmuxServer server(*modem);
@@ -79,9 +82,9 @@ void BM_QmuxSarGet(benchmark::State &state) {
   }
   const std::string link = std::string(dir) + "/qmi";
   if (!server.Start(link) ||
-      qmi_client_host_select_transport(("qmux:" + link).c_str()) != QMI_NO_ERR ||
+      qmi_client_host_select_transport((transport + link).c_str()) != QMI_NO_ERR ||
       tarvik_set_sar_dsi(3) != 0) {
-    state.SkipWithError("no SAR over qmux");
+    state.SkipWithError(("no SAR over " + transport).c_str());
   } else {
     for (auto _ : state) {
       if (tarvik_get_sar_dsi() != 3) {
@@ -95,12 +98,21 @@ void BM_QmuxSarGet(benchmark::State &state) {
   server.Stop();
   rmdir(dir);
 }
+void BM_QmuxSarGet(benchmark::State &state) {
+  SarGet(state, "qmux:");
+}
 BENCHMARK(BM_QmuxSarGet)->UseRealTime();
+
+void BM_QmiProxySarGet(benchmark::State &state) {
+  SarGet(state, "qmi-proxy:");
+}
+BENCHMARK(BM_QmiProxySarGet)->UseRealTime();
 
 }  // namespace
 
 int main(int argc, char **argv) {
   return tarvik_bench::RunWithRatios(argc, argv, [](const tarvik_bench::RatioReporter &reporter) {
     reporter.PrintRatio("BM_QmuxSarGet", "BM_RawPtyPingPong", 0);
+    reporter.PrintRatio("BM_QmiProxySarGet", "BM_QmuxSarGet", 0);
   });
 }

@@ -1,6 +1,7 @@
 // QMUX frames as they arrive from a QMI device or from a control point: the first byte sets the
 // size of the pieces the rest is delivered in. Every frame found must build back to the bytes
-// it came from, and its TLV walk must stay inside the frame.
+// it came from, and its TLV walk must stay inside the frame. The same stream read as a proxy's
+// answer to a device open must be taken as one only when its first frame is that answer.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -8,6 +9,7 @@
 
 #include <vector>
 
+#include "qmi_proxy_wire.h"
 #include "qmux_frame.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -43,13 +45,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
 
   // The same bytes in pieces, as from a pseudo-terminal: the same frames come out.
-  qmux::FrameReader reader;
+  qmux::FrameReader reader, answer_reader;
   uint64_t pieced = 0;
+  qmi_proxy::OpenAnswer answer = qmi_proxy::OpenAnswer::kPending;
   for (size_t off = 0; off < len; off += piece) {
     reader.Append(stream + off, piece < len - off ? piece : len - off);
     qmux::Frame f;
     while (reader.Next(&f)) ++pieced;
+    if (answer == qmi_proxy::OpenAnswer::kPending) {
+      answer_reader.Append(stream + off, piece < len - off ? piece : len - off);
+      uint16_t error = 0;
+      answer = qmi_proxy::ReadOpenAnswer(answer_reader, 1, &error);
+    }
   }
   if (pieced != frames) abort();
+  if (answer == qmi_proxy::OpenAnswer::kOpened || answer == qmi_proxy::OpenAnswer::kRefused) {
+    qmux::Frame f;
+    size_t used = 0;
+    if (qmux::ParseFrame(stream, len, &f, &used) != qmux::ParseResult::kFrame ||
+        f.msg_id != qmi_proxy::kCtlInternalProxyOpen || f.txn != 1) {
+      abort();
+    }
+  }
   return 0;
 }

@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 workflows=(default asan tsan arm64 armhf)
 # What they need on a fresh Debian 12 machine.
 packages=(cmake ninja-build g++ clang clang-format lld libclang-rt-14-dev
-          libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libqmi-utils
+          libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libqmi-utils libqmi-glib-dev
           help2man pkgconf dpkg-dev file lintian
           g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest)
 

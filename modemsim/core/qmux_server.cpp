@@ -162,6 +162,8 @@ void QmuxServer::ReadLoop() {
     reader.Append(buf.data(), static_cast<size_t>(n));
     qmux::Frame f;
     while (reader.Next(&f)) {
+      std::vector<uint8_t> bytes;
+      if (tap_ && qmux::AppendFrame(f, &bytes)) tap_(bytes.data(), bytes.size());
       if (f.sender != qmux::kFromControlPoint || f.kind != qmux::Kind::kRequest) continue;
       if (f.service == qmux::kControlService) {
         HandleControl(f);
@@ -350,6 +352,7 @@ void QmuxServer::OnTxnError(uint32_t, uint16_t, int) {}
 void QmuxServer::Write(const qmux::Frame &frame) {
   std::vector<uint8_t> bytes;
   if (!qmux::AppendFrame(frame, &bytes)) return;
+  if (tap_) tap_(bytes.data(), bytes.size());
   std::lock_guard<std::mutex> lock(write_mu_);
   size_t done = 0;
   while (done < bytes.size()) {

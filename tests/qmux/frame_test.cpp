@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "libqmi_judge.h"
 #include "qmux_frame.h"
 
 namespace {
@@ -134,5 +135,35 @@ TEST(QmuxFrameTest, ReaderReassemblesFramesAndSkipsNoise) {
   EXPECT_EQ(seen, (std::vector<uint16_t>{0x22, 0x22, 0x01, 0x02}));
   EXPECT_EQ(reader.dropped_bytes(), 6u);  // 7e 00, ff, and the short frame's 01 0a 00
 }
+
+#ifdef TARVIK_LIBQMI_JUDGE
+// The judge of the QMUX runs: libqmi's parser faults a message it knows with a TLV of another
+// size than it defines, and lets through what it does not know.
+TEST(QmuxFrameTest, LibqmiJudgesTheMessagesItKnows) {
+  struct Row {
+    const char *name;
+    const char *bytes;
+    bool known, fault;
+  };
+  const Row rows[] = {
+      {"allocate", kAllocate, true, false},
+      {"allocated", kAllocated, true, false},
+      {"UIM power off, slot u8", "01 10 00 00 0b 01 00 01 00 30 00 04 00 01 01 00 01", true, false},
+      {"UIM power off, slot u16", "01 11 00 00 0b 01 00 01 00 30 00 05 00 01 02 00 01 00", true,
+       true},
+      {"UIM power off, empty slot", "01 0f 00 00 0b 01 00 01 00 30 00 03 00 01 00 00", true, true},
+      {"SAR request libqmi does not print", kRequest, false, false},
+      {"a frame longer than its bytes", "01 20 00 00 0b 01 00 01 00 30 00", false, true},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::vector<uint8_t> bytes = Hex(row.bytes);
+    const tarvik_test::LibqmiVerdict verdict =
+        tarvik_test::JudgeWithLibqmi(bytes.data(), bytes.size());
+    EXPECT_EQ(verdict.known, row.known) << verdict.what;
+    EXPECT_EQ(!verdict.fault.empty(), row.fault) << verdict.fault;
+  }
+}
+#endif
 
 }  // namespace

@@ -113,6 +113,7 @@ TEST_F(Clients, SarWithoutServiceOrMemoryGivesMinusOneAndSendsNothing) {
   qcril_alloc_host_fail_nth(0);
   EXPECT_TRUE(modem_->ReceivedBy(kSar).empty());
   EXPECT_EQ(qcril_alloc_host_outstanding(), 0);
+  EXPECT_EQ(qcril_alloc_host_null_frees(), 0u);  // a get has no request record to give back
   // A refusal by the modem is not examined.
   EXPECT_EQ(tarvik_force_init_qmi_client_rf_sar(), 1);
   modem_->SetFault(kSar, QMI_SAR_RF_SET_STATE_REQ_MSG_V01,

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "libqmi_judge.h"
 #include "qmi_client_host.h"
 #include "test_env.h"
 
@@ -13,7 +14,12 @@ namespace tarvik_test {
 
 bool OverQmux() {
   const char *choice = getenv("TARVIK_TEST_TRANSPORT");
-  return choice != nullptr && strcmp(choice, "qmux") == 0;
+  return choice != nullptr && (strcmp(choice, "qmux") == 0 || strcmp(choice, "qmi-proxy") == 0);
+}
+
+bool OverQmiProxy() {
+  const char *choice = getenv("TARVIK_TEST_TRANSPORT");
+  return choice != nullptr && strcmp(choice, "qmi-proxy") == 0;
 }
 
 std::unique_ptr<modemsim::QmuxServer> Serve(modemsim::Modem &modem) {
@@ -24,12 +30,18 @@ std::unique_ptr<modemsim::QmuxServer> Serve(modemsim::Modem &modem) {
   }
   const std::string link = ScratchDir() + "/cdc-wdm";
   auto server = std::make_unique<modemsim::QmuxServer>(modem);
+#ifdef TARVIK_LIBQMI_JUDGE
+  server->SetFrameTap(JudgeFrame);
+#endif
   std::string error;
   if (!server->Start(link, &error)) {
     ADD_FAILURE() << "cannot serve QMUX at " << link << ": " << error;
     return nullptr;
   }
-  EXPECT_EQ(qmi_client_host_select_transport(("qmux:" + link).c_str()), QMI_NO_ERR);
+  // Through the proxy, the library asks it to open the device, as ModemManager and qmicli -p
+  // do; the proxy is started when none runs.
+  const std::string choice = (OverQmiProxy() ? "qmi-proxy:" : "qmux:") + link;
+  EXPECT_EQ(qmi_client_host_select_transport(choice.c_str()), QMI_NO_ERR) << choice;
   return server;
 }
 

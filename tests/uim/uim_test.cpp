@@ -194,6 +194,7 @@ TEST_F(Uim, ThirdTransportFailureReleasesTheClientAndTheNextCallStartsAgain) {
 }
 
 TEST_F(Uim, ModemRestartSetsSsrDetectedAndTheNextCallRecovers) {
+  TARVIK_SKIP_OVER_QMI_PROXY("the proxy does not pass on the revocation a restart sends");
   uint16_t states = 0;
   ASSERT_EQ(tarvik_uim_get_card_status(&states), 0);
   ASSERT_EQ(modem_->Restart(kUim), QMI_NO_ERR);

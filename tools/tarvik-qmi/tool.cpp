@@ -308,8 +308,10 @@ int g_status = 0;
 std::string ModemTarget(const Options &options) {
   if (!options.modem.empty()) return options.modem;
   const char *env = getenv("TARVIK_QMI_TRANSPORT");
-  return env != nullptr && (strncmp(env, "unix:", 5) == 0 || strncmp(env, "qmux:", 5) == 0) ? env
-                                                                                            : "";
+  return env != nullptr && (strncmp(env, "unix:", 5) == 0 || strncmp(env, "qmux:", 5) == 0 ||
+                            strncmp(env, "qmi-proxy:", 10) == 0)
+             ? env
+             : "";
 }
 }  // namespace
 
@@ -340,8 +342,13 @@ int Connect(Report &report) {
         g_failure = "cannot use the QMUX device " + choice.substr(5);
         g_status = kExitFailed;
       }
+    } else if (choice.compare(0, 10, "qmi-proxy:") == 0 && choice.size() > 10) {
+      if (qmi_client_host_select_transport(choice.c_str()) != QMI_NO_ERR) {
+        g_failure = "cannot open " + choice.substr(10) + " through qmi-proxy";
+        g_status = kExitFailed;
+      }
     } else if (DaemonSocket(report.options()).empty()) {
-      g_failure = "--modem takes unix:PATH or qmux:PATH, not '" + choice + "'";
+      g_failure = "--modem takes unix:PATH, qmux:PATH or qmi-proxy:PATH, not '" + choice + "'";
       g_status = kExitUsage;
     } else if (qmi_client_host_select_transport(choice.c_str()) != QMI_NO_ERR) {
       g_failure = "cannot reach tarvik-modemd at " + DaemonSocket(report.options());

@@ -33,8 +33,9 @@ constexpr int kExitUsage = 2;   // bad arguments: nothing was sent
 constexpr int kExitError = 3;   // efs exists/cmp: no answer (transport, argument or modem error)
 
 struct Options {
-  bool json = false;      // --json: one JSON object on stdout, on success and on failure
-  std::string modem;      // --modem: "" (embedded simulated modem), unix:PATH or qmux:PATH
+  bool json = false;  // --json: one JSON object on stdout, on success and on failure
+  // --modem: "" (the embedded simulated modem), unix:PATH, qmux:PATH or qmi-proxy:PATH
+  std::string modem;
   std::string state_dir;  // --state: where the embedded modem keeps its non-volatile data
   long instance = -1;     // --instance: the radio process instance id set first; -1: not set
 };

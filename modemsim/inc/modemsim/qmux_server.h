@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -28,6 +29,11 @@ class QmuxServer final : public qmi_host::ClientSink {
   ~QmuxServer() override;  // Stop()
   QmuxServer(const QmuxServer &) = delete;
   QmuxServer &operator=(const QmuxServer &) = delete;
+
+  // Sees every frame read from the control point and every frame written to it, as its bytes,
+  // on the thread that reads or writes it. Set before Start.
+  using FrameTap = std::function<void(const uint8_t *frame, size_t len)>;
+  void SetFrameTap(FrameTap tap) { tap_ = std::move(tap); }
 
   // Opens the pseudo-terminal and links `path` to its slave side. Nothing may be at `path` but
   // a symbolic link into /dev/pts/ (left by an earlier server; replaced); anything else is
@@ -61,6 +67,7 @@ class QmuxServer final : public qmi_host::ClientSink {
   std::mutex write_mu_;
   mutable std::mutex mu_;
   uint64_t dropped_ = 0;
+  FrameTap tap_;
   // (service, client id) <-> the modem's client.
   std::map<std::pair<uint8_t, uint8_t>, uint32_t> clients_;
   std::map<uint32_t, std::pair<uint8_t, uint8_t>> by_modem_client_;

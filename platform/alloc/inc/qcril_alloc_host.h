@@ -26,6 +26,9 @@ int64_t qcril_alloc_host_outstanding(void);
 /* Calls of qcril_malloc_adv since the process started (failed ones included). */
 uint64_t qcril_alloc_host_calls(void);
 
+/* Calls of qcril_free_adv with a null pointer since the process started. */
+uint64_t qcril_alloc_host_null_frees(void);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

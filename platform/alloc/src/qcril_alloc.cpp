@@ -13,6 +13,7 @@ std::atomic<uint64_t> g_calls{0};
 std::atomic<int64_t> g_outstanding{0};
 // Call number (1-based, compared with g_calls) that fails; 0: none.
 std::atomic<uint64_t> g_fail_at{0};
+std::atomic<uint64_t> g_null_frees{0};
 }  // namespace
 
 extern "C" {
@@ -29,7 +30,10 @@ void *qcril_malloc_adv(size_t size, const char * /*func_name*/, int /*line_num*/
 }
 
 void qcril_free_adv(void *ptr, const char * /*func_name*/, int /*line_num*/) {
-  if (ptr == nullptr) return;
+  if (ptr == nullptr) {
+    ++g_null_frees;
+    return;
+  }
   --g_outstanding;
   free(ptr);
 }
@@ -44,6 +48,10 @@ int64_t qcril_alloc_host_outstanding(void) {
 
 uint64_t qcril_alloc_host_calls(void) {
   return g_calls.load();
+}
+
+uint64_t qcril_alloc_host_null_frees(void) {
+  return g_null_frees.load();
 }
 
 }  // extern "C"

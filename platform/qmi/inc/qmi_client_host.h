@@ -4,7 +4,8 @@
  * to. Library code never includes this header.
  *
  * Transport choice, made by the host program only:
- *   - explicitly with qmi_client_host_select_transport("inproc" | "unix:PATH" | "qmux:PATH"), or
+ *   - explicitly with qmi_client_host_select_transport("inproc" | "unix:PATH" | "qmux:PATH" |
+ *     "qmi-proxy:PATH"), or
  *   - on the first client call, from the environment variable TARVIK_QMI_TRANSPORT (same
  *     syntax); unset means "inproc".
  * "inproc" reaches the server registered with qmi_host::RegisterInprocServer (a simulated modem
@@ -14,6 +15,12 @@
  * (/dev/cdc-wdm0) or tarvik-modemd's --qmux link: client ids come from the device's control
  * service, the services up are those its version list names (ids above 0xFF never are), and a
  * read error or hang-up takes every service down until the device can be opened again.
+ * "qmi-proxy:PATH" is "qmux:PATH" through libqmi's qmi-proxy, which shares the device with the
+ * other processes that reach it so (ModemManager, qmicli -p): the proxy is started when none
+ * listens (on the abstract socket TARVIK_QMI_PROXY_SOCKET names, default "qmi-proxy"), client ids
+ * are released before the connection closes, and a proxy that closes the connection is a service
+ * loss. The proxy passes no control indications on, so a client id that a service restart revoked
+ * is not seen through it. Why an attempt failed is written to standard error.
  */
 #ifndef TARVIK_PLATFORM_QMI_CLIENT_HOST_H
 #define TARVIK_PLATFORM_QMI_CLIENT_HOST_H
@@ -38,8 +45,8 @@ extern "C" {
 /*
  * Selects the transport. Clients of the previous transport see their services go down (error
  * callbacks, QMI_SERVICE_ERR). Returns QMI_NO_ERR; QMI_CLIENT_PARAM_ERR for a transport that is
- * none of "inproc", "unix:PATH", "qmux:PATH"; QMI_CLIENT_TRANSPORT_ERR when the socket or
- * device cannot be reached (the transport then keeps trying in the background).
+ * none of "inproc", "unix:PATH", "qmux:PATH", "qmi-proxy:PATH"; QMI_CLIENT_TRANSPORT_ERR when the
+ * socket, device or proxy cannot be reached (the transport then keeps trying in the background).
  */
 qmi_client_error_type qmi_client_host_select_transport(const char *choice);
 

@@ -128,10 +128,12 @@ static int dfs_bind_client(qmi_client_type client, const char *dev, uint32_t ip_
   }
   TARVIK_LOGD("dfs binding: dev=%s, ep_type=%d, epid=%d, mux_id=%d, ip_pref=%d", dev, ep_type, epid,
               mux_id, (int)ip_pref);
-  dfs_bind_client_req_msg_v01 req;
-  dfs_result_resp_msg_v01 resp;
-  memset(&req, 0, sizeof(req));
-  memset(&resp, 0, sizeof(resp));
+  tarvik_std::Request<dfs_bind_client_req_msg_v01, dfs_result_resp_msg_v01> r(__func__, __LINE__);
+  if (r.missing() != tarvik_std::Missing::kNone) {  // no record to send: as a transport failure
+    TARVIK_LOGE("dfs bind failed: dev=%s, rc=%d, result=%d", dev, -1, 0);
+    return -1;
+  }
+  dfs_bind_client_req_msg_v01 &req = r.req();
   req.ip_preference_valid = 1;
   req.ip_preference = (dfs_ip_family_enum_v01)ip_pref;
   if (epid != -1) {
@@ -141,26 +143,26 @@ static int dfs_bind_client(qmi_client_type client, const char *dev, uint32_t ip_
   }
   req.mux_id_valid = 1;
   req.mux_id = (uint8_t)mux_id;
-  const int rc = qmi_client_send_msg_sync(client, QMI_DFS_BIND_CLIENT_REQ_V01, &req, sizeof(req),
-                                          &resp, sizeof(resp), kTimeoutMs);
-  if (rc != QMI_NO_ERR || resp.resp.result != QMI_RESULT_SUCCESS_V01) {
-    TARVIK_LOGE("dfs bind failed: dev=%s, rc=%d, result=%d", dev, rc, (int)resp.resp.error);
+  const int rc = r.Send(client, QMI_DFS_BIND_CLIENT_REQ_V01, kTimeoutMs);
+  if (!r.Succeeded(rc)) {
+    TARVIK_LOGE("dfs bind failed: dev=%s, rc=%d, result=%d", dev, rc, (int)r.resp().resp.error);
     return rc != QMI_NO_ERR ? rc : QMI_SERVICE_ERR;
   }
   return 0;
 }
 
 static int dfs_register_indication(qmi_client_type client) {
-  dfs_indication_register_req_msg_v01 req;
-  dfs_result_resp_msg_v01 resp;
-  memset(&req, 0, sizeof(req));
-  memset(&resp, 0, sizeof(resp));
-  req.report_filter_mode_valid = 1;
-  req.report_filter_mode = 1;
-  const int rc = qmi_client_send_msg_sync(client, QMI_DFS_INDICATION_REGISTER_REQ_V01, &req,
-                                          sizeof(req), &resp, sizeof(resp), kTimeoutMs);
-  if (rc != QMI_NO_ERR || resp.resp.result != QMI_RESULT_SUCCESS_V01) {
-    TARVIK_LOGE("dfs_register_indication failed: rc=%d, err=%d", rc, (int)resp.resp.error);
+  tarvik_std::Request<dfs_indication_register_req_msg_v01, dfs_result_resp_msg_v01> r(__func__,
+                                                                                      __LINE__);
+  if (r.missing() != tarvik_std::Missing::kNone) {  // no record to send: as a transport failure
+    TARVIK_LOGE("dfs_register_indication failed: rc=%d, err=%d", -1, 0);
+    return -1;
+  }
+  r.req().report_filter_mode_valid = 1;
+  r.req().report_filter_mode = 1;
+  const int rc = r.Send(client, QMI_DFS_INDICATION_REGISTER_REQ_V01, kTimeoutMs);
+  if (!r.Succeeded(rc)) {
+    TARVIK_LOGE("dfs_register_indication failed: rc=%d, err=%d", rc, (int)r.resp().resp.error);
     return rc != QMI_NO_ERR ? rc : QMI_SERVICE_ERR;
   }
   TARVIK_LOGD("dfs_register_indication success");

@@ -145,9 +145,11 @@ class Request {
     memset(static_cast<void *>(resp_), 0, sizeof(Resp));
   }
 
+  // Only what was allocated goes back: a message without a request record, or a failed
+  // allocation, leaves nothing to free.
   ~Request() {
-    qcril_free_adv(resp_, func_, line_);
-    qcril_free_adv(req_, func_, line_);
+    if (resp_ != nullptr) qcril_free_adv(resp_, func_, line_);
+    if (req_ != nullptr) qcril_free_adv(req_, func_, line_);
   }
 
   Request(const Request &) = delete;

@@ -25,6 +25,7 @@
 #include "cci_internal.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
+#include "qmux_link.h"
 
 namespace {
 
@@ -545,7 +546,9 @@ class Core final : public qmi_host::ClientSink {
   int SelectLocked(const std::string &choice) {
     const bool inproc = choice == "inproc";
     const bool qmux = choice.compare(0, 5, "qmux:") == 0;
-    if (!inproc && ((!qmux && choice.compare(0, 5, "unix:") != 0) || choice.size() <= 5)) {
+    const bool proxy = choice.compare(0, 10, "qmi-proxy:") == 0;
+    if (proxy ? choice.size() <= 10
+              : !inproc && ((!qmux && choice.compare(0, 5, "unix:") != 0) || choice.size() <= 5)) {
       return QMI_CLIENT_PARAM_ERR;
     }
     if (transport_ != nullptr) transport_->Shutdown();
@@ -560,9 +563,10 @@ class Core final : public qmi_host::ClientSink {
     }
     int rc = QMI_NO_ERR;
     std::unique_ptr<qmi_cci::Transport> next =
-        inproc ? qmi_cci::MakeInprocTransport(this)
-        : qmux ? qmi_cci::MakeQmuxTransport(this, choice.substr(5), &rc)
-               : qmi_cci::MakeSocketTransport(this, choice.substr(5), &rc);
+        inproc  ? qmi_cci::MakeInprocTransport(this)
+        : proxy ? qmi_cci::MakeQmiProxyTransport(this, choice.substr(10), &rc)
+        : qmux  ? qmi_cci::MakeQmuxTransport(this, choice.substr(5), &rc)
+                : qmi_cci::MakeSocketTransport(this, choice.substr(5), &rc);
     {
       std::lock_guard<std::mutex> lock(mu_);  // Init compares against it under mu_
       transport_ = next.get();

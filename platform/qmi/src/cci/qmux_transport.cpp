@@ -25,6 +25,7 @@
 #include "cci_internal.h"
 #include "qmi_client.h"
 #include "qmux_frame.h"
+#include "qmux_link.h"
 
 namespace qmi_cci {
 namespace {
@@ -64,8 +65,8 @@ void ReleaseAtExit();
 
 class QmuxTransport final : public Transport {
  public:
-  QmuxTransport(qmi_host::ClientSink *sink, std::string path)
-      : sink_(sink), path_(std::move(path)) {}
+  QmuxTransport(qmi_host::ClientSink *sink, std::unique_ptr<QmuxLink> link)
+      : sink_(sink), link_(std::move(link)) {}
 
   // Starts the reader and waits until the device listed its services (or could not be used).
   bool Start() {
@@ -79,7 +80,10 @@ class QmuxTransport final : public Transport {
     reader_ = std::thread([this] { ReaderLoop(); });
     std::unique_lock<std::mutex> lock(mu_);
     cv_.wait_for(lock, kReplyWait, [&] { return first_attempt_done_; });
-    return ready_;
+    const bool opened = fd_ >= 0, ready = ready_;
+    lock.unlock();
+    if (opened && !ready) link_->Unanswered();
+    return ready;
   }
 
   int Open(uint32_t service_id, uint32_t /*instance*/, uint32_t *client) override {
@@ -222,23 +226,12 @@ class QmuxTransport final : public Transport {
     }
     size_t done = 0;
     while (fd >= 0 && done < bytes.size()) {
-      const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+      const ssize_t n = link_->Write(fd, bytes.data() + done, bytes.size() - done);
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) return false;
       done += static_cast<size_t>(n);
     }
     return fd >= 0;
-  }
-
-  int OpenDevice() {
-    const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios tio;
-    if (fd >= 0 && isatty(fd) && tcgetattr(fd, &tio) == 0) {
-      cfmakeraw(&tio);
-      tcsetattr(fd, TCSANOW, &tio);
-      tcflush(fd, TCIFLUSH);  // whatever an earlier user left unread is not ours
-    }
-    return fd;
   }
 
   void AskVersions() {
@@ -257,7 +250,7 @@ class QmuxTransport final : public Transport {
 
   void ReaderLoop() {
     for (;;) {
-      const int fd = OpenDevice();
+      const int fd = link_->Open(wake_[0]);
       {
         std::unique_lock<std::mutex> lock(mu_);
         if (stop_) {
@@ -273,6 +266,13 @@ class QmuxTransport final : public Transport {
         }
       }
       ReadFrames(fd);
+      bool stopping;
+      {
+        std::lock_guard<std::mutex> lock(mu_);
+        stopping = stop_;
+      }
+      if (stopping && link_->ReleaseOnClose()) ReleaseWithoutWaiting();
+      if (!stopping) link_->Lost();
       sink_.DropAll();
       std::set<uint32_t> lost;
       {
@@ -420,7 +420,7 @@ class QmuxTransport final : public Transport {
   }
 
   TrackingSink sink_;
-  const std::string path_;
+  const std::unique_ptr<QmuxLink> link_;
   const bool trace_ = Tracing();
   int wake_[2] = {-1, -1};
   std::thread reader_;
@@ -446,13 +446,37 @@ void ReleaseAtExit() {
   for (QmuxTransport *t : LiveTransports().transports) t->ReleaseWithoutWaiting();
 }
 
+// A character device (or a pseudo-terminal serving QMUX), opened as it is.
+class DeviceLink final : public QmuxLink {
+ public:
+  explicit DeviceLink(std::string path) : path_(std::move(path)) {}
+  int Open(int /*wake*/) override {
+    const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios tio;
+    if (fd >= 0 && isatty(fd) && tcgetattr(fd, &tio) == 0) {
+      cfmakeraw(&tio);
+      tcsetattr(fd, TCSANOW, &tio);
+      tcflush(fd, TCIFLUSH);  // whatever an earlier user left unread is not ours
+    }
+    return fd;
+  }
+
+ private:
+  const std::string path_;
+};
+
 }  // namespace
+
+std::unique_ptr<Transport> MakeQmuxTransport(qmi_host::ClientSink *sink,
+                                             std::unique_ptr<QmuxLink> link, int *error) {
+  auto transport = std::make_unique<QmuxTransport>(sink, std::move(link));
+  *error = transport->Start() ? QMI_NO_ERR : QMI_CLIENT_TRANSPORT_ERR;
+  return transport;
+}
 
 std::unique_ptr<Transport> MakeQmuxTransport(qmi_host::ClientSink *sink, const std::string &path,
                                              int *error) {
-  auto transport = std::make_unique<QmuxTransport>(sink, path);
-  *error = transport->Start() ? QMI_NO_ERR : QMI_CLIENT_TRANSPORT_ERR;
-  return transport;
+  return MakeQmuxTransport(sink, std::make_unique<DeviceLink>(path), error);
 }
 
 }  // namespace qmi_cci
