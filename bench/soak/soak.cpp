@@ -14,6 +14,7 @@
 //
 // Exit status: 0 every check passed, 1 a check failed, 2 bad arguments or the set-up failed.
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -1001,6 +1002,9 @@ int main(int argc, char **argv) {
     }
   }
   bool made_dir = false;
+  if (!o.dir.empty() && mkdir(o.dir.c_str(), 0700) != 0 && errno != EEXIST) {
+    return Usage(("cannot make " + o.dir).c_str());
+  }
   if (o.dir.empty()) {
     char tmpl[] = "/tmp/tarvik-soak-XXXXXX";
     if (mkdtemp(tmpl) == nullptr) return Usage("cannot make a directory in /tmp");
