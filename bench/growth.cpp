@@ -42,19 +42,7 @@ std::unique_ptr<modemsim::Modem> g_modem;
 // ---- blacklist ------------------------------------------------------------------------------
 
 std::vector<uint8_t> Blacklist(uint32_t mode, const std::vector<std::string> &fields) {
-  std::vector<uint8_t> out;
-  auto word = [&out](uint32_t v) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
-  };
-  auto text = [&](const std::string &s) {
-    word(static_cast<uint32_t>(s.size()));
-    out.insert(out.end(), s.begin(), s.end());
-  };
-  word(mode);
-  text("rmnet_data0");
-  word(static_cast<uint32_t>(fields.size()));
-  for (const auto &f : fields) text(f);
-  return out;
+  return tarvik_bench::BlacklistCommand(mode, "rmnet_data0", fields);
 }
 
 int Run(const std::vector<uint8_t> &cmd) {

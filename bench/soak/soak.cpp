@@ -38,6 +38,7 @@
 #include <thread>
 #include <vector>
 
+#include "../bench_modem.h"
 #include "modemsim/socket_server.h"
 #include "qcril_alloc_host.h"
 #include "qmi_client.h"
@@ -305,6 +306,15 @@ class Worker {
   struct Written {
     std::vector<uint8_t> acked;
     std::vector<std::vector<uint8_t>> unacked;
+    bool empty() const { return acked.empty() && unacked.empty(); }
+    void Wrote(std::vector<uint8_t> v, int status) {
+      if (status == 0) {
+        acked = std::move(v);
+        unacked.clear();
+      } else {
+        unacked.push_back(std::move(v));
+      }
+    }
     bool Check(const std::vector<uint8_t> &got) {
       if (got == acked) return true;
       for (const auto &u : unacked) {
@@ -326,59 +336,49 @@ class Worker {
     lost_.push_back(line);
   }
 
+  void ReadBack(const char *what, Written *w, std::vector<uint8_t> got, uint32_t len, int status) {
+    if (status != 0) return;
+    got.resize(len);
+    if (!w->Check(got)) Lost(what, *w, got);
+  }
+
   void Call(Kind k) {
     int64_t t0 = NowNs();
     switch (k) {
       case kNvWrite: {
-        const auto v = Random(1, 64);
+        auto v = Random(1, 64);
         const int s =
             tarvik_nv_write_ex(instance_, nv_item_, v.data(), static_cast<uint32_t>(v.size()));
         Record(k, t0, s);
-        if (s == 0) {
-          nv_.acked = v;
-          nv_.unacked.clear();
-        } else {
-          nv_.unacked.push_back(v);
-        }
+        nv_.Wrote(std::move(v), s);
         break;
       }
       case kNvRead: {
-        if (nv_.acked.empty() && nv_.unacked.empty()) break;
+        if (nv_.empty()) break;
         std::vector<uint8_t> buf(424);
         uint32_t len = static_cast<uint32_t>(buf.size());
         const int s = tarvik_nv_read(instance_, nv_item_, buf.data(), &len);
         Record(k, t0, s);
-        if (s == 0) {
-          buf.resize(len);
-          if (!nv_.Check(buf)) Lost("nv item", nv_, buf);
-        }
+        ReadBack("nv item", &nv_, std::move(buf), len, s);
         break;
       }
       case kEfsWrite: {
-        const auto v = Random(1, 1500);
+        auto v = Random(1, 1500);
         const int s =
             tarvik_efs_write(instance_, efs_path_, static_cast<uint32_t>(strlen(efs_path_)),
                              v.data(), static_cast<uint32_t>(v.size()));
         Record(k, t0, s);
-        if (s == 0) {
-          efs_.acked = v;
-          efs_.unacked.clear();
-        } else {
-          efs_.unacked.push_back(v);
-        }
+        efs_.Wrote(std::move(v), s);
         break;
       }
       case kEfsRead: {
-        if (efs_.acked.empty() && efs_.unacked.empty()) break;
+        if (efs_.empty()) break;
         std::vector<uint8_t> buf(4096);
         uint32_t len = static_cast<uint32_t>(buf.size());
         const int s = tarvik_efs_read(instance_, efs_path_,
                                       static_cast<uint32_t>(strlen(efs_path_)), buf.data(), &len);
         Record(k, t0, s);
-        if (s == 0) {
-          buf.resize(len);
-          if (!efs_.Check(buf)) Lost("modem file", efs_, buf);
-        }
+        ReadBack("modem file", &efs_, std::move(buf), len, s);
         break;
       }
       case kUimOpen: {
@@ -459,19 +459,7 @@ class Worker {
   }
 
   std::vector<uint8_t> Blacklist(uint32_t mode, const std::vector<std::string> &fields) {
-    std::vector<uint8_t> out;
-    auto word = [&out](uint32_t v) {
-      for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
-    };
-    auto text = [&](const std::string &s) {
-      word(static_cast<uint32_t>(s.size()));
-      out.insert(out.end(), s.begin(), s.end());
-    };
-    word(mode);
-    text(device_);
-    word(static_cast<uint32_t>(fields.size()));
-    for (const auto &f : fields) text(f);
-    return out;
+    return tarvik_bench::BlacklistCommand(mode, device_, fields);
   }
 
   // After the last fault: what this process wrote is still there.
