@@ -4,14 +4,16 @@
 // the extend client, 2: control command words separated by NUL, 3: a QMI message for the data
 // filter client). Whatever comes in, the modem
 // must not read or write out of bounds, and everything it sends back must carry a well-formed
-// QMI header answering the request's message id. What one input can ask of the modem is bounded
-// (the echo service refuses more than kMaxNotify indications, the store operations do not wait),
-// so the target runs thousands of inputs a second; CI replays the corpus with a per-input time
-// limit, so a stall fails.
+// QMI header answering the request's message id. A trace follows it all: every entry renders,
+// as text and as one JSON object, whatever the bytes were. What one input can ask of the modem is
+// bounded (the echo service refuses more than kMaxNotify indications, the store operations do not
+// wait), so the target runs thousands of inputs a second; CI replays the corpus with a per-input
+// time limit, so a stall fails.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,7 @@
 #include "modemsim/control.h"
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
+#include "modemsim/trace.h"
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "tarvik_extend_qmi_v01.h"
@@ -53,6 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   modemsim::features::NvEfsOf(*modem)->SetStoreDelays(0, 0, 0);
   CheckingSink sink;
   modem->Attach(&sink);
+  modemsim::TraceReader reader({});
+  modem->AddTraceReader(&reader);
   uint32_t clients[4] = {0, 0, 0, 0};
   modem->Open(&sink, modemsim::echo::kServiceId, QMI_CLIENT_INSTANCE_ANY, &clients[0]);
   modem->Open(&sink, TARVIK_EXTEND_QMI_SERVICE_ID_V01, QMI_CLIENT_INSTANCE_ANY, &clients[1]);
@@ -83,5 +88,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
   }
   modem->Detach(&sink);
+  modem->RemoveTraceReader(&reader);
+  std::vector<qmi_trace::Entry> entries;
+  uint64_t dropped = 0;
+  reader.Take(&entries, &dropped, std::chrono::milliseconds(0));
+  for (const qmi_trace::Entry &e : entries) {
+    const std::string json = qmi_trace::Json(e);
+    Check(json.front() == '{' && json.back() == '}' && json.find('\n') == std::string::npos);
+    Check(!qmi_trace::Text(e).empty());
+  }
   return 0;
 }

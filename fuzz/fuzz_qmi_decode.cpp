@@ -1,7 +1,8 @@
 // Drives the QMI decoder with arbitrary bytes through tables holding every element kind. The
 // first byte picks the table, the rest is the TLV area. Whatever decodes must re-encode within
 // the table's largest length and decode again to the same record; whatever is refused must
-// leave the record zeroed.
+// leave the record zeroed. A trace of the same bytes (each TLV decoded on its own, read back by
+// the table) marks a TLV exactly when the decoder refuses the area for a TLV's sake.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -11,6 +12,7 @@
 
 #include "codec_tables.h"
 #include "fuzz_check.h"
+#include "qmi_trace.h"
 
 namespace {
 
@@ -29,6 +31,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   memset(rec.get(), 0xA5, t.record_size);
 
   const int32_t rc = qmi_idl_decode_elems(t.ei, wire.get(), wire_len, rec.get(), t.record_size);
+  const typed_fields::Value tlvs =
+      qmi_trace::DescribeTlvs(t.ei, t.record_size, wire.get(), wire_len);
+  size_t marked = 0;
+  for (const auto &tlv : tlvs.rows()) {
+    for (const auto &f : tlv) marked += f.key == "error";
+  }
+  Check((marked == 0) == (rc == QMI_IDL_LIB_NO_ERR || rc == QMI_IDL_LIB_MISSING_TLV));
+  Check(typed_fields::RenderText({{"", "%s", tlvs}}).empty() == (wire_len == 0));
+  Check(tlvs.Json().size() >= 2);
   if (rc != QMI_IDL_LIB_NO_ERR) {
     for (uint32_t i = 0; i < t.record_size; ++i) Check(rec[i] == 0);
     return 0;

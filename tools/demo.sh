@@ -100,8 +100,16 @@ step "${modem[@]}" sim card purge failed 50
 fails "${modem[@]}" uim purge 1
 
 # Five-tuple blacklist filters: a run's filters go with its clients; the modem keeps the filter
-# mode per data path between runs.
+# mode per data path between runs. A trace of the data filter service shows what the first enter
+# sent and what the modem answered.
+printf '\n$ tarvik-qmi %s sim trace 0x30 --for 1 &   # what the next run exchanges\n' \
+  "${modem[*]}"
+"$bin/tarvik-qmi" "${modem[@]}" sim trace 0x30 --for 1 > "$demo/trace.txt" &
+tracer=$!
+for _ in $(seq 100); do grep -q tracing "$demo/trace.txt" && break; sleep 0.05; done
 step "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 1000 443 ipv6 udp 2001:db8::1 2001:db8::2 53 5353
+wait "$tracer"
+awk '/^[0-9]/ { show = /add_filters/ } show' "$demo/trace.txt"  # the add-filters entries
 fails "${modem[@]}" dfs enter rmnet_data0 IPV4 TCP 10.0.0.1 10.0.0.2 80x 443
 step "${modem[@]}" dfs mode rmnet_data0 4
 step "${modem[@]}" sim status

@@ -1,16 +1,50 @@
 // The simulated modem's core: service registry, dispatch, recording, faults, indications.
 //
-// Lock order: a service's state mutex, then sinks_mu_, then mu_. mu_ is innermost: nothing else
-// is taken while it is held, and no sink or hook is called under it.
+// Lock order: a service's state mutex, then sinks_mu_, then mu_, then trace_mu_. Nothing but
+// trace_mu_ (which guards only the trace's readers) is taken while mu_ is held, and no sink or
+// hook is called under it.
 #include "modemsim/modem.h"
 
+#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
+#include <string>
+
+#include "modemsim/trace.h"
 
 namespace modemsim {
 
 namespace wire = qmi_host::wire;
+
+namespace {
+
+qmi_trace::Entry MessageEntry(const Service &service, uint32_t client, bool received,
+                              qmi_idl_type_of_message_type type, uint16_t txn, uint16_t msg_id,
+                              const uint8_t *tlvs, size_t len) {
+  return qmi_trace::MessageEntry(service.object(), service.id(), client, received, type, msg_id,
+                                 txn, tlvs, len);
+}
+
+// What a fault does to the request it takes.
+std::string FaultNote(const Fault &f) {
+  switch (f.kind) {
+    case Fault::kNoAnswer:
+      return "fault: never answered";
+    case Fault::kDelay:
+      return "fault: answered after " + std::to_string(f.delay_ms) + " ms";
+    case Fault::kResult: {
+      char code[8];
+      snprintf(code, sizeof(code), "0x%04X", static_cast<unsigned>(f.error) & 0xFFFF);
+      return std::string("fault: refused with QMI error ") + code;
+    }
+    case Fault::kTransportError:
+      return "fault: fails in transport with " + std::to_string(f.error);
+  }
+  return "fault";
+}
+
+}  // namespace
 
 void Call::SetResult(uint16_t result, uint16_t error) const {
   if (response_len >= sizeof(QmiResult)) {
@@ -178,6 +212,13 @@ int Modem::Deliver(uint32_t client, const uint8_t *msg, size_t len) {
   auto it = clients_.find(client);
   if (it == clients_.end()) return QMI_SERVICE_ERR;
   task.fault_set = TakeFault(it->second.service_id, hdr.msg_id, &task.fault);
+  if (tracing()) {
+    qmi_trace::Entry e =
+        MessageEntry(*services_[it->second.service_id], client, true, QMI_IDL_REQUEST, hdr.txn,
+                     hdr.msg_id, msg + wire::kQmiHeaderLen, hdr.len);
+    if (task.fault_set) e.note = FaultNote(task.fault);
+    Trace(e);
+  }
   const bool delayed = task.fault_set && task.fault.kind == Fault::kDelay;
   if (delayed || answer_on_worker_) {
     const uint32_t delay_ms = delayed ? task.fault.delay_ms : 0;
@@ -384,7 +425,45 @@ void Modem::Answer(uint32_t client, uint8_t type, uint16_t txn, uint16_t msg_id,
   if (len > 0) memcpy(msg.data() + wire::kQmiHeaderLen, tlvs, len);
   std::lock_guard<std::mutex> sinks(sinks_mu_);
   qmi_host::ClientSink *sink = SinkOf(client);
-  if (sink != nullptr) sink->OnMessage(client, msg.data(), msg.size());
+  if (sink == nullptr) return;
+  if (tracing()) TraceSent(client, QMI_IDL_RESPONSE, txn, msg_id, tlvs, len);
+  sink->OnMessage(client, msg.data(), msg.size());
+}
+
+void Modem::TraceSent(uint32_t client, qmi_idl_type_of_message_type type, uint16_t txn,
+                      uint16_t msg_id, const uint8_t *tlvs, size_t len) {
+  std::lock_guard<std::mutex> lock(mu_);
+  auto c = clients_.find(client);
+  if (c == clients_.end()) return;
+  Trace(
+      MessageEntry(*services_[c->second.service_id], client, false, type, txn, msg_id, tlvs, len));
+}
+
+void Modem::TraceService(const Service &service, bool up) {
+  qmi_trace::Entry e;
+  e.kind = up ? qmi_trace::Entry::Kind::kServiceUp : qmi_trace::Entry::Kind::kServiceDown;
+  e.time_us = qmi_trace::Now();
+  e.service_id = service.id();
+  e.service = service.object();
+  Trace(e);
+}
+
+void Modem::AddTraceReader(TraceReader *reader) {
+  std::lock_guard<std::mutex> lock(trace_mu_);
+  trace_readers_.push_back(reader);
+  tracing_.store(true, std::memory_order_relaxed);
+}
+
+void Modem::RemoveTraceReader(TraceReader *reader) {
+  std::lock_guard<std::mutex> lock(trace_mu_);
+  trace_readers_.erase(std::remove(trace_readers_.begin(), trace_readers_.end(), reader),
+                       trace_readers_.end());
+  tracing_.store(!trace_readers_.empty(), std::memory_order_relaxed);
+}
+
+void Modem::Trace(const qmi_trace::Entry &entry) {
+  std::lock_guard<std::mutex> lock(trace_mu_);
+  for (TraceReader *reader : trace_readers_) reader->Offer(entry);
 }
 
 qmi_host::ClientSink *Modem::SinkOf(uint32_t client) const {
@@ -454,6 +533,7 @@ int Modem::TakeDown(uint32_t service_id, bool cancel_queued) {
     service->up_ = false;
   }
   DropClientsOf(*service);
+  if (tracing()) TraceService(*service, false);
   std::lock_guard<std::mutex> sinks(sinks_mu_);
   for (auto *sink : sinks_) sink->OnServiceDown(service_id, service->instance_);
   return QMI_NO_ERR;
@@ -501,6 +581,7 @@ void Modem::BringUp(uint32_t service_id, const uint64_t *epoch) {
     if (epoch != nullptr && *epoch != it->second->down_epoch_) return;  // taken away since
     it->second->up_ = true;
     instance = it->second->instance_;
+    if (tracing()) TraceService(*it->second, true);
   }
   std::lock_guard<std::mutex> sinks(sinks_mu_);
   for (auto *sink : sinks_) sink->OnServiceUp(service_id, instance);
@@ -516,17 +597,24 @@ int Modem::PushRawIndication(uint32_t service_id, uint16_t msg_id, const uint8_t
   if (len > 0) memcpy(msg.data() + wire::kQmiHeaderLen, tlvs, len);
   std::lock_guard<std::mutex> sinks(sinks_mu_);
   std::vector<std::pair<uint32_t, qmi_host::ClientSink *>> targets;
+  const Service *service = nullptr;
   {
     std::lock_guard<std::mutex> lock(mu_);
     auto s = services_.find(service_id);
     if (s == services_.end() || !s->second->up_) return QMI_SERVICE_ERR;
+    service = s->second.get();
     for (auto &c : clients_) {
       if (c.second.service_id == service_id && (client == kAllClients || client == c.first)) {
         targets.push_back({c.first, c.second.sink});
       }
     }
   }
-  for (auto &t : targets) t.second->OnMessage(t.first, msg.data(), msg.size());
+  for (auto &t : targets) {
+    if (tracing()) {
+      Trace(MessageEntry(*service, t.first, false, QMI_IDL_INDICATION, 0, msg_id, tlvs, len));
+    }
+    t.second->OnMessage(t.first, msg.data(), msg.size());
+  }
   return (int)targets.size();
 }
 

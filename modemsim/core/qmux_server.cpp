@@ -46,6 +46,14 @@ qmux::Frame ControlFrame(qmux::Kind kind, uint16_t txn, uint16_t msg_id,
   return f;
 }
 
+// A control-service frame as a trace entry of the modem (`received`: from the control point).
+void TraceControl(Modem &modem, const qmux::Frame &f, bool received) {
+  if (!modem.tracing()) return;
+  modem.Trace(qmi_trace::MessageEntry(qmi_trace::ControlService(), qmux::kControlService, f.client,
+                                      received, qmux::MessageType(f.kind), f.msg_id, f.txn, f.tlv,
+                                      f.tlv_len));
+}
+
 // Clears `path` for the link: nothing there, or a link into /dev/pts/ (removed).
 bool ClaimLink(const std::string &path, std::string *error) {
   struct stat st;
@@ -167,6 +175,7 @@ void QmuxServer::ReadLoop() {
 }
 
 void QmuxServer::HandleControl(const qmux::Frame &request) {
+  TraceControl(modem_, request, true);
   std::vector<uint8_t> tlvs;
   uint16_t error = 0;
   const uint8_t *v = nullptr;
@@ -266,7 +275,10 @@ void QmuxServer::HandleControl(const qmux::Frame &request) {
       break;
   }
   AppendResult(&tlvs, error);
-  Write(ControlFrame(qmux::Kind::kResponse, request.txn, request.msg_id, tlvs));
+  const qmux::Frame response =
+      ControlFrame(qmux::Kind::kResponse, request.txn, request.msg_id, tlvs);
+  TraceControl(modem_, response, false);
+  Write(response);
 }
 
 void QmuxServer::HandleService(const qmux::Frame &request) {
@@ -304,7 +316,10 @@ void QmuxServer::OnServiceDown(uint32_t service_id, uint32_t) {
     const uint8_t value[2] = {id.first, id.second};
     std::vector<uint8_t> tlvs;
     qmux::AppendTlv(&tlvs, 0x01, value, sizeof(value));
-    Write(ControlFrame(qmux::Kind::kIndication, 0, qmux::kCtlRevokeClientId, tlvs));
+    const qmux::Frame revoked =
+        ControlFrame(qmux::Kind::kIndication, 0, qmux::kCtlRevokeClientId, tlvs);
+    TraceControl(modem_, revoked, false);
+    Write(revoked);
   }
 }
 

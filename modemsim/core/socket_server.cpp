@@ -10,7 +10,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <set>
+#include <string>
+
 #include "modemsim/control.h"
+#include "modemsim/trace.h"
 
 namespace modemsim {
 
@@ -28,6 +34,10 @@ bool FillAddress(const std::string &path, sockaddr_un *addr) {
   memcpy(addr->sun_path, path.c_str(), path.size() + 1);
   return true;
 }
+
+// A trace entry longer than this goes in several frames (kTraceLine with arg 1: more follows).
+constexpr size_t kTraceChunk = 32768;
+constexpr auto kTraceWait = std::chrono::milliseconds(100);
 
 std::vector<std::string> SplitWords(const uint8_t *p, size_t len) {
   std::vector<std::string> words;
@@ -91,6 +101,11 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
       if (!wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) continue;
       const uint8_t *payload = buf.data() + wire::kFrameHeaderLen;
       const size_t payload_len = (size_t)n - wire::kFrameHeaderLen;
+      if (h.op == wire::kTrace) {
+        // The connection follows the trace until its reader hangs up, then it is done.
+        FollowTrace(SplitWords(payload, payload_len));
+        break;
+      }
       switch (h.op) {
         case wire::kHello:
           if (!attached) {
@@ -133,6 +148,62 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
     }
     if (attached) modem_.Detach(this);
     finished_ = true;
+  }
+
+  // Answers a trace request, then streams what the modem does until the reader hangs up (or the
+  // server stops: its socket is shut down).
+  void FollowTrace(const std::vector<std::string> &words) {
+    const bool json = !words.empty() && words[0] == "--json";
+    const Words w(words.begin() + (json ? 1 : 0), words.end());
+    ControlReply reply(json);
+    std::set<uint32_t> services;
+    const int status =
+        !w.empty() && w[0] == "trace" ? TraceRequest(modem_, w, reply, &services) : reply.Usage();
+    std::string out = reply.out();
+    if (status == 2 && !json) out += "usage: " + ControlUsage(words) + "\n";
+    // Following before the answer: whatever the modem does once the reader has it is traced.
+    TraceReader reader(services);
+    if (status == 0) modem_.AddTraceReader(&reader);
+    Send({wire::kControlReply, 0, (uint32_t)status, 0},
+         reinterpret_cast<const uint8_t *>(out.data()), out.size());
+    if (status != 0) return;
+    std::vector<qmi_trace::Entry> entries;
+    uint64_t dropped = 0;
+    bool open = true;
+    while (open && !HungUp()) {
+      reader.Take(&entries, &dropped, kTraceWait);
+      if (dropped != 0) {
+        qmi_trace::Entry e;
+        e.kind = qmi_trace::Entry::Kind::kDropped;
+        e.time_us = qmi_trace::Now();
+        e.count = dropped;
+        e.note = "the reader fell behind";
+        entries.push_back(std::move(e));
+      }
+      for (size_t i = 0; open && i < entries.size(); ++i) {
+        open = SendEntry(json ? qmi_trace::Json(entries[i]) : qmi_trace::Text(entries[i]));
+      }
+    }
+    modem_.RemoveTraceReader(&reader);
+  }
+
+  bool SendEntry(const std::string &text) {
+    const auto *p = reinterpret_cast<const uint8_t *>(text.data());
+    size_t at = 0;
+    do {
+      const size_t n = std::min(kTraceChunk, text.size() - at);
+      const uint32_t more = at + n < text.size() ? 1 : 0;
+      std::lock_guard<std::mutex> lock(write_mu_);
+      if (!wire::SendFrame(fd_, {wire::kTraceLine, 0, more, 0}, p + at, n)) return false;
+      at += n;
+    } while (at < text.size());
+    return true;
+  }
+
+  // A trace's reader sends nothing after its request: readable means it hung up.
+  bool HungUp() const {
+    pollfd p = {fd_, POLLIN, 0};
+    return poll(&p, 1, 0) != 0;
   }
 
   Modem &modem_;
@@ -254,8 +325,10 @@ void SocketServer::AcceptLoop() {
   }
 }
 
-int SendControlCommand(const std::string &path, const std::vector<std::string> &words,
-                       std::string *out) {
+namespace {
+
+// A connection to the daemon at `path`, or -1 (errno set).
+int ConnectTo(const std::string &path) {
   sockaddr_un addr;
   if (!FillAddress(path, &addr)) return -1;
   const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
@@ -266,26 +339,80 @@ int SendControlCommand(const std::string &path, const std::vector<std::string> &
     errno = saved;
     return -1;
   }
+  return fd;
+}
+
+bool SendWords(int fd, wire::Op op, const std::vector<std::string> &words) {
   std::string payload;
   for (const auto &w : words) payload += w + '\0';
-  int status = -1;
-  if (wire::SendFrame(fd, {wire::kControl, 0, 0, 0},
-                      reinterpret_cast<const uint8_t *>(payload.data()), payload.size())) {
-    std::vector<uint8_t> buf(wire::kMaxFrameLen);
-    for (;;) {
-      const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
-      if (n < 0 && errno == EINTR) continue;
-      wire::FrameHeader h;
-      if (n <= 0 || !wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) break;
-      if (h.op != wire::kControlReply) continue;
-      out->assign(reinterpret_cast<const char *>(buf.data()) + wire::kFrameHeaderLen,
-                  (size_t)n - wire::kFrameHeaderLen);
-      status = (int)h.arg;
-      break;
-    }
+  return wire::SendFrame(fd, {op, 0, 0, 0}, reinterpret_cast<const uint8_t *>(payload.data()),
+                         payload.size());
+}
+
+// Waits for the next frame (up to timeout_ms, -1: for ever): its length, 0 for none in time,
+// -1 when the connection ended.
+ssize_t NextFrame(int fd, std::vector<uint8_t> *buf, int timeout_ms, wire::FrameHeader *h) {
+  for (;;) {
+    pollfd p = {fd, POLLIN, 0};
+    const int ready = poll(&p, 1, timeout_ms);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0) return 0;
+    const ssize_t n = ready < 0 ? -1 : recv(fd, buf->data(), buf->size(), 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0 || !wire::ParseFrameHeader(buf->data(), (size_t)n, h)) return -1;
+    return n;
   }
+}
+
+// The daemon's answer to a control command or a trace request: its exit status and text.
+int ControlReplyOf(int fd, std::vector<uint8_t> *buf, std::string *out) {
+  for (;;) {
+    wire::FrameHeader h;
+    const ssize_t n = NextFrame(fd, buf, -1, &h);
+    if (n <= 0) return -1;
+    if (h.op != wire::kControlReply) continue;
+    out->assign(reinterpret_cast<const char *>(buf->data()) + wire::kFrameHeaderLen,
+                (size_t)n - wire::kFrameHeaderLen);
+    return (int)h.arg;
+  }
+}
+
+}  // namespace
+
+int SendControlCommand(const std::string &path, const std::vector<std::string> &words,
+                       std::string *out) {
+  const int fd = ConnectTo(path);
+  if (fd < 0) return -1;
+  std::vector<uint8_t> buf(wire::kMaxFrameLen);
+  const int status = SendWords(fd, wire::kControl, words) ? ControlReplyOf(fd, &buf, out) : -1;
   close(fd);
   return status;
+}
+
+TraceFollower::~TraceFollower() {
+  if (fd_ >= 0) close(fd_);
+}
+
+int TraceFollower::Start(const std::string &path, const std::vector<std::string> &words,
+                         std::string *out) {
+  fd_ = ConnectTo(path);
+  if (fd_ < 0) return -1;
+  buf_.resize(wire::kFrameHeaderLen + kTraceChunk + wire::kMaxFrameLen);
+  return SendWords(fd_, wire::kTrace, words) ? ControlReplyOf(fd_, &buf_, out) : -1;
+}
+
+int TraceFollower::Next(std::string *entry, int timeout_ms) {
+  entry->clear();
+  for (;;) {
+    wire::FrameHeader h;
+    const ssize_t n = NextFrame(fd_, &buf_, entry->empty() ? timeout_ms : -1, &h);
+    if (n < 0) return -1;
+    if (n == 0) return 0;
+    if (h.op != wire::kTraceLine) continue;
+    entry->append(reinterpret_cast<const char *>(buf_.data()) + wire::kFrameHeaderLen,
+                  (size_t)n - wire::kFrameHeaderLen);
+    if (h.arg == 0) return 1;
+  }
 }
 
 }  // namespace modemsim

@@ -3,7 +3,6 @@
 
 #include <ctype.h>
 #include <errno.h>
-#include <stdio.h>
 #include <stdlib.h>
 
 namespace modemsim {
@@ -39,36 +38,6 @@ bool ParseHex(const std::string &word, std::vector<uint8_t> *out, std::string *w
     out->push_back(static_cast<uint8_t>(strtoul(word.substr(i, 2).c_str(), nullptr, 16)));
   }
   return true;
-}
-
-std::string HexOf(const void *data, size_t len, bool upper) {
-  const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-  const auto *p = static_cast<const uint8_t *>(data);
-  std::string out;
-  out.reserve(len * 2);
-  for (size_t i = 0; i < len; ++i) {
-    out += digits[p[i] >> 4];
-    out += digits[p[i] & 0xF];
-  }
-  return out;
-}
-
-std::string JsonString(const std::string &text) {
-  std::string out = "\"";
-  for (const char ch : text) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += ch;
-    } else if (c < 0x20) {
-      char esc[8];
-      snprintf(esc, sizeof(esc), "\\u%04x", c);
-      out += esc;
-    } else {
-      out += ch;
-    }
-  }
-  return out + "\"";
 }
 
 }  // namespace modemsim

@@ -51,26 +51,13 @@ constexpr qmi_elem_info seq_ind_ei[] = {
     QMI_EI_END,
 };
 
-constexpr qmi_idl_message_table_entry requests[] = {
-    {kEcho, sizeof(EchoReq), qmi_ei_max_len(echo_req_ei), echo_req_ei},
-    {kNotify, sizeof(NotifyReq), qmi_ei_max_len(notify_req_ei), notify_req_ei},
+constexpr qmi_idl_req_resp_row kPairs[] = {
+    {kEcho, "echo", QMI_MSG(EchoReq, echo_req_ei), QMI_MSG(EchoResp, echo_resp_ei)},
+    {kNotify, "notify", QMI_MSG(NotifyReq, notify_req_ei), QMI_MSG(NotifyResp, notify_resp_ei)},
 };
-constexpr qmi_idl_message_table_entry responses[] = {
-    {kEcho, sizeof(EchoResp), qmi_ei_max_len(echo_resp_ei), echo_resp_ei},
-    {kNotify, sizeof(NotifyResp), qmi_ei_max_len(notify_resp_ei), notify_resp_ei},
-};
-constexpr qmi_idl_message_table_entry indications[] = {
-    {kSeqInd, sizeof(SeqInd), qmi_ei_max_len(seq_ind_ei), seq_ind_ei},
-};
-
-constexpr qmi_idl_service_object kObject = {6,
-                                            1,
-                                            0,
-                                            kServiceId,
-                                            qmi_ei_max_len(echo_resp_ei),
-                                            {2, 2, 1},
-                                            {requests, responses, indications},
-                                            nullptr};
+constexpr qmi_idl_ind_row kIndications[] = {{kSeqInd, "seq", QMI_MSG(SeqInd, seq_ind_ei)}};
+constexpr auto kTables = qmi_idl_tables_of(kPairs, kIndications);
+constexpr qmi_idl_service_object kObject = qmi_idl_service_of(kTables, 6, 1, 0, kServiceId, "echo");
 
 void HandleEcho(Call &call) {
   const EchoReq &req = call.Request<EchoReq>();

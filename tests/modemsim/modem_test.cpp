@@ -16,6 +16,7 @@
 #include "modemsim/control.h"
 #include "modemsim/echo_service.h"
 #include "modemsim/modem.h"
+#include "modemsim/trace.h"
 #include "qmi_client.h"
 #include "test_env.h"
 #include "wait_until.h"
@@ -161,6 +162,22 @@ TEST_F(ModemTest, FaultCountsAreConsumedPerMatchingRequest) {
   const std::string busy = "txn 7 error " + std::to_string(QMI_XPORT_BUSY_ERR);
   EXPECT_EQ((std::vector<std::string>{"up " + id_, busy, busy}), sink_.log());
   EXPECT_EQ(1u, sink_.WaitMessages(1).size());
+}
+
+// A trace reader that never reads keeps what fits and counts the rest; the modem answers on.
+TEST_F(ModemTest, ASlowTraceReaderLosesEntriesNotTheModem) {
+  modemsim::TraceReader reader({}, 2);
+  modem_.AddTraceReader(&reader);
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(QMI_NO_ERR, Deliver(client_, echo_));
+  EXPECT_EQ(10u, sink_.WaitMessages(10).size());
+  std::vector<qmi_trace::Entry> got;
+  uint64_t dropped = 0;
+  reader.Take(&got, &dropped, 0ms);
+  modem_.RemoveTraceReader(&reader);
+  ASSERT_EQ(2u, got.size());
+  EXPECT_EQ(18u, dropped);
+  EXPECT_TRUE(got[0].received && got[0].type == QMI_IDL_REQUEST);
+  EXPECT_TRUE(!got[1].received && got[1].type == QMI_IDL_RESPONSE && got[1].txn == 7);
 }
 
 TEST_F(ModemTest, RestartReportsDownThenUpAndDropsClients) {

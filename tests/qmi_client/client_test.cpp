@@ -28,7 +28,7 @@ using namespace std::chrono_literals;
 
 // A service without messages that no modem offers.
 const qmi_idl_service_object kOtherService = {
-    6, 1, 0, 0x0F0F, 0, {0, 0, 0}, {nullptr, nullptr, nullptr}, nullptr};
+    6, 1, 0, 0x0F0F, 0, {0, 0, 0}, {nullptr, nullptr, nullptr}, nullptr, nullptr};
 
 // What the callbacks saw, filled on the client library's thread.
 struct Observed {

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "codec_test_util.h"
+#include "qmi_trace.h"
 
 namespace {
 
@@ -161,6 +162,15 @@ TEST(CodecDecodeMalformed, RejectedWithTheCodeOfItsPath) {
     std::vector<uint8_t> rec(t.record_size, 0x5A), zeroed(t.record_size, 0);
     EXPECT_EQ(row.expected,
               qmi_idl_decode_elems(t.ei, wire.data(), wire_len, rec.data(), t.record_size));
+    // A trace marks the TLV the decoder refuses (a missing one is the message's fault).
+    const typed_fields::Value tlvs =
+        qmi_trace::DescribeTlvs(t.ei, t.record_size, wire.data(), wire.size());
+    size_t marked = 0;
+    for (const auto &tlv : tlvs.rows()) {
+      for (const auto &f : tlv) marked += f.key == "error";
+    }
+    EXPECT_EQ(row.expected == kOk || row.expected == kMissing, marked == 0)
+        << typed_fields::RenderText({{"", "%s", tlvs}});
     if (row.expected != kOk) {
       EXPECT_TRUE(codec_test::AllZero(rec.data(), t.record_size)) << "record not left zeroed";
       continue;
@@ -259,23 +269,27 @@ TEST(CodecEncodeRefused, ValuesAboveTheirMaxima) {
 // Tables the walkers refuse instead of following: the codec must not trust a table further
 // than it can check it.
 extern const qmi_elem_info kCyclicEi[];
-const qmi_elem_info kCyclicEi[] = {{QMI_STRUCT, NO_ARRAY, 0x01, 1, 4, 0, kCyclicEi}, QMI_EI_END};
-const qmi_elem_info kNoCountEi[] = {{QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr},
-                                    QMI_EI_END};
-const qmi_elem_info kWideCountEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 3, 0, nullptr},
-                                      {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr},
-                                      QMI_EI_END};
-const qmi_elem_info kNarrowCountEi[] = {
-    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr},
-    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 300, 1, 4, nullptr},
+const qmi_elem_info kCyclicEi[] = {{QMI_STRUCT, NO_ARRAY, 0x01, 1, 4, 0, kCyclicEi, nullptr},
+                                   QMI_EI_END};
+const qmi_elem_info kNoCountEi[] = {
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr, nullptr}, QMI_EI_END};
+const qmi_elem_info kWideCountEi[] = {
+    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 3, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 4, 1, 4, nullptr, nullptr},
     QMI_EI_END};
-const qmi_elem_info kSizeMismatchEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 2, 0, nullptr},
-                                         QMI_EI_END};
-const qmi_elem_info kCountLastEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr}, QMI_EI_END};
-const qmi_elem_info kSplitIdEi[] = {{QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr},
-                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr},
-                                    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 8, nullptr},
-                                    QMI_EI_END};
+const qmi_elem_info kNarrowCountEi[] = {
+    {QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_1_BYTE, VAR_LEN_ARRAY, 0x01, 300, 1, 4, nullptr, nullptr},
+    QMI_EI_END};
+const qmi_elem_info kSizeMismatchEi[] = {
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 2, 0, nullptr, nullptr}, QMI_EI_END};
+const qmi_elem_info kCountLastEi[] = {{QMI_DATA_LEN, NO_ARRAY, 0x01, 1, 1, 0, nullptr, nullptr},
+                                      QMI_EI_END};
+const qmi_elem_info kSplitIdEi[] = {
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 0, nullptr, nullptr},
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x02, 1, 4, 4, nullptr, nullptr},
+    {QMI_UNSIGNED_4_BYTE, NO_ARRAY, 0x01, 1, 4, 8, nullptr, nullptr},
+    QMI_EI_END};
 
 TEST(CodecBadTable, RefusedWithParameterError) {
   struct Row {

@@ -163,21 +163,21 @@ TEST(CodecRoundTrip, DecodedTextEndsAtFirstNul) {
 // Service objects: message look-up (also through a parent service), record size checks, empty
 // messages and the facts a client reads from the object.
 const qmi_idl_message_table_entry kParentInd[] = {
-    {0x30, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
+    {0x30, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi, nullptr},
 };
 const qmi_idl_service_object kParent = {
-    6, 1, 0, 0x42, 567, {0, 0, 1}, {nullptr, nullptr, kParentInd}, nullptr};
+    6, 1, 0, 0x42, 567, {0, 0, 1}, {nullptr, nullptr, kParentInd}, nullptr, nullptr};
 
 const qmi_idl_message_table_entry kReqs[] = {
-    {0x20, sizeof(Small), qmi_ei_max_len(kSmallEi), kSmallEi},
-    {0x21, 1, 0, nullptr},  // empty request
+    {0x20, sizeof(Small), qmi_ei_max_len(kSmallEi), kSmallEi, nullptr},
+    {0x21, 1, 0, nullptr, nullptr},  // empty request
 };
 const qmi_idl_message_table_entry kResps[] = {
-    {0x20, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
-    {0x21, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi},
+    {0x20, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi, nullptr},
+    {0x21, sizeof(Generic), qmi_ei_max_len(kGenericEi), kGenericEi, nullptr},
 };
 const qmi_idl_service_object kService = {
-    6, 1, 3, 0xFFE4, 567, {2, 2, 0}, {kReqs, kResps, nullptr}, &kParent};
+    6, 1, 3, 0xFFE4, 567, {2, 2, 0}, {kReqs, kResps, nullptr}, &kParent, nullptr};
 
 TEST(CodecService, MessagesFoundByTypeAndIdThroughTheParent) {
   const int32_t kOk = QMI_IDL_LIB_NO_ERR, kNotFound = QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND,

@@ -117,9 +117,11 @@ ToolRun RunTool(const std::string &args) {
   return run;
 }
 
-ModemDaemon::ModemDaemon() : socket_(ScratchDir() + "/modemd.sock") {
+ModemDaemon::ModemDaemon(bool qmux)
+    : socket_(ScratchDir() + "/modemd.sock"), qmux_(qmux ? ScratchDir() + "/modemd-qmi" : "") {
   std::vector<std::string> words = ProgramArgv("tarvik-modemd");
   words.insert(words.end(), {"--socket", socket_, "--state", ScratchDir() + "/modemd-state"});
+  if (qmux) words.insert(words.end(), {"--qmux", qmux_});
   std::vector<char *> argv;
   for (std::string &word : words) argv.push_back(word.data());
   argv.push_back(nullptr);

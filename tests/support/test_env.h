@@ -38,19 +38,22 @@ struct ToolRun {
 ToolRun RunTool(const std::string &args);
 
 // tarvik-modemd on a socket in the scratch directory, for the life of the object (stopped with
-// SIGTERM). `modem()` is the tool's option that reaches it: "--modem unix:PATH".
+// SIGTERM). `modem()` is the tool's option that reaches it: "--modem unix:PATH". With `qmux` it
+// also serves QMUX behind the link qmux_link().
 class ModemDaemon {
  public:
-  ModemDaemon();
+  explicit ModemDaemon(bool qmux = false);
   ~ModemDaemon();
   ModemDaemon(const ModemDaemon &) = delete;
   ModemDaemon &operator=(const ModemDaemon &) = delete;
   bool up() const { return pid_ > 0; }
   const std::string &socket() const { return socket_; }
   std::string modem() const { return "--modem unix:" + socket_; }
+  const std::string &qmux_link() const { return qmux_; }
 
  private:
   std::string socket_;
+  std::string qmux_;
   int pid_ = -1;
 };
 

@@ -12,6 +12,7 @@
 
 #include "modemsim/modem.h"
 #include "qmi_client_host.h"
+#include "qmi_trace.h"
 #include "tarvik_extend_api.h"
 #include "tarvik_extend_cmn.h"
 #include "tarvik_utils_cmn.h"
@@ -100,34 +101,6 @@ const Name kUim[] = {
     {-4, "purge failed or refused"},
 };
 
-// QMI error codes of the result TLV (the common ones).
-const Name kModem[] = {
-    {0x01, "malformed message"},
-    {0x02, "no memory"},
-    {0x03, "internal error"},
-    {0x04, "aborted"},
-    {0x05, "client ids exhausted"},
-    {0x07, "invalid client id"},
-    {0x09, "invalid handle"},
-    {0x11, "missing argument"},
-    {0x13, "argument too long"},
-    {0x16, "invalid transaction id"},
-    {0x17, "device in use"},
-    {0x1A, "no effect"},
-    {0x2E, "general error"},
-    {0x2F, "unknown error"},
-    {0x30, "invalid argument"},
-    {0x31, "invalid index"},
-    {0x32, "no entry"},
-    {0x33, "device storage full"},
-    {0x34, "device not ready"},
-    {0x35, "network not ready"},
-    {0x46, "invalid operation"},
-    {0x47, "invalid QMI command"},
-    {0x52, "access denied"},
-    {0x5E, "not supported"},
-};
-
 const Name kControl[] = {{1, "refused"}, {2, "usage"}};
 
 const Name kSensor[] = {
@@ -151,7 +124,7 @@ const char *Find(const Name (&names)[N], long code) {
 }
 
 std::string ModemName(long status) {
-  const char *name = Find(kModem, status);
+  const char *name = status > 0 ? qmi_trace::QmiErrorName(static_cast<unsigned>(status)) : nullptr;
   return name != nullptr ? name : "modem error";
 }
 

@@ -2,9 +2,9 @@
 // tool's embedded modem: words that inject faults, restart services, change module state and
 // show the status.
 //
-// The core's words (status, restart, absent, present, fault, clear, indicate) and every module's
-// are registered the same way, each with its usage: MODEMSIM_CONTROL_WORD("card", "SLOT ...",
-// Card). A word may be two words ("set restart-down-ms"): the longest registered match runs.
+// The core's words (status, restart, absent, present, fault, clear, indicate, trace) and every
+// module's are registered the same way, each with its usage: MODEMSIM_CONTROL_WORD("card", "SLOT
+// ...", Card). A word may be two words ("set restart-down-ms"): the longest registered match runs.
 // Handlers get every word (the first is the command) and answer through a ControlReply: typed
 // fields (modemsim/status.h) that the core renders as text and, after a first word "--json",
 // as one JSON object on one line ({"error":"..."} when refused).

@@ -13,6 +13,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -35,11 +36,13 @@
 #include "modemsim/status.h"
 #include "qmi_client_host.h"
 #include "qmi_idl_lib.h"
+#include "qmi_trace.h"
 
 namespace modemsim {
 
 class Modem;
 class Service;
+class TraceReader;
 
 // QMI error codes a handler or a fault puts in the result TLV 0x02.
 constexpr uint16_t kQmiErrNone = QMI_ERR_NONE_V01;
@@ -277,6 +280,16 @@ class Modem final : public qmi_host::Server {
   // The ids of the services the modem hosts; safe from a handler.
   std::vector<uint32_t> ServiceIds() const;
 
+  // --- trace (modemsim/trace.h) ---
+  // From AddTraceReader on, the reader is offered every message the modem receives and sends
+  // and its services going down and up; after RemoveTraceReader returns it is offered nothing.
+  void AddTraceReader(TraceReader *reader);
+  void RemoveTraceReader(TraceReader *reader);
+  // Whether anyone follows the trace: what each message checks first (one relaxed load).
+  bool tracing() const { return tracing_.load(std::memory_order_relaxed); }
+  // Offers an entry to the readers: the QMUX server's control traffic comes this way.
+  void Trace(const qmi_trace::Entry &entry);
+
   // qmi_host::Server
   void Attach(qmi_host::ClientSink *sink) override;
   void Detach(qmi_host::ClientSink *sink) override;
@@ -314,6 +327,10 @@ class Modem final : public qmi_host::Server {
   void BringUp(uint32_t service_id, const uint64_t *epoch = nullptr);
   int TakeDown(uint32_t service_id, bool cancel_queued);
   qmi_host::ClientSink *SinkOf(uint32_t client) const;
+  // A message the modem sends to `client` (mu_ not held), for the trace.
+  void TraceSent(uint32_t client, qmi_idl_type_of_message_type type, uint16_t txn, uint16_t msg_id,
+                 const uint8_t *tlvs, size_t len);
+  void TraceService(const Service &service, bool up);
   void DropClientsOf(Service &service);
 
   StateStore state_;
@@ -334,6 +351,10 @@ class Modem final : public qmi_host::Server {
   };
   std::map<uint32_t, Recording> received_;
   std::multimap<int, StatusFields> status_;  // under module_state_mu_
+
+  std::atomic<bool> tracing_{false};
+  std::mutex trace_mu_;  // trace_readers_; innermost of all
+  std::vector<TraceReader *> trace_readers_;
 
   std::mutex sinks_mu_;  // held while calling into a sink; before mu_
   std::set<qmi_host::ClientSink *> sinks_;

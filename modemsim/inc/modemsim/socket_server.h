@@ -1,8 +1,10 @@
 // Serves a modem over a SOCK_SEQPACKET Unix socket (the framing of qmi_host::wire): each
-// connection is a client sink of the modem; kControl frames run control commands. Used by
+// connection is a client sink of the modem; kControl frames run control commands; a kTrace
+// frame turns the connection into a stream of the modem's trace. Used by
 // tarvik-modemd and by tests of the socket transport.
 #pragma once
 
+#include <stdint.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -51,5 +53,26 @@ class SocketServer {
 // its exit status (output in *out), or -1 when the daemon cannot be reached (errno set).
 int SendControlCommand(const std::string &path, const std::vector<std::string> &words,
                        std::string *out);
+
+// Client side of a trace: follows the trace of the daemon at `path` (modemsim/trace.h).
+class TraceFollower {
+ public:
+  TraceFollower() = default;
+  ~TraceFollower();
+  TraceFollower(const TraceFollower &) = delete;
+  TraceFollower &operator=(const TraceFollower &) = delete;
+
+  // Asks for the trace `words` name ("trace [SERVICE...]", "--json" first for JSON entries).
+  // Returns the daemon's verdict as a control command's exit status (0: following; its text in
+  // *out), or -1 when the daemon cannot be reached (errno set).
+  int Start(const std::string &path, const std::vector<std::string> &words, std::string *out);
+  // The next entry, waiting up to `timeout_ms`: 1 with *entry, 0 when none came, -1 when the
+  // daemon ended the trace (it went away).
+  int Next(std::string *entry, int timeout_ms);
+
+ private:
+  int fd_ = -1;
+  std::vector<uint8_t> buf_;
+};
 
 }  // namespace modemsim

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "typed_fields.h"
+
 namespace modemsim {
 
 // Decimal or 0x-hex, the whole word, within [0, max]; no sign, no leading space.
@@ -16,10 +18,8 @@ bool ParseNumber(const std::string &word, unsigned long max, unsigned long *valu
 // Hex digits in pairs, or "-" for nothing. On failure *why (when given) says what is wrong.
 bool ParseHex(const std::string &word, std::vector<uint8_t> *out, std::string *why = nullptr);
 
-// Two hex digits per byte, lower case unless `upper`.
-std::string HexOf(const void *data, size_t len, bool upper = false);
-
-// `text` as a JSON string, quotes included (control characters as \u00XX).
-std::string JsonString(const std::string &text);
+// Hex bytes and JSON strings as the typed fields write them.
+using typed_fields::HexOf;
+using typed_fields::JsonString;
 
 }  // namespace modemsim

@@ -146,17 +146,20 @@ inline bool ParseQmiHeader(const uint8_t *msg, size_t len, QmiHeader *h) {
  * service up and kHelloDone, and from then on pushes kServiceUp / kServiceDown as they happen.
  */
 enum Op : uint8_t {
-  kHello = 1,        /* c->s */
-  kHelloDone = 2,    /* s->c */
-  kServiceUp = 3,    /* s->c: service, arg = instance */
-  kServiceDown = 4,  /* s->c: service, arg = instance */
-  kOpen = 5,         /* c->s: service, arg = instance, client = cookie */
-  kOpenResult = 6,   /* s->c: arg = status, client = cookie, payload u32 client id */
-  kClose = 7,        /* c->s: client */
-  kMessage = 8,      /* both: client, payload QMI header + TLVs */
-  kTxnError = 9,     /* s->c: client, arg = error, payload u16 txn */
-  kControl = 10,     /* c->s: payload = words separated by NUL (simulator control) */
-  kControlReply = 11 /* s->c: arg = exit status, payload = text */
+  kHello = 1,         /* c->s */
+  kHelloDone = 2,     /* s->c */
+  kServiceUp = 3,     /* s->c: service, arg = instance */
+  kServiceDown = 4,   /* s->c: service, arg = instance */
+  kOpen = 5,          /* c->s: service, arg = instance, client = cookie */
+  kOpenResult = 6,    /* s->c: arg = status, client = cookie, payload u32 client id */
+  kClose = 7,         /* c->s: client */
+  kMessage = 8,       /* both: client, payload QMI header + TLVs */
+  kTxnError = 9,      /* s->c: client, arg = error, payload u16 txn */
+  kControl = 10,      /* c->s: payload = words separated by NUL (simulator control) */
+  kControlReply = 11, /* s->c: arg = exit status, payload = text */
+  kTrace = 12,        /* c->s: payload as kControl ("trace" and its words); answered with a
+                         kControlReply, then from status 0 on one kTraceLine per entry */
+  kTraceLine = 13     /* s->c: payload = one trace entry, rendered */
 };
 
 constexpr size_t kFrameHeaderLen = 16;

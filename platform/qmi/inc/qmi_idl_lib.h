@@ -114,6 +114,7 @@ struct qmi_elem_info {
   uint32_t elem_size;                   /* bytes of one element in the C record */
   uint32_t offset;                      /* offset of the field in the C record */
   const struct qmi_elem_info *ei_array; /* table of a nested struct, else NULL */
+  const char *name;                     /* the record field's name (traces), or NULL */
 };
 
 /* One message of a service. `ei` is NULL for an empty message (no TLVs, 1-byte record). */
@@ -122,6 +123,7 @@ typedef struct {
   uint32_t c_struct_sz; /* size of the in-memory record */
   uint32_t max_msg_len; /* largest TLV area the message can encode to */
   const struct qmi_elem_info *ei;
+  const char *name; /* e.g. "rf_get_state" (traces), or NULL */
 } qmi_idl_message_table_entry;
 
 typedef struct qmi_idl_service_object {
@@ -133,6 +135,7 @@ typedef struct qmi_idl_service_object {
   uint16_t n_msgs[QMI_IDL_NUM_MSG_TYPES];
   const qmi_idl_message_table_entry *msgid_to_msg[QMI_IDL_NUM_MSG_TYPES];
   const struct qmi_idl_service_object *parent_service_obj;
+  const char *name; /* e.g. "sar" (traces), or NULL */
 } qmi_idl_service_object;
 
 typedef const struct qmi_idl_service_object *qmi_idl_service_object_type;
@@ -148,6 +151,11 @@ int32_t qmi_idl_get_message_c_struct_len(qmi_idl_service_object_type service,
 int32_t qmi_idl_get_max_message_len(qmi_idl_service_object_type service,
                                     qmi_idl_type_of_message_type type, uint16_t message_id,
                                     uint32_t *message_len);
+/* The table entry of a message (record size, largest length, table, name), found as the
+ * facts above are; the entry belongs to the service object. */
+int32_t qmi_idl_get_message_entry(qmi_idl_service_object_type service,
+                                  qmi_idl_type_of_message_type type, uint16_t message_id,
+                                  const qmi_idl_message_table_entry **entry);
 
 /*
  * Encodes the record `src` (src_len bytes, at least the message's record size) into the TLV
@@ -178,6 +186,16 @@ int32_t qmi_idl_encode_elems(const struct qmi_elem_info *ei, const void *src, ui
 int32_t qmi_idl_decode_elems(const struct qmi_elem_info *ei, const void *src, uint32_t src_len,
                              void *dst, uint32_t dst_len);
 
+/*
+ * Decodes one TLV of a message: `src` is the value (src_len bytes) of TLV `tlv_type`, checked
+ * and written into the record `dst` as the message decoder does it (the record is zeroed first
+ * and again on failure), without the message's own checks (other TLVs may be missing). For a
+ * tool that shows a message TLV by TLV, whatever the rest of it holds.
+ * QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV when the table has no TLV `tlv_type`.
+ */
+int32_t qmi_idl_decode_tlv(const struct qmi_elem_info *ei, uint8_t tlv_type, const void *src,
+                           uint32_t src_len, void *dst, uint32_t dst_len);
+
 /* Length of the largest TLV area the table can encode to (every optional TLV present, every
  * array and string at its maximum): the value a message's max_msg_len should hold. A NULL table
  * gives 0. QMI_IDL_LIB_PARAMETER_ERROR for a table the codec cannot walk. */
@@ -187,8 +205,9 @@ int32_t qmi_idl_max_elems_len(const struct qmi_elem_info *ei, uint32_t *max_len)
 } /* extern "C" */
 
 /*
- * Writing tables, one line per TLV. `St` is the record type, `f` a field of it. Scalar element
- * types follow the field's size; K is U (unsigned) or S (signed enum). The macros check at
+ * Writing tables, one line per TLV. `St` is the record type, `f` a field of it (its name goes
+ * into the table for traces). Scalar element types follow the field's size; K is U (unsigned)
+ * or S (signed enum). The macros check at
  * compile time what the record can check: scalar sizes, count fields of 4 bytes, count widths
  * of 1 or 2, maxima that fit the array field, 1-byte flags, string fields of maxlen + 1 bytes.
  *
@@ -355,11 +374,11 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 #define QMI_EI_KIND_(K) (#K[0])
 
 /* A scalar or fixed array of scalars. */
-#define QMI_EI_ELEM_(K, tlv, St, f)                                                           \
-  {                                                                                           \
-    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
-        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                  \
-        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr    \
+#define QMI_EI_ELEM_(K, tlv, St, f)                                                            \
+  {                                                                                            \
+    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value,  \
+        QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,                   \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr, #f \
   }
 #define QMI_EI_AT_(K, tlv, St, f, i)                                                          \
   {                                                                                           \
@@ -367,40 +386,40 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
         NO_ARRAY, (tlv), 1, (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type),                   \
         (uint32_t)(offsetof(St, f) + qmi_ei_detail::elem_index<(i), decltype(St::f)>::value * \
                                          sizeof(QMI_EI_FIELD_T_(St, f)::type)),               \
-        nullptr                                                                               \
+        nullptr, #f                                                                           \
   }
 #define QMI_EI_FLAG_(tlv, St, v)                                                                 \
   {                                                                                              \
     QMI_OPT_FLAG, NO_ARRAY, (tlv), 1, qmi_ei_detail::flag_field<sizeof(decltype(St::v))>::value, \
-        (uint32_t)offsetof(St, v), nullptr                                                       \
+        (uint32_t)offsetof(St, v), nullptr, #v                                                   \
   }
 #define QMI_EI_LEN_(width, tlv, St, n)                                     \
   {                                                                        \
     QMI_DATA_LEN, NO_ARRAY, (tlv), 1,                                      \
         qmi_ei_detail::len_width<(width), sizeof(decltype(St::n))>::value, \
-        (uint32_t)offsetof(St, n), nullptr                                 \
+        (uint32_t)offsetof(St, n), nullptr, #n                             \
   }
-#define QMI_EI_VAR_(K, max, tlv, St, f)                                                       \
-  {                                                                                           \
-    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
-        VAR_LEN_ARRAY, (tlv), qmi_ei_detail::var_max<(max), decltype(St::f)>::value,          \
-        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr    \
+#define QMI_EI_VAR_(K, max, tlv, St, f)                                                        \
+  {                                                                                            \
+    qmi_ei_detail::scalar_type<QMI_EI_KIND_(K), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value,  \
+        VAR_LEN_ARRAY, (tlv), qmi_ei_detail::var_max<(max), decltype(St::f)>::value,           \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), nullptr, #f \
   }
-#define QMI_EI_STRUCT_(tlv, St, f, ei)                                                  \
-  {                                                                                     \
-    QMI_STRUCT, QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,    \
-        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei) \
+#define QMI_EI_STRUCT_(tlv, St, f, ei)                                                      \
+  {                                                                                         \
+    QMI_STRUCT, QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count,        \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei), #f \
   }
 #define QMI_EI_VAR_STRUCT_(max, tlv, St, f, ei)                                              \
   {                                                                                          \
     QMI_STRUCT, VAR_LEN_ARRAY, (tlv), qmi_ei_detail::var_max<(max), decltype(St::f)>::value, \
-        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei)      \
+        (uint32_t)sizeof(QMI_EI_FIELD_T_(St, f)::type), (uint32_t)offsetof(St, f), (ei), #f  \
   }
 #define QMI_EI_STRING_(maxlen, tlv, St, f)                                      \
   {                                                                             \
     QMI_STRING, NO_ARRAY, (tlv),                                                \
         qmi_ei_detail::string_max<(maxlen), sizeof(decltype(St::f))>::value, 1, \
-        (uint32_t)offsetof(St, f), nullptr                                      \
+        (uint32_t)offsetof(St, f), nullptr, #f                                  \
   }
 
 /* An enum field (4 bytes in the record) sent in `width` (1 or 2) bytes: sign-extended on decode,
@@ -409,7 +428,7 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
   {                                                                                        \
     qmi_ei_detail::narrow_enum_type<(width), sizeof(QMI_EI_FIELD_T_(St, f)::type)>::value, \
         QMI_EI_FIELD_T_(St, f)::array, (tlv), QMI_EI_FIELD_T_(St, f)::count, 4,            \
-        (uint32_t)offsetof(St, f), nullptr                                                 \
+        (uint32_t)offsetof(St, f), nullptr, #f                                             \
   }
 
 /* Mandatory TLVs. */
@@ -447,19 +466,22 @@ constexpr uint32_t qmi_ei_max_len(const qmi_elem_info *ei) {
 #define QMI_MEMBER_STRING(maxlen, St, f) QMI_EI_STRING_(maxlen, 0, St, f)
 
 #define QMI_EI_END \
-  { QMI_EOTI, NO_ARRAY, 0, 0, 0, 0, nullptr }
+  { QMI_EOTI, NO_ARRAY, 0, 0, 0, 0, nullptr, nullptr }
 
 /*
- * Writing a service, one row per message: its id and, for each direction, its record type and
- * table (NULL for a message without TLVs). Everything else of the service object follows from
- * the rows: message lists, record sizes, each message's largest encoding and the service's.
+ * Writing a service, one row per message: its id, its name and, for each direction, its record
+ * type and table (NULL for a message without TLVs). Everything else of the service object
+ * follows from the rows: message lists, record sizes, each message's largest encoding and the
+ * service's. Names (the service's, the messages', the fields' the table macros take from the
+ * record) are what traces show.
  *
  *   constexpr qmi_idl_req_resp_row kFooPairs[] = {
- *       {0x01, QMI_MSG(foo_req, foo_req_ei), QMI_MSG(foo_resp, foo_resp_ei)},
+ *       {0x01, "set_foo", QMI_MSG(foo_req, foo_req_ei), QMI_MSG(foo_resp, foo_resp_ei)},
  *   };
- *   constexpr qmi_idl_ind_row kFooInds[] = {{0x02, QMI_MSG(foo_ind, foo_ind_ei)}};
+ *   constexpr qmi_idl_ind_row kFooInds[] = {{0x02, "foo_changed", QMI_MSG(foo_ind, foo_ind_ei)}};
  *   constexpr auto kFoo = qmi_idl_tables_of(kFooPairs, kFooInds);
- *   const qmi_idl_service_object foo_service = qmi_idl_service_of(kFoo, tool, maj, min, id);
+ *   const qmi_idl_service_object foo_service =
+ *       qmi_idl_service_of(kFoo, tool, maj, min, id, "foo");
  *
  * A table the codec cannot walk, or a message id given twice in one direction, stops the build.
  * Tables end with a trailing comma; one of six entries or more carries `//` after its first
@@ -471,11 +493,13 @@ struct qmi_idl_msg_side {
 };
 struct qmi_idl_req_resp_row {
   uint16_t msg_id;
+  const char *name;
   qmi_idl_msg_side req;
   qmi_idl_msg_side resp;
 };
 struct qmi_idl_ind_row {
   uint16_t msg_id;
+  const char *name;
   qmi_idl_msg_side ind;
 };
 #define QMI_MSG(St, ei) (qmi_idl_msg_side{(uint32_t)sizeof(St), (ei)})
@@ -490,10 +514,10 @@ struct qmi_idl_service_tables {
 
 namespace qmi_ei_detail {
 /* A throw in a constant evaluation stops the build with the reason. */
-constexpr qmi_idl_message_table_entry entry_of(uint16_t id, qmi_idl_msg_side s) {
+constexpr qmi_idl_message_table_entry entry_of(uint16_t id, const char *name, qmi_idl_msg_side s) {
   const uint32_t max = qmi_ei_max_len(s.ei);
   if (max == UINT32_MAX) throw "a table the codec cannot walk";
-  return {id, s.c_struct_sz, max, s.ei};
+  return {id, s.c_struct_sz, max, s.ei, name};
 }
 /* The largest message of one direction's list; refuses an id given twice. */
 constexpr uint32_t largest_of(const qmi_idl_message_table_entry *m, size_t n) {
@@ -510,10 +534,12 @@ constexpr qmi_idl_service_tables<NPairs, NInds> tables_of(const qmi_idl_req_resp
                                                           const qmi_idl_ind_row *inds) {
   qmi_idl_service_tables<NPairs, NInds> t{};
   for (size_t k = 0; k < NPairs; ++k) {
-    t.req[k] = entry_of(pairs[k].msg_id, pairs[k].req);
-    t.resp[k] = entry_of(pairs[k].msg_id, pairs[k].resp);
+    t.req[k] = entry_of(pairs[k].msg_id, pairs[k].name, pairs[k].req);
+    t.resp[k] = entry_of(pairs[k].msg_id, pairs[k].name, pairs[k].resp);
   }
-  for (size_t k = 0; k < NInds; ++k) t.ind[k] = entry_of(inds[k].msg_id, inds[k].ind);
+  for (size_t k = 0; k < NInds; ++k) {
+    t.ind[k] = entry_of(inds[k].msg_id, inds[k].name, inds[k].ind);
+  }
   const uint32_t req = largest_of(t.req, NPairs);
   const uint32_t resp = largest_of(t.resp, NPairs);
   const uint32_t ind = largest_of(t.ind, NInds);
@@ -538,7 +564,8 @@ constexpr qmi_idl_service_tables<NPairs, 0> qmi_idl_tables_of(
 template <size_t NPairs, size_t NInds>
 constexpr qmi_idl_service_object qmi_idl_service_of(const qmi_idl_service_tables<NPairs, NInds> &t,
                                                     uint32_t library_version, uint32_t idl_major,
-                                                    uint32_t idl_minor, uint32_t service_id) {
+                                                    uint32_t idl_minor, uint32_t service_id,
+                                                    const char *name) {
   return {library_version,
           idl_major,
           idl_minor,
@@ -546,7 +573,8 @@ constexpr qmi_idl_service_object qmi_idl_service_of(const qmi_idl_service_tables
           t.max_msg_len,
           {(uint16_t)NPairs, (uint16_t)NPairs, (uint16_t)NInds},
           {t.req, t.resp, t.ind},
-          nullptr};
+          nullptr,
+          name};
 }
 
 /* What a service's versioned accessor answers: the object for exactly its versions, else NULL. */

@@ -17,6 +17,8 @@
 
 #include <vector>
 
+#include "qmi_idl_lib.h"
+
 namespace qmux {
 
 constexpr uint8_t kMarker = 0x01;
@@ -40,6 +42,13 @@ constexpr uint16_t kCtlRevokeClientId = 0x0024;
 constexpr uint16_t kCtlSync = 0x0027;
 
 enum class Kind : uint8_t { kRequest, kResponse, kIndication };
+
+// A frame's kind as the codec names message types.
+inline qmi_idl_type_of_message_type MessageType(Kind kind) {
+  return kind == Kind::kRequest    ? QMI_IDL_REQUEST
+         : kind == Kind::kResponse ? QMI_IDL_RESPONSE
+                                   : QMI_IDL_INDICATION;
+}
 
 struct Frame {
   uint8_t sender = kFromControlPoint;

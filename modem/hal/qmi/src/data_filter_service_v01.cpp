@@ -120,16 +120,17 @@ constexpr qmi_elem_info add_resp_ei[] = {
 };
 
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x0003, QMI_MSG(IndReg, ind_reg_req_ei), QMI_MSG(Result, result_resp_ei)},  //
-    {0x0021, QMI_MSG(Bind, bind_req_ei), QMI_MSG(Result, result_resp_ei)},
-    {0x0029, QMI_MSG(SetMode, set_mode_req_ei), QMI_MSG(Result, result_resp_ei)},
-    {0x002A, QMI_MSG(Empty, nullptr), QMI_MSG(GetMode, get_mode_resp_ei)},
-    {0x002D, QMI_MSG(Empty, nullptr), QMI_MSG(Result, result_resp_ei)},
-    {0x003F, QMI_MSG(Add, add_req_ei), QMI_MSG(AddResp, add_resp_ei)},
+    {0x0003, "indication_register", QMI_MSG(IndReg, ind_reg_req_ei),
+     QMI_MSG(Result, result_resp_ei)},  //
+    {0x0021, "bind_client", QMI_MSG(Bind, bind_req_ei), QMI_MSG(Result, result_resp_ei)},
+    {0x0029, "set_filter_mode", QMI_MSG(SetMode, set_mode_req_ei), QMI_MSG(Result, result_resp_ei)},
+    {0x002A, "get_filter_mode", QMI_MSG(Empty, nullptr), QMI_MSG(GetMode, get_mode_resp_ei)},
+    {0x002D, "remove_all_filters", QMI_MSG(Empty, nullptr), QMI_MSG(Result, result_resp_ei)},
+    {0x003F, "add_filters", QMI_MSG(Add, add_req_ei), QMI_MSG(AddResp, add_resp_ei)},
 };
 
 constexpr qmi_idl_ind_row kIndications[] = {
-    {0x002C, QMI_MSG(ModeInd, mode_ind_ei)},
+    {0x002C, "filter_mode", QMI_MSG(ModeInd, mode_ind_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs, kIndications);
@@ -140,7 +141,7 @@ extern "C" {
 
 const qmi_idl_service_object dfs_qmi_idl_service_object_v01 =
     qmi_idl_service_of(kTables, DFS_V01_IDL_TOOL_VERS, DFS_V01_IDL_MAJOR_VERS,
-                       DFS_V01_IDL_MINOR_VERS, DFS_V01_SERVICE_ID);
+                       DFS_V01_IDL_MINOR_VERS, DFS_V01_SERVICE_ID, "dfs");
 
 qmi_idl_service_object_type dfs_get_service_object_internal_v01(uint32_t idl_maj_version,
                                                                 uint32_t idl_min_version,

@@ -60,12 +60,15 @@ constexpr qmi_elem_info deprioritize_req_ei[] = {
 };
 
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x0033, QMI_MSG(SetSysSel, set_sys_sel_req_ei), QMI_MSG(Resp, resp_ei)},  //
-    {0x0034, QMI_MSG(Empty, nullptr), QMI_MSG(GetSysSel, get_sys_sel_resp_ei)},
-    {0x0045, QMI_MSG(Bind, bind_req_ei), QMI_MSG(Resp, resp_ei)},
-    {0x00E7, QMI_MSG(SetEndc, set_endc_req_ei), QMI_MSG(Resp, resp_ei)},
-    {0x00E8, QMI_MSG(Empty, nullptr), QMI_MSG(GetEndc, get_endc_resp_ei)},
-    {0x0127, QMI_MSG(Deprioritize, deprioritize_req_ei), QMI_MSG(Resp, resp_ei)},
+    {0x0033, "set_system_selection_preference", QMI_MSG(SetSysSel, set_sys_sel_req_ei),
+     QMI_MSG(Resp, resp_ei)},  //
+    {0x0034, "get_system_selection_preference", QMI_MSG(Empty, nullptr),
+     QMI_MSG(GetSysSel, get_sys_sel_resp_ei)},
+    {0x0045, "bind_subscription", QMI_MSG(Bind, bind_req_ei), QMI_MSG(Resp, resp_ei)},
+    {0x00E7, "set_endc_config", QMI_MSG(SetEndc, set_endc_req_ei), QMI_MSG(Resp, resp_ei)},
+    {0x00E8, "get_endc_config", QMI_MSG(Empty, nullptr), QMI_MSG(GetEndc, get_endc_resp_ei)},
+    {0x0127, "deprioritize_nr5g", QMI_MSG(Deprioritize, deprioritize_req_ei),
+     QMI_MSG(Resp, resp_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs);
@@ -76,7 +79,7 @@ extern "C" {
 
 const qmi_idl_service_object nas_qmi_idl_service_object_v01 =
     qmi_idl_service_of(kTables, NAS_V01_IDL_TOOL_VERS, NAS_V01_IDL_MAJOR_VERS,
-                       NAS_V01_IDL_MINOR_VERS, NAS_QMI_SERVICE_ID_V01);
+                       NAS_V01_IDL_MINOR_VERS, NAS_QMI_SERVICE_ID_V01, "nas");
 
 qmi_idl_service_object_type nas_get_service_object_internal_v01(uint32_t idl_maj_version,
                                                                 uint32_t idl_min_version,

@@ -31,8 +31,8 @@ constexpr qmi_elem_info get_resp_ei[] = {
 };
 
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x0001, QMI_MSG(SetReq, set_req_ei), QMI_MSG(SetResp, set_resp_ei)},
-    {0x0002, QMI_MSG(GetReq, nullptr), QMI_MSG(GetResp, get_resp_ei)},
+    {0x0001, "rf_set_state", QMI_MSG(SetReq, set_req_ei), QMI_MSG(SetResp, set_resp_ei)},
+    {0x0002, "rf_get_state", QMI_MSG(GetReq, nullptr), QMI_MSG(GetResp, get_resp_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs);
@@ -43,7 +43,7 @@ extern "C" {
 
 const qmi_idl_service_object sar_qmi_idl_service_object_v01 =
     qmi_idl_service_of(kTables, SAR_V01_IDL_TOOL_VERS, SAR_V01_IDL_MAJOR_VERS,
-                       SAR_V01_IDL_MINOR_VERS, SAR_QMI_SERVICE_ID_V01);
+                       SAR_V01_IDL_MINOR_VERS, SAR_QMI_SERVICE_ID_V01, "sar");
 
 qmi_idl_service_object_type sar_get_service_object_internal_v01(uint32_t idl_maj_version,
                                                                 uint32_t idl_min_version,

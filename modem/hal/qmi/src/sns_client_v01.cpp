@@ -24,7 +24,7 @@ constexpr qmi_elem_info resp_ei[] = {
 };
 
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x0020, QMI_MSG(Req, req_ei), QMI_MSG(Resp, resp_ei)},
+    {0x0020, "client_request", QMI_MSG(Req, req_ei), QMI_MSG(Resp, resp_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs);
@@ -33,9 +33,9 @@ constexpr auto kTables = qmi_idl_tables_of(kPairs);
 
 extern "C" {
 
-const qmi_idl_service_object SNS_CLIENT_SVC_qmi_idl_service_object_v01 =
-    qmi_idl_service_of(kTables, SNS_CLIENT_SVC_V01_IDL_TOOL_VERS, SNS_CLIENT_SVC_V01_IDL_MAJOR_VERS,
-                       SNS_CLIENT_SVC_V01_IDL_MINOR_VERS, SNS_CLIENT_SVC_SERVICE_ID_V01);
+const qmi_idl_service_object SNS_CLIENT_SVC_qmi_idl_service_object_v01 = qmi_idl_service_of(
+    kTables, SNS_CLIENT_SVC_V01_IDL_TOOL_VERS, SNS_CLIENT_SVC_V01_IDL_MAJOR_VERS,
+    SNS_CLIENT_SVC_V01_IDL_MINOR_VERS, SNS_CLIENT_SVC_SERVICE_ID_V01, "sns_client");
 
 qmi_idl_service_object_type SNS_CLIENT_SVC_get_service_object_internal_v01(
     uint32_t idl_maj_version, uint32_t idl_min_version, uint32_t library_version) {

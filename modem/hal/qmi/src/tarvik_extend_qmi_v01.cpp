@@ -237,32 +237,35 @@ constexpr qmi_elem_info scene_ei[] = {
     QMI_EI_END,
 };
 
-// The messages, one row each: id, request, response.
+// The messages, one row each: id, name, request, response.
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x02, QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},  //
-    {0x03, QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},
-    {0x04, QMI_MSG(DataOpt, data_opt_req_ei), QMI_MSG(Pair, pair_ei)},
-    {0x0A, QMI_MSG(StudyUpload, study_upload_req_ei), QMI_MSG(Pair, pair_ei)},
-    {0x0C, QMI_MSG(WechatReq, wechat_req_ei), QMI_MSG(Pair, pair_ei)},
-    {0x0E, QMI_MSG(SetCfg, set_cfg_req_ei), QMI_MSG(Result, result_ei)},
-    {0x0F, QMI_MSG(SetDetection, set_detection_req_ei), QMI_MSG(Result, result_ei)},
-    {0x10, QMI_MSG(Empty, nullptr), QMI_MSG(DdsInfo, dds_info_resp_ei)},
-    {0x11, QMI_MSG(ReasonReq, reason_req_ei), QMI_MSG(ReasonResp, reason_resp_ei)},
-    {0x13, QMI_MSG(SetEventInd, set_event_ind_req_ei), QMI_MSG(Result, result_ei)},
-    {0x14, QMI_MSG(Empty, nullptr), QMI_MSG(Scene, scene_ei)},
+    {0x02, "generic", QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},  //
+    {0x03, "event_register", QMI_MSG(Generic, generic_ei), QMI_MSG(Generic, generic_ei)},
+    {0x04, "data_opt", QMI_MSG(DataOpt, data_opt_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0A, "self_study_upload", QMI_MSG(StudyUpload, study_upload_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0C, "wechat", QMI_MSG(WechatReq, wechat_req_ei), QMI_MSG(Pair, pair_ei)},
+    {0x0E, "base_model_set_cfg", QMI_MSG(SetCfg, set_cfg_req_ei), QMI_MSG(Result, result_ei)},
+    {0x0F, "base_model_set_detection", QMI_MSG(SetDetection, set_detection_req_ei),
+     QMI_MSG(Result, result_ei)},
+    {0x10, "base_model_get_dds_info", QMI_MSG(Empty, nullptr), QMI_MSG(DdsInfo, dds_info_resp_ei)},
+    {0x11, "base_model_get_reason", QMI_MSG(ReasonReq, reason_req_ei),
+     QMI_MSG(ReasonResp, reason_resp_ei)},
+    {0x13, "base_model_set_event_ind", QMI_MSG(SetEventInd, set_event_ind_req_ei),
+     QMI_MSG(Result, result_ei)},
+    {0x14, "base_model_scene", QMI_MSG(Empty, nullptr), QMI_MSG(Scene, scene_ei)},
 };
 
 constexpr qmi_idl_ind_row kIndications[] = {
-    {0x03, QMI_MSG(Generic, generic_ei)},  //
-    {0x05, QMI_MSG(StudyTable, study_table_ind_ei)},
-    {0x06, QMI_MSG(StudyGroup, study_group_ind_ei)},
-    {0x07, QMI_MSG(Pair, pair_ei)},
-    {0x08, QMI_MSG(StudyEntry, study_entry_ind_ei)},
-    {0x09, QMI_MSG(StudyHistory, study_history_ind_ei)},
-    {0x0B, QMI_MSG(StudyCounters, study_counters_ind_ei)},
-    {0x0D, QMI_MSG(WechatInd, wechat_ind_ei)},
-    {0x12, QMI_MSG(ReasonInd, reason_ind_ei)},
-    {0x14, QMI_MSG(Scene, scene_ei)},
+    {0x03, "event", QMI_MSG(Generic, generic_ei)},  //
+    {0x05, "self_study_table", QMI_MSG(StudyTable, study_table_ind_ei)},
+    {0x06, "self_study_group", QMI_MSG(StudyGroup, study_group_ind_ei)},
+    {0x07, "self_study_state", QMI_MSG(Pair, pair_ei)},
+    {0x08, "self_study_entry", QMI_MSG(StudyEntry, study_entry_ind_ei)},
+    {0x09, "self_study_history", QMI_MSG(StudyHistory, study_history_ind_ei)},
+    {0x0B, "self_study_counters", QMI_MSG(StudyCounters, study_counters_ind_ei)},
+    {0x0D, "wechat", QMI_MSG(WechatInd, wechat_ind_ei)},
+    {0x12, "base_model_reason", QMI_MSG(ReasonInd, reason_ind_ei)},
+    {0x14, "base_model_scene", QMI_MSG(Scene, scene_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs, kIndications);
@@ -275,7 +278,7 @@ extern "C" {
 
 const qmi_idl_service_object tarvik_extend_qmi_idl_service_object_v01 = qmi_idl_service_of(
     kTables, TARVIK_EXTEND_QMI_IDL_TOOL_VERS_V01, TARVIK_EXTEND_QMI_IDL_MAJOR_V01,
-    TARVIK_EXTEND_QMI_IDL_MINOR_V01, TARVIK_EXTEND_QMI_SERVICE_ID_V01);
+    TARVIK_EXTEND_QMI_IDL_MINOR_V01, TARVIK_EXTEND_QMI_SERVICE_ID_V01, "extend");
 
 qmi_idl_service_object_type tarvik_extend_get_service_object_internal_v01(
     uint32_t idl_maj_version, uint32_t idl_min_version, uint32_t library_version) {

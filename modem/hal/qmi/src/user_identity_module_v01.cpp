@@ -235,21 +235,26 @@ constexpr qmi_elem_info sim_type_resp_ei[] = {
 };
 
 constexpr qmi_idl_req_resp_row kPairs[] = {
-    {0x002E, QMI_MSG(EventReq, event_req_ei), QMI_MSG(EventResp, event_resp_ei)},  //
-    {0x002F, QMI_MSG(StatusReq, status_req_ei), QMI_MSG(StatusResp, status_resp_ei)},
-    {0x0030, QMI_MSG(DownReq, down_req_ei), QMI_MSG(DownResp, down_resp_ei)},
-    {0x0031, QMI_MSG(UpReq, up_req_ei), QMI_MSG(UpResp, up_resp_ei)},
-    {0x003B, QMI_MSG(ApduReq, apdu_req_ei), QMI_MSG(ApduResp, apdu_resp_ei)},
-    {0x003F, QMI_MSG(ChannelReq, channel_req_ei), QMI_MSG(ChannelResp, channel_resp_ei)},
-    {0x0042, QMI_MSG(OpenReq, open_req_ei), QMI_MSG(ChannelResp, channel_resp_ei)},
-    {0x0061, QMI_MSG(PurgeReq, purge_req_ei), QMI_MSG(PurgeResp, purge_resp_ei)},
-    {0x0065, QMI_MSG(EidReq, eid_req_ei), QMI_MSG(EidResp, eid_resp_ei)},
-    {0x007A, QMI_MSG(SimTypeReq, sim_type_req_ei), QMI_MSG(SimTypeResp, sim_type_resp_ei)},
+    {0x002E, "event_reg", QMI_MSG(EventReq, event_req_ei), QMI_MSG(EventResp, event_resp_ei)},  //
+    {0x002F, "get_card_status", QMI_MSG(StatusReq, status_req_ei),
+     QMI_MSG(StatusResp, status_resp_ei)},
+    {0x0030, "power_down", QMI_MSG(DownReq, down_req_ei), QMI_MSG(DownResp, down_resp_ei)},
+    {0x0031, "power_up", QMI_MSG(UpReq, up_req_ei), QMI_MSG(UpResp, up_resp_ei)},
+    {0x003B, "send_apdu", QMI_MSG(ApduReq, apdu_req_ei), QMI_MSG(ApduResp, apdu_resp_ei)},
+    {0x003F, "logical_channel", QMI_MSG(ChannelReq, channel_req_ei),
+     QMI_MSG(ChannelResp, channel_resp_ei)},
+    {0x0042, "open_logical_channel", QMI_MSG(OpenReq, open_req_ei),
+     QMI_MSG(ChannelResp, channel_resp_ei)},
+    {0x0061, "temporary_id_purge", QMI_MSG(PurgeReq, purge_req_ei),
+     QMI_MSG(PurgeResp, purge_resp_ei)},
+    {0x0065, "get_eid", QMI_MSG(EidReq, eid_req_ei), QMI_MSG(EidResp, eid_resp_ei)},
+    {0x007A, "set_sim_type", QMI_MSG(SimTypeReq, sim_type_req_ei),
+     QMI_MSG(SimTypeResp, sim_type_resp_ei)},
 };
 
 constexpr qmi_idl_ind_row kIndications[] = {
-    {0x0032, QMI_MSG(StatusInd, status_ind_ei)},
-    {0x0061, QMI_MSG(PurgeInd, purge_ind_ei)},
+    {0x0032, "status_change", QMI_MSG(StatusInd, status_ind_ei)},
+    {0x0061, "temporary_id_purge", QMI_MSG(PurgeInd, purge_ind_ei)},
 };
 
 constexpr auto kTables = qmi_idl_tables_of(kPairs, kIndications);
@@ -260,7 +265,7 @@ extern "C" {
 
 const qmi_idl_service_object uim_qmi_idl_service_object_v01 =
     qmi_idl_service_of(kTables, UIM_V01_IDL_TOOL_VERS, UIM_V01_IDL_MAJOR_VERS,
-                       UIM_V01_IDL_MINOR_VERS, UIM_QMI_SERVICE_ID_V01);
+                       UIM_V01_IDL_MINOR_VERS, UIM_QMI_SERVICE_ID_V01, "uim");
 
 qmi_idl_service_object_type uim_get_service_object_internal_v01(uint32_t idl_maj_version,
                                                                 uint32_t idl_min_version,

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "qmi_client_host.h"
+#include "qmi_trace.h"
 
 namespace qmi_cci {
 
@@ -75,6 +76,11 @@ class TrackingSink final : public qmi_host::ClientSink {
   std::mutex mu_;
   std::set<std::pair<uint32_t, uint32_t>> up_;
 };
+
+// The trace TARVIK_QMI_TRACE names (a file, "-" for standard error): whether there is one,
+// decided once (a caller keeps the answer and checks its copy), and an entry written to it.
+bool Tracing();
+void Trace(const qmi_trace::Entry &entry);
 
 std::unique_ptr<Transport> MakeInprocTransport(qmi_host::ClientSink *sink);
 // *error gets QMI_CLIENT_TRANSPORT_ERR when the first connection attempt failed (the transport

@@ -122,6 +122,7 @@ class Core final : public qmi_host::ClientSink {
 
   // --- ClientSink ---
   void OnServiceUp(uint32_t service_id, uint32_t instance) override {
+    if (trace_) TraceService(service_id, qmi_trace::Entry::Kind::kServiceUp);
     std::vector<qmi_client_os_params *> signals;
     {
       std::lock_guard<std::mutex> lock(mu_);
@@ -140,6 +141,7 @@ class Core final : public qmi_host::ClientSink {
   }
 
   void OnServiceDown(uint32_t service_id, uint32_t instance) override {
+    if (trace_) TraceService(service_id, qmi_trace::Entry::Kind::kServiceDown);
     std::lock_guard<std::mutex> lock(mu_);
     auto it = up_.find(service_id);
     if (it != up_.end()) {
@@ -165,6 +167,7 @@ class Core final : public qmi_host::ClientSink {
   }
 
   void OnMessage(uint32_t client, const uint8_t *msg, size_t len) override {
+    if (trace_) TraceReceived(client, msg, len);
     qmi_host::wire::QmiHeader hdr{};
     std::lock_guard<std::mutex> lock(mu_);
     auto it = by_client_.find(client);
@@ -195,6 +198,13 @@ class Core final : public qmi_host::ClientSink {
   }
 
   void OnTxnError(uint32_t client, uint16_t txn, int error) override {
+    if (trace_) {
+      qmi_trace::Entry e = ClientEntry(client);
+      e.kind = qmi_trace::Entry::Kind::kTxnError;
+      e.txn = txn;
+      e.error = error;
+      qmi_cci::Trace(e);
+    }
     std::lock_guard<std::mutex> lock(mu_);
     auto it = by_client_.find(client);
     if (it == by_client_.end()) return;
@@ -400,6 +410,7 @@ class Core final : public qmi_host::ClientSink {
     pending.msg_id = (uint16_t)msg_id;
     uint16_t txn = 0;
     uint32_t client_id = 0;
+    uint32_t service_id = 0;
     qmi_cci::Transport *transport = nullptr;
     Handle h;
     {
@@ -412,10 +423,16 @@ class Core final : public qmi_host::ClientSink {
       } while (txn == 0 || h->pending.count(txn) != 0);
       h->pending[txn] = &pending;
       client_id = h->client_id;
+      service_id = h->service_id;
       transport = h->transport;
     }
     qmi_host::wire::PutQmiHeader(
         buf, {qmi_host::wire::kQmiRequest, txn, (uint16_t)msg_id, (uint16_t)encoded});
+    if (trace_) {
+      qmi_cci::Trace(qmi_trace::MessageEntry(obj, service_id, client_id, false, QMI_IDL_REQUEST,
+                                             (uint16_t)msg_id, txn,
+                                             buf + qmi_host::wire::kQmiHeaderLen, encoded));
+    }
     const auto deadline = timeout_ms == 0
                               ? SteadyClock::time_point::max()
                               : SteadyClock::now() + std::chrono::milliseconds(timeout_ms);
@@ -479,6 +496,52 @@ class Core final : public qmi_host::ClientSink {
   }
 
  private:
+  // --- trace (TARVIK_QMI_TRACE) ---
+  // An entry about `client`, with its service's id and tables; for a client no longer known,
+  // its id alone.
+  qmi_trace::Entry ClientEntry(uint32_t client) {
+    qmi_trace::Entry e;
+    e.time_us = qmi_trace::Now();
+    e.client = client;
+    std::lock_guard<std::mutex> lock(mu_);
+    auto it = by_client_.find(client);
+    if (it != by_client_.end()) {
+      e.service_id = it->second->service_id;
+      e.service = it->second->obj;
+    }
+    return e;
+  }
+
+  void TraceReceived(uint32_t client, const uint8_t *msg, size_t len) {
+    qmi_host::wire::QmiHeader hdr{};
+    if (!qmi_host::wire::ParseQmiHeader(msg, len, &hdr)) return;
+    qmi_trace::Entry e = ClientEntry(client);
+    if (e.service == nullptr) return;  // nobody's: dropped below
+    e.received = true;
+    e.type = hdr.type == qmi_host::wire::kQmiIndication ? QMI_IDL_INDICATION
+             : hdr.type == qmi_host::wire::kQmiResponse ? QMI_IDL_RESPONSE
+                                                        : QMI_IDL_REQUEST;
+    e.msg_id = hdr.msg_id;
+    e.txn = hdr.txn;
+    e.tlvs.assign(msg + qmi_host::wire::kQmiHeaderLen, msg + len);
+    qmi_cci::Trace(e);
+  }
+
+  // A service event, named by a client of the service if the process has one.
+  void TraceService(uint32_t service_id, qmi_trace::Entry::Kind kind) {
+    qmi_trace::Entry e;
+    e.kind = kind;
+    e.time_us = qmi_trace::Now();
+    e.service_id = service_id;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      for (const auto &entry : handles_) {
+        if (entry.second->service_id == service_id) e.service = entry.second->obj;
+      }
+    }
+    qmi_cci::Trace(e);
+  }
+
   int SelectLocked(const std::string &choice) {
     const bool inproc = choice == "inproc";
     const bool qmux = choice.compare(0, 5, "qmux:") == 0;
@@ -580,7 +643,8 @@ class Core final : public qmi_host::ClientSink {
     pthread_mutex_init(&sig->mutex, nullptr);
   }
 
-  std::mutex select_mu_;  // before mu_
+  const bool trace_ = qmi_cci::Tracing();  // decided once, when the library starts
+  std::mutex select_mu_;                   // before mu_
   bool selected_ = false;
   qmi_cci::Transport *transport_ = nullptr;  // written under both locks, read under either
   // Transports are never destroyed: a client may still point at an old one (all its calls

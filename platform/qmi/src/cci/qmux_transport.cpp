@@ -202,7 +202,16 @@ class QmuxTransport final : public Transport {
     return ControlSucceeded(reply->data(), reply->size()) ? QMI_NO_ERR : QMI_SERVICE_ERR;
   }
 
+  // A control-service frame in the library's trace (`received`: from the device).
+  void TraceControl(const qmux::Frame &f, bool received) const {
+    if (!trace_ || f.service != qmux::kControlService) return;
+    Trace(qmi_trace::MessageEntry(qmi_trace::ControlService(), qmux::kControlService, f.client,
+                                  received, qmux::MessageType(f.kind), f.msg_id, f.txn, f.tlv,
+                                  f.tlv_len));
+  }
+
   bool Write(const qmux::Frame &f) {
+    TraceControl(f, false);
     std::vector<uint8_t> bytes;
     if (!qmux::AppendFrame(f, &bytes)) return false;
     std::lock_guard<std::mutex> lock(write_mu_);
@@ -309,6 +318,7 @@ class QmuxTransport final : public Transport {
       while (reader.Next(&f)) {
         if (f.sender != qmux::kFromModem || f.kind == qmux::Kind::kRequest) continue;
         if (f.service == qmux::kControlService) {
+          TraceControl(f, true);
           OnControl(f);
         } else {
           OnService(f);
@@ -411,6 +421,7 @@ class QmuxTransport final : public Transport {
 
   TrackingSink sink_;
   const std::string path_;
+  const bool trace_ = Tracing();
   int wake_[2] = {-1, -1};
   std::thread reader_;
   std::mutex write_mu_;  // taken before mu_ when both are held

@@ -137,6 +137,27 @@ struct TlvSet {
   void Add(uint8_t id) { bits[id >> 6] |= uint64_t{1} << (id & 63); }
 };
 
+// The value of one TLV of the plan into the record: its presence flag, then its elements,
+// which must take the value exactly.
+__attribute__((always_inline)) inline int32_t DecodeValue(const Plan &plan, const TlvOp &op,
+                                                          const uint8_t *value, uint32_t len,
+                                                          Dst rec) {
+  if (op.optional) {
+    if (!InRecord(op.flag_off, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    rec.base[op.flag_off] = 1;
+  }
+  if (op.plain != 0) {
+    if (!InRecord(op.off, op.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
+    if (len != op.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+    CopyScalars(rec.base + op.off, value, op.plain, op.width);
+    return QMI_IDL_LIB_NO_ERR;
+  }
+  Reader r{value, len, 0};
+  const int32_t rc = DecodeSeq(plan.ei + op.first, plan.ei + op.end, rec, r, 0, true);
+  if (rc != QMI_IDL_LIB_NO_ERR) return rc;
+  return r.Left() == 0 ? QMI_IDL_LIB_NO_ERR : QMI_IDL_LIB_LENGTH_INCONSISTENCY;
+}
+
 // The TLVs of the area in the order they come, into a zeroed record.
 int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst rec) {
   if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
@@ -157,22 +178,9 @@ int32_t DecodeWith(const Plan &plan, const uint8_t *src, uint32_t src_len, Dst r
       continue;
     }
     const TlvOp &op = plan.ops[k];
-    if (op.optional) {
-      if (!InRecord(op.flag_off, 1, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      rec.base[op.flag_off] = 1;
-    } else {
-      ++required;
-    }
-    if (op.plain != 0) {
-      if (!InRecord(op.off, op.plain, rec.size)) return QMI_IDL_LIB_BUFFER_TOO_SMALL;
-      if (len != op.plain) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-      CopyScalars(rec.base + op.off, src + pos, op.plain, op.width);
-    } else {
-      Reader r{src + pos, len, 0};
-      const int32_t rc = DecodeSeq(plan.ei + op.first, plan.ei + op.end, rec, r, 0, true);
-      if (rc != QMI_IDL_LIB_NO_ERR) return rc;
-      if (r.Left() != 0) return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
-    }
+    if (!op.optional) ++required;
+    const int32_t rc = DecodeValue(plan, op, src + pos, len, rec);
+    if (rc != QMI_IDL_LIB_NO_ERR) return rc;
     pos += len;
   }
   // Every TLV of the table without a presence flag must have come.
@@ -188,6 +196,19 @@ int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len
     return DecodeWith(plan, src, src_len, Dst{rec, rec_size});
   });
   // A refused message leaves no half-decoded fields behind.
+  if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
+  return rc;
+}
+
+int32_t DecodeOneTlv(const qmi_elem_info *ei, uint8_t id, const uint8_t *src, uint32_t src_len,
+                     uint8_t *rec, uint32_t rec_size) {
+  if (rec_size != 0) memset(rec, 0, rec_size);
+  const int32_t rc = WithPlan(ei, [=](const Plan &plan) {
+    if (plan.status != QMI_IDL_LIB_NO_ERR) return plan.status;
+    const uint32_t k = plan.op_of[id];
+    if (k == kNoOp) return static_cast<int32_t>(QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV);
+    return DecodeValue(plan, plan.ops[k], src, src_len, Dst{rec, rec_size});
+  });
   if (rc != QMI_IDL_LIB_NO_ERR && rec_size != 0) memset(rec, 0, rec_size);
   return rc;
 }

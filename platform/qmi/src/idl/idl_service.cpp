@@ -75,6 +75,13 @@ int32_t qmi_idl_get_max_message_len(qmi_idl_service_object_type service,
                      message_len);
 }
 
+int32_t qmi_idl_get_message_entry(qmi_idl_service_object_type service,
+                                  qmi_idl_type_of_message_type type, uint16_t message_id,
+                                  const qmi_idl_message_table_entry **entry) {
+  if (entry == nullptr) return QMI_IDL_LIB_PARAMETER_ERROR;
+  return FindMessage(service, type, message_id, entry);
+}
+
 int32_t qmi_idl_message_encode(qmi_idl_service_object_type service,
                                qmi_idl_type_of_message_type type, uint16_t message_id,
                                const void *src, uint32_t src_len, void *dst, uint32_t dst_len,
@@ -130,6 +137,14 @@ int32_t qmi_idl_decode_elems(const struct qmi_elem_info *ei, const void *src, ui
     return QMI_IDL_LIB_PARAMETER_ERROR;
   return qmi_idl::DecodeTlvs(ei, static_cast<const uint8_t *>(src), src_len,
                              static_cast<uint8_t *>(dst), dst_len);
+}
+
+int32_t qmi_idl_decode_tlv(const struct qmi_elem_info *ei, uint8_t tlv_type, const void *src,
+                           uint32_t src_len, void *dst, uint32_t dst_len) {
+  if ((src == nullptr && src_len != 0) || (dst == nullptr && dst_len != 0))
+    return QMI_IDL_LIB_PARAMETER_ERROR;
+  return qmi_idl::DecodeOneTlv(ei, tlv_type, static_cast<const uint8_t *>(src), src_len,
+                               static_cast<uint8_t *>(dst), dst_len);
 }
 
 int32_t qmi_idl_max_elems_len(const struct qmi_elem_info *ei, uint32_t *max_len) {

@@ -179,6 +179,9 @@ int32_t EncodeTlvs(const qmi_elem_info *ei, const uint8_t *rec, uint32_t rec_siz
                    uint32_t dst_len, uint32_t *encoded_len);
 int32_t DecodeTlvs(const qmi_elem_info *ei, const uint8_t *src, uint32_t src_len, uint8_t *rec,
                    uint32_t rec_size);
+// One TLV's value (of TLV `id`) into the record, checked as in a message.
+int32_t DecodeOneTlv(const qmi_elem_info *ei, uint8_t id, const uint8_t *src, uint32_t src_len,
+                     uint8_t *rec, uint32_t rec_size);
 
 }  // namespace qmi_idl
 #pragma GCC visibility pop

@@ -1,13 +1,11 @@
-// Rendering of typed fields (see modemsim/status.h).
-#include "modemsim/status.h"
-
-#include "modemsim/text.h"
+// Rendering of typed fields (see typed_fields.h).
+#include "typed_fields.h"
 
 #include <stdio.h>
 
 #include <utility>
 
-namespace modemsim {
+namespace typed_fields {
 namespace {
 
 std::string Shaped(const std::string &shape, const std::string &value) {
@@ -123,6 +121,13 @@ Value Value::Records(std::vector<std::vector<Field>> rows, bool lines) {
   return out;
 }
 
+Value Value::List(std::vector<Value> items) {
+  Value out;
+  out.kind_ = Kind::kList;
+  out.items_ = std::move(items);
+  return out;
+}
+
 std::vector<Field> &Value::fields() {
   return rows_.front();
 }
@@ -150,6 +155,11 @@ std::string Value::Json() const {
         out += (out.size() > 1 ? ",{" : "{") + RenderJsonMembers(row) + "}";
       return out + "]";
     }
+    case Kind::kList: {
+      std::string out;
+      for (const Value &item : items_) out += (out.empty() ? "" : ",") + item.Json();
+      return "[" + out + "]";
+    }
   }
   return "null";
 }
@@ -175,6 +185,11 @@ std::string Value::TextValue() const {
       std::string out;
       for (const auto &row : rows_) out += (out.empty() ? "" : " ") + RowText(row);
       return out.empty() ? "-" : out;
+    }
+    case Kind::kList: {
+      std::string out;
+      for (const Value &item : items_) out += (out.empty() ? "" : ", ") + item.TextValue();
+      return "[" + out + "]";
     }
   }
   return "-";
@@ -218,4 +233,34 @@ std::vector<Field> MergeRecords(std::vector<Field> fields) {
   return out;
 }
 
-}  // namespace modemsim
+std::string HexOf(const void *data, size_t len, bool upper) {
+  const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+  const auto *p = static_cast<const uint8_t *>(data);
+  std::string out;
+  out.reserve(len * 2);
+  for (size_t i = 0; i < len; ++i) {
+    out += digits[p[i] >> 4];
+    out += digits[p[i] & 0xF];
+  }
+  return out;
+}
+
+std::string JsonString(const std::string &text) {
+  std::string out = "\"";
+  for (const char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += ch;
+    } else if (c < 0x20) {
+      char esc[8];
+      snprintf(esc, sizeof(esc), "\\u%04x", c);
+      out += esc;
+    } else {
+      out += ch;
+    }
+  }
+  return out + "\"";
+}
+
+}  // namespace typed_fields
