@@ -236,6 +236,9 @@ class Worker {
     if (qmi_client_host_select_transport(o_.endpoint.c_str()) != QMI_NO_ERR) {
       fprintf(stderr, "worker %d: cannot reach %s\n", o_.worker, o_.endpoint.c_str());
     }
+    const std::string path = o_.dir + "/worker-" + std::to_string(o_.worker) + ".txt";
+    failures_ = fopen(path.c_str(), "w");
+    if (failures_ == nullptr) return 2;
     if (o_.load_only) return RunLoad();
     std::vector<Kind> mix;
     for (int k = 0; k < kKinds; ++k) {
@@ -290,8 +293,11 @@ class Worker {
   void Record(Kind k, int64_t t0, int status) {
     const int64_t t1 = NowNs();
     stats_[k].Add(t1 - t0, status == 0);
-    if (status != 0 && failures_.size() < 100000) {
-      failures_.push_back({k, t0, t1, status, o_.worker});
+    // Failures go to a file as they come, so that this process's own memory does not grow with
+    // them and blur what the library holds.
+    if (status != 0 && failures_ != nullptr) {
+      fprintf(failures_, "fail %d %lld %lld %d\n", k, static_cast<long long>(t0),
+              static_cast<long long>(t1), status);
     }
   }
 
@@ -474,9 +480,9 @@ class Worker {
   }
 
   int WriteResults() {
-    const std::string path = o_.dir + "/worker-" + std::to_string(o_.worker) + ".txt";
-    FILE *f = fopen(path.c_str(), "w");
+    FILE *f = failures_;
     if (f == nullptr) return 2;
+    failures_ = nullptr;
     for (int k = 0; k < kKinds; ++k) {
       const KindStats &s = stats_[k];
       fprintf(f, "kind %d %llu %llu %lld\n", k, static_cast<unsigned long long>(s.calls),
@@ -485,10 +491,6 @@ class Worker {
         if (s.hist[b] != 0)
           fprintf(f, "hist %d %d %llu\n", k, b, static_cast<unsigned long long>(s.hist[b]));
       }
-    }
-    for (const Failure &x : failures_) {
-      fprintf(f, "fail %d %lld %lld %d\n", x.kind, static_cast<long long>(x.start_ns),
-              static_cast<long long>(x.end_ns), x.status);
     }
     for (const std::string &l : lost_) fprintf(f, "lost %s\n", l.c_str());
     for (const auto &[which, r] : samples_) {
@@ -508,7 +510,7 @@ class Worker {
   Shared *shared_;
   std::mt19937 rng_;
   std::vector<KindStats> stats_;
-  std::vector<Failure> failures_;
+  FILE *failures_ = nullptr;  // the results file, failed calls written as they come
   std::vector<std::string> lost_;
   bool extend_ = true;
   uint32_t instance_ = 0;
