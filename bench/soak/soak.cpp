@@ -273,19 +273,17 @@ class Worker {
 
  private:
   // Scaling runs: NV reads (extend service) or SAR gets (qmux:) as fast as they go.
+  // Scaling runs: reads of this child's own NV item, written first, as fast as they go (only the
+  // transport's sockets: qmux: is one process).
   int RunLoad() {
+    uint8_t buf[64] = {1, 2, 3, 4};
+    if (tarvik_nv_write_ex(instance_, nv_item_, buf, 4) != 0) return 2;
     shared_->ready.fetch_add(1);
-    uint8_t buf[64];
     while (!shared_->stop.load()) {
       const int64_t t0 = NowNs();
-      int status;
-      if (extend_) {
-        uint32_t len = sizeof(buf);
-        status = tarvik_nv_read(instance_, 550, buf, &len);
-      } else {
-        status = tarvik_get_sar_dsi() < 0 ? -1 : 0;
-      }
-      stats_[extend_ ? kNvRead : kSarGet].Add(NowNs() - t0, status == 0);
+      uint32_t len = sizeof(buf);
+      const int status = tarvik_nv_read(instance_, nv_item_, buf, &len);
+      stats_[kNvRead].Add(NowNs() - t0, status == 0 && len == 4);
     }
     return WriteResults();
   }
@@ -682,6 +680,10 @@ class Controller {
         if (!Load(i, &s, &f, &lost, &samples)) return Fail("a child left no results");
         for (const auto &k : s) all.Merge(k);
       }
+      if (all.ok != all.calls) {
+        return Fail(std::to_string(all.calls - all.ok) + " of " + std::to_string(all.calls) +
+                    " reads failed with " + std::to_string(n) + " processes");
+      }
       rows.push_back({n, all.calls / elapsed, all.PercentileMs(0.5), all.PercentileMs(0.99),
                       all.max_ns / 1e6});
     }
@@ -689,14 +691,21 @@ class Controller {
     for (const Row &r : rows) peak = std::max(peak, r.per_s);
     printf("%9s  %10s  %9s  %9s  %9s  %8s  %10s\n", "processes", "calls/s", "p50 ms", "p99 ms",
            "max ms", "of peak", "p99/queue");
-    bool collapse = false;
+    // Collapse: a count whose throughput falls below 80% of the best of the smaller counts. The
+    // queue: with one modem serving all, a call waits behind the other processes' calls, so p99
+    // should grow about as n / throughput; p99/queue staying within twice its value at the
+    // smallest count is growth the queue explains.
+    bool collapse = false, beyond_queue = false;
+    double best = 0, first_ratio = 0;
     for (const Row &r : rows) {
-      // With one modem thread serving all, a call waits behind the other n-1 processes' calls:
-      // p99 should grow about as n * (1 / throughput).
       const double queue_ms = r.n * 1000.0 / r.per_s;
+      const double ratio = r.p99 / queue_ms;
+      if (first_ratio == 0) first_ratio = ratio;
       printf("%9d  %10.0f  %9.3f  %9.3f  %9.3f  %7.0f%%  %10.2f\n", r.n, r.per_s, r.p50, r.p99,
-             r.max, 100 * r.per_s / peak, r.p99 / queue_ms);
-      collapse = collapse || r.per_s < 0.8 * peak;
+             r.max, 100 * r.per_s / peak, ratio);
+      collapse = collapse || r.per_s < 0.8 * best;
+      beyond_queue = beyond_queue || ratio > 2 * first_ratio;
+      best = std::max(best, r.per_s);
     }
     for (const Row &r : rows) {
       if (r.n != rows.front().n) {
@@ -704,8 +713,11 @@ class Controller {
                r.per_s / rows.front().per_s);
       }
     }
-    printf("throughput never below 80%% of its peak: %s\n", collapse ? "MISSED" : "met");
-    return collapse ? 1 : 0;
+    printf("throughput never below 80%% of the best of fewer processes: %s\n",
+           collapse ? "MISSED" : "met");
+    printf("p99 grows no faster than the queue (p99/queue within 2x of its first value): %s\n",
+           beyond_queue ? "MISSED" : "met");
+    return collapse || beyond_queue ? 1 : 0;
   }
 
  private:
