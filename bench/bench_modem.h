@@ -3,6 +3,11 @@
 // the extend service beside the library's own channel, for the raw round-trip baselines.
 #pragma once
 
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
 #include "qmi_client.h"
 #include "qmi_client_host.h"
 #include "quiet_library.h"
@@ -31,6 +36,25 @@ inline bool OpenRawClientAndChannel(qmi_client_type *raw) {
   }
   tarvik_extend_qmi_init();
   return true;
+}
+
+// A request buffer of the blacklist commands (tarvik_filter_control_handle_msg): the mode word,
+// the data device, the field count and the fields, each text after its 4-byte length.
+inline std::vector<uint8_t> BlacklistCommand(uint32_t mode, const std::string &device,
+                                             const std::vector<std::string> &fields) {
+  std::vector<uint8_t> out;
+  auto word = [&out](uint32_t v) {
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  };
+  auto text = [&](const std::string &s) {
+    word(static_cast<uint32_t>(s.size()));
+    out.insert(out.end(), s.begin(), s.end());
+  };
+  word(mode);
+  text(device);
+  word(static_cast<uint32_t>(fields.size()));
+  for (const auto &f : fields) text(f);
+  return out;
 }
 
 }  // namespace tarvik_bench

@@ -34,19 +34,7 @@ constexpr int kRefill = 390;  // enters between two exits, below the library's l
 std::unique_ptr<modemsim::Modem> g_modem;
 
 std::vector<uint8_t> Command(uint32_t mode, const std::vector<std::string> &fields) {
-  std::vector<uint8_t> out;
-  auto word = [&out](uint32_t v) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
-  };
-  auto text = [&](const std::string &s) {
-    word(static_cast<uint32_t>(s.size()));
-    out.insert(out.end(), s.begin(), s.end());
-  };
-  word(mode);
-  text("rmnet_data0");
-  word(static_cast<uint32_t>(fields.size()));
-  for (const auto &f : fields) text(f);
-  return out;
+  return tarvik_bench::BlacklistCommand(mode, "rmnet_data0", fields);
 }
 
 const std::vector<std::string> kTuple = {"IPV4", "TCP", "10.0.0.1", "10.0.0.2", "1000", "443"};
