@@ -35,15 +35,7 @@ void AppendResult(std::vector<uint8_t> *tlvs, uint16_t error) {
 // A control-service frame from the modem; `tlvs` must outlive it.
 qmux::Frame ControlFrame(qmux::Kind kind, uint16_t txn, uint16_t msg_id,
                          const std::vector<uint8_t> &tlvs) {
-  qmux::Frame f;
-  f.sender = qmux::kFromModem;
-  f.service = qmux::kControlService;
-  f.kind = kind;
-  f.txn = txn;
-  f.msg_id = msg_id;
-  f.tlv = tlvs.data();
-  f.tlv_len = tlvs.size();
-  return f;
+  return qmux::ControlFrame(qmux::kFromModem, kind, txn, msg_id, tlvs.data(), tlvs.size());
 }
 
 // A control-service frame as a trace entry of the modem (`received`: from the control point).

@@ -61,6 +61,20 @@ struct Frame {
   size_t tlv_len = 0;
 };
 
+// A control-service frame; `tlv` (not owned) must outlive it.
+inline Frame ControlFrame(uint8_t sender, Kind kind, uint16_t txn, uint16_t msg_id,
+                          const uint8_t *tlv = nullptr, size_t tlv_len = 0) {
+  Frame f;
+  f.sender = sender;
+  f.service = kControlService;
+  f.kind = kind;
+  f.txn = txn;
+  f.msg_id = msg_id;
+  f.tlv = tlv;
+  f.tlv_len = tlv_len;
+  return f;
+}
+
 // Largest TLV area a frame of `service` can carry.
 constexpr size_t MaxTlvLen(uint8_t service) {
   return 0xFFFF - 5 - (service == kControlService ? kControlQmiHeaderLen : kServiceQmiHeaderLen);

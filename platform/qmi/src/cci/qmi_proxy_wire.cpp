@@ -11,14 +11,10 @@ std::vector<uint8_t> OpenRequest(uint8_t txn, const std::string &device) {
   std::vector<uint8_t> tlv;
   qmux::AppendTlv(&tlv, 0x01, reinterpret_cast<const uint8_t *>(device.data()),
                   static_cast<uint16_t>(len));
-  qmux::Frame f;
-  f.service = qmux::kControlService;
-  f.txn = txn;
-  f.msg_id = kCtlInternalProxyOpen;
-  f.tlv = tlv.data();
-  f.tlv_len = tlv.size();
   std::vector<uint8_t> out;
-  qmux::AppendFrame(f, &out);
+  qmux::AppendFrame(qmux::ControlFrame(qmux::kFromControlPoint, qmux::Kind::kRequest, txn,
+                                       kCtlInternalProxyOpen, tlv.data(), tlv.size()),
+                    &out);
   return out;
 }
 

@@ -163,38 +163,40 @@ class QmuxTransport final : public Transport {
     for (uint32_t client : open) {
       const uint8_t info[] = {0x01, 0x02, 0x00, static_cast<uint8_t>(client >> 8),
                               static_cast<uint8_t>(client & 0xFF)};
-      qmux::Frame f;
-      f.service = qmux::kControlService;
+      uint8_t txn = 0;
       {
         std::lock_guard<std::mutex> lock(mu_);
-        if (++ctl_txn_ == 0) ctl_txn_ = 1;
-        f.txn = ctl_txn_;
+        txn = NextControlTxnLocked();
       }
-      f.msg_id = qmux::kCtlReleaseClientId;
-      f.tlv = info;
-      f.tlv_len = sizeof(info);
-      Write(f);
+      Write(ControlRequest(txn, qmux::kCtlReleaseClientId, info, sizeof(info)));
     }
   }
 
  private:
+  // The next control transaction (1-255; 0 is never used). mu_ held.
+  uint8_t NextControlTxnLocked() {
+    if (++ctl_txn_ == 0) ctl_txn_ = 1;
+    return ctl_txn_;
+  }
+
+  static qmux::Frame ControlRequest(uint8_t txn, uint16_t msg_id, const uint8_t *tlv = nullptr,
+                                    size_t tlv_len = 0) {
+    return qmux::ControlFrame(qmux::kFromControlPoint, qmux::Kind::kRequest, txn, msg_id, tlv,
+                              tlv_len);
+  }
+
   // One control request; waits for its response. QMI_NO_ERR with the response's TLVs when the
   // device answered with success.
   int Control(uint16_t msg_id, std::vector<uint8_t> tlvs, std::vector<uint8_t> *reply) {
     std::unique_lock<std::mutex> lock(mu_);
     if (fd_ < 0) return QMI_SERVICE_ERR;
     const uint64_t generation = generation_;
-    if (++ctl_txn_ == 0) ctl_txn_ = 1;
-    const uint8_t txn = ctl_txn_;
+    const uint8_t txn = NextControlTxnLocked();
     ctl_replies_.erase(txn);
     lock.unlock();
-    qmux::Frame f;
-    f.service = qmux::kControlService;
-    f.txn = txn;
-    f.msg_id = msg_id;
-    f.tlv = tlvs.data();
-    f.tlv_len = tlvs.size();
-    if (!Write(f)) return QMI_CLIENT_TRANSPORT_ERR;
+    if (!Write(ControlRequest(txn, msg_id, tlvs.data(), tlvs.size()))) {
+      return QMI_CLIENT_TRANSPORT_ERR;
+    }
     lock.lock();
     const bool answered = cv_.wait_for(lock, kReplyWait, [&] {
       return ctl_replies_.count(txn) != 0 || generation_ != generation || stop_;
@@ -235,17 +237,13 @@ class QmuxTransport final : public Transport {
   }
 
   void AskVersions() {
-    qmux::Frame f;
-    f.service = qmux::kControlService;
+    uint8_t txn = 0;
     {
       std::lock_guard<std::mutex> lock(mu_);
-      if (++ctl_txn_ == 0) ctl_txn_ = 1;
-      version_txn_ = ctl_txn_;
-      f.txn = ctl_txn_;
+      txn = version_txn_ = NextControlTxnLocked();
       versions_asked_ = std::chrono::steady_clock::now();
     }
-    f.msg_id = qmux::kCtlGetVersionInfo;
-    Write(f);
+    Write(ControlRequest(txn, qmux::kCtlGetVersionInfo));
   }
 
   void ReaderLoop() {
