@@ -2,16 +2,19 @@
 #include "modemsim/socket_server.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -54,17 +57,29 @@ std::vector<std::string> SplitWords(const uint8_t *p, size_t len) {
   return words;
 }
 
+// Adds `fd` to the epoll set `epoll_fd`, for reading.
+bool Watch(int epoll_fd, int fd) {
+  epoll_event ev{};
+  ev.events = EPOLLIN;
+  ev.data.fd = fd;
+  return epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &ev) == 0;
+}
+
 }  // namespace
 
-// One connected process: a client sink of the modem, fed by a reader thread.
+// One connected process: a client sink of the modem. The serving thread hands it the frames
+// the process sends; the modem's answers and indications, from whichever thread the modem sends
+// them on, go out one whole frame at a time.
 class SocketServer::Connection final : public qmi_host::ClientSink {
  public:
-  Connection(Modem &modem, int fd) : modem_(modem), fd_(fd) {
-    thread_ = std::thread([this] { Run(); });
-  }
+  Connection(Modem &modem, int fd) : modem_(modem), fd_(fd) {}
   ~Connection() override {
-    shutdown(fd_, SHUT_RDWR);
-    thread_.join();
+    shutdown(fd_, SHUT_RDWR);  // a trace stream sees its reader gone and ends
+    if (trace_thread_.joinable()) {
+      trace_thread_.join();
+    } else if (attached_) {
+      modem_.Detach(this);
+    }
     close(fd_);
   }
   bool finished() const { return finished_.load(); }
@@ -84,70 +99,65 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
     Send({wire::kTxnError, 0, (uint32_t)error, client}, body, sizeof(body));
   }
 
+  // Handles one frame the process sent. False when the connection follows the trace from now
+  // on: the serving thread reads it no more.
+  bool Handle(const wire::FrameHeader &h, const uint8_t *payload, size_t payload_len) {
+    switch (h.op) {
+      case wire::kHello:
+        if (!attached_) {
+          attached_ = true;
+          modem_.Attach(this);  // reports the services up, then events follow
+          Send({wire::kHelloDone, 0, 0, 0}, nullptr, 0);
+        }
+        break;
+      case wire::kOpen: {
+        uint32_t client = 0;
+        const int rc = attached_ ? modem_.Open(this, h.service, h.arg, &client) : QMI_SERVICE_ERR;
+        uint8_t body[4];
+        wire::PutU32(body, client);
+        Send({wire::kOpenResult, h.service, (uint32_t)rc, h.client}, body, sizeof(body));
+        break;
+      }
+      case wire::kClose:
+        modem_.Close(h.client);
+        break;
+      case wire::kMessage: {
+        wire::QmiHeader q{};
+        const int rc = modem_.Deliver(h.client, payload, payload_len);
+        if (rc != QMI_NO_ERR && wire::ParseQmiHeader(payload, payload_len, &q)) {
+          OnTxnError(h.client, q.txn, rc);
+        }
+        break;
+      }
+      case wire::kControl: {
+        std::string out;
+        const std::vector<std::string> words = SplitWords(payload, payload_len);
+        int status = RunControlCommand(modem_, words, &out);
+        if (status == 2) out += "usage: " + ControlUsage(words) + "\n";
+        Send({wire::kControlReply, 0, (uint32_t)status, 0},
+             reinterpret_cast<const uint8_t *>(out.data()), out.size());
+        break;
+      }
+      case wire::kTrace: {
+        // The connection follows the trace until its reader hangs up, then it is done.
+        std::vector<std::string> words = SplitWords(payload, payload_len);
+        trace_thread_ = std::thread([this, words = std::move(words)] {
+          FollowTrace(words);
+          if (attached_) modem_.Detach(this);
+          finished_ = true;
+        });
+        return false;
+      }
+      default:
+        break;
+    }
+    return true;
+  }
+
  private:
   void Send(const wire::FrameHeader &h, const uint8_t *body, size_t len) {
     std::lock_guard<std::mutex> lock(write_mu_);
     wire::SendFrame(fd_, h, body, len);
-  }
-
-  void Run() {
-    std::vector<uint8_t> buf(wire::kMaxFrameLen);
-    bool attached = false;
-    for (;;) {
-      const ssize_t n = recv(fd_, buf.data(), buf.size(), 0);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      wire::FrameHeader h;
-      if (!wire::ParseFrameHeader(buf.data(), (size_t)n, &h)) continue;
-      const uint8_t *payload = buf.data() + wire::kFrameHeaderLen;
-      const size_t payload_len = (size_t)n - wire::kFrameHeaderLen;
-      if (h.op == wire::kTrace) {
-        // The connection follows the trace until its reader hangs up, then it is done.
-        FollowTrace(SplitWords(payload, payload_len));
-        break;
-      }
-      switch (h.op) {
-        case wire::kHello:
-          if (!attached) {
-            attached = true;
-            modem_.Attach(this);  // reports the services up, then events follow
-            Send({wire::kHelloDone, 0, 0, 0}, nullptr, 0);
-          }
-          break;
-        case wire::kOpen: {
-          uint32_t client = 0;
-          const int rc = attached ? modem_.Open(this, h.service, h.arg, &client) : QMI_SERVICE_ERR;
-          uint8_t body[4];
-          wire::PutU32(body, client);
-          Send({wire::kOpenResult, h.service, (uint32_t)rc, h.client}, body, sizeof(body));
-          break;
-        }
-        case wire::kClose:
-          modem_.Close(h.client);
-          break;
-        case wire::kMessage: {
-          wire::QmiHeader q{};
-          const int rc = modem_.Deliver(h.client, payload, payload_len);
-          if (rc != QMI_NO_ERR && wire::ParseQmiHeader(payload, payload_len, &q)) {
-            OnTxnError(h.client, q.txn, rc);
-          }
-          break;
-        }
-        case wire::kControl: {
-          std::string out;
-          const std::vector<std::string> words = SplitWords(payload, payload_len);
-          int status = RunControlCommand(modem_, words, &out);
-          if (status == 2) out += "usage: " + ControlUsage(words) + "\n";
-          Send({wire::kControlReply, 0, (uint32_t)status, 0},
-               reinterpret_cast<const uint8_t *>(out.data()), out.size());
-          break;
-        }
-        default:
-          break;
-      }
-    }
-    if (attached) modem_.Detach(this);
-    finished_ = true;
   }
 
   // Answers a trace request, then streams what the modem does until the reader hangs up (or the
@@ -208,9 +218,10 @@ class SocketServer::Connection final : public qmi_host::ClientSink {
 
   Modem &modem_;
   const int fd_;
+  bool attached_ = false;  // to the modem, as its sink
   std::mutex write_mu_;
-  std::atomic<bool> finished_{false};
-  std::thread thread_;
+  std::thread trace_thread_;
+  std::atomic<bool> finished_{false};  // the trace stream ended
 };
 
 SocketServer::SocketServer(Modem &modem) : modem_(modem) {}
@@ -271,35 +282,37 @@ bool SocketServer::Listen(const std::string &path, std::string *error) {
   struct stat st;
   if (listen_fd_ < 0 || bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0 ||
       stat(path.c_str(), &st) != 0 || listen(listen_fd_, 16) != 0 ||
-      pipe2(wake_fd_, O_CLOEXEC) != 0) {
+      (epoll_fd_ = epoll_create1(EPOLL_CLOEXEC)) < 0 || (wake_fd_ = eventfd(0, EFD_CLOEXEC)) < 0 ||
+      !Watch(epoll_fd_, listen_fd_) || !Watch(epoll_fd_, wake_fd_)) {
     const int saved = errno;
     *error = path + ": " + strerror(saved);
-    if (listen_fd_ >= 0) close(listen_fd_);
-    listen_fd_ = -1;
+    for (int *fd : {&listen_fd_, &epoll_fd_, &wake_fd_}) {
+      if (*fd >= 0) close(*fd);
+      *fd = -1;
+    }
     errno = saved;
     return false;
   }
   path_ = path;
   socket_dev_ = st.st_dev;
   socket_ino_ = st.st_ino;
-  accept_thread_ = std::thread([this] { AcceptLoop(); });
+  buf_.resize(wire::kMaxFrameLen);
+  thread_ = std::thread([this] { Serve(); });
   return true;
 }
 
 void SocketServer::Stop() {
   if (listen_fd_ < 0) return;
-  const char byte = 0;
-  while (write(wake_fd_[1], &byte, 1) < 0 && errno == EINTR) {
+  const uint64_t one = 1;
+  while (write(wake_fd_, &one, sizeof(one)) < 0 && errno == EINTR) {
   }
-  accept_thread_.join();
-  {
-    std::lock_guard<std::mutex> lock(mu_);
-    connections_.clear();  // each destructor shuts its socket down and joins its reader
+  thread_.join();
+  connections_.clear();  // each destructor detaches it from the modem and closes its socket
+  tracing_.clear();      // each destructor shuts its socket down and joins its stream
+  for (int *fd : {&listen_fd_, &epoll_fd_, &wake_fd_}) {
+    close(*fd);
+    *fd = -1;
   }
-  close(listen_fd_);
-  close(wake_fd_[0]);
-  close(wake_fd_[1]);
-  listen_fd_ = -1;
   // Only the socket this server bound: another daemon may have taken the path over since.
   struct stat st;
   if (lstat(path_.c_str(), &st) == 0 && st.st_dev == socket_dev_ && st.st_ino == socket_ino_) {
@@ -307,22 +320,58 @@ void SocketServer::Stop() {
   }
 }
 
-void SocketServer::AcceptLoop() {
+// The serving thread: one frame at a time from whichever connection has one, until Stop.
+void SocketServer::Serve() {
+  epoll_event ready[32];
   for (;;) {
-    pollfd fds[2] = {{listen_fd_, POLLIN, 0}, {wake_fd_[0], POLLIN, 0}};
-    if (poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      return;
+    const int n = epoll_wait(epoll_fd_, ready, 32, -1);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return;
+    for (int i = 0; i < n; ++i) {
+      const int fd = ready[i].data.fd;
+      if (fd == wake_fd_) return;
+      if (fd == listen_fd_) {
+        Accept();
+      } else {
+        Read(fd);
+      }
     }
-    if (fds[1].revents != 0) return;
-    const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) continue;
-    std::lock_guard<std::mutex> lock(mu_);
-    for (auto it = connections_.begin(); it != connections_.end();) {
-      it = (*it)->finished() ? connections_.erase(it) : std::next(it);
-    }
-    connections_.push_back(std::make_unique<Connection>(modem_, fd));
   }
+}
+
+void SocketServer::Accept() {
+  const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+  if (fd < 0) return;
+  if (!Watch(epoll_fd_, fd)) {
+    close(fd);
+    return;
+  }
+  connections_[fd] = std::make_unique<Connection>(modem_, fd);
+  tracing_.erase(
+      std::remove_if(tracing_.begin(), tracing_.end(), [](const auto &c) { return c->finished(); }),
+      tracing_.end());
+}
+
+// One frame from `fd`. A connection whose process hung up is closed; one that follows the trace
+// from now on leaves the serving thread for a thread of its own.
+void SocketServer::Read(int fd) {
+  const auto it = connections_.find(fd);
+  if (it == connections_.end()) return;
+  ssize_t n;
+  do {
+    n = recv(fd, buf_.data(), buf_.size(), MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+  bool served_here = n > 0;
+  wire::FrameHeader h;
+  if (served_here && wire::ParseFrameHeader(buf_.data(), (size_t)n, &h)) {
+    served_here = it->second->Handle(h, buf_.data() + wire::kFrameHeaderLen,
+                                     (size_t)n - wire::kFrameHeaderLen);
+    if (!served_here) tracing_.push_back(std::move(it->second));
+  }
+  if (served_here) return;
+  epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
+  connections_.erase(it);  // a hung-up connection's destructor detaches it and closes it
 }
 
 namespace {

@@ -1,17 +1,19 @@
 // Serves a modem over a SOCK_SEQPACKET Unix socket (the framing of qmi_host::wire): each
 // connection is a client sink of the modem; kControl frames run control commands; a kTrace
-// frame turns the connection into a stream of the modem's trace. Used by
-// tarvik-modemd and by tests of the socket transport.
+// frame turns the connection into a stream of the modem's trace. One thread reads and answers
+// every connection, so that dozens of processes cost no thread each and their requests reach
+// the modem in turn rather than as threads queuing on its locks; a trace stream gets a thread of
+// its own, since it waits on its reader. Used by tarvik-modemd and by tests of the socket
+// transport.
 #pragma once
 
 #include <stdint.h>
 #include <sys/types.h>
 
-#include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "modemsim/modem.h"
@@ -36,17 +38,23 @@ class SocketServer {
  private:
   class Connection;
   bool Listen(const std::string &path, std::string *error);
-  void AcceptLoop();
+  void Serve();
+  void Accept();
+  void Read(int fd);
 
   Modem &modem_;
   std::string path_;
   dev_t socket_dev_ = 0;  // the socket file Start created
   ino_t socket_ino_ = 0;
   int listen_fd_ = -1;
-  int wake_fd_[2] = {-1, -1};
-  std::thread accept_thread_;
-  std::mutex mu_;
-  std::vector<std::unique_ptr<Connection>> connections_;
+  int epoll_fd_ = -1;
+  int wake_fd_ = -1;  // an eventfd: Stop wakes the serving thread with it
+  std::thread thread_;
+  // The serving thread's alone while it runs: the frame being read, the connections it reads
+  // (by descriptor) and those that follow the trace on threads of their own.
+  std::vector<uint8_t> buf_;
+  std::unordered_map<int, std::unique_ptr<Connection>> connections_;
+  std::vector<std::unique_ptr<Connection>> tracing_;
 };
 
 // Client side of the control frames: runs a control command in the daemon at `path`. Returns
