@@ -842,20 +842,21 @@ class Controller {
            "epoll/s", "of peak", "lib/thr", "lib/epl");
     // The queue: with one modem serving all, a call waits behind the other processes' calls, so
     // p99 should grow about as n / throughput; p99/queue staying within twice its value at the
-    // smallest count is growth the queue explains.
+    // smallest count with a queue (two processes or more: alone, a call waits for nobody and the
+    // ratio is only its own tail) is growth the queue explains.
     bool beyond_queue = false;
     double first_ratio = 0;
     for (const Row &r : rows) {
       const double queue_ms = r.n * 1000.0 / r.per_s;
       const double ratio = r.p99 / queue_ms;
-      if (first_ratio == 0) first_ratio = ratio;
+      if (first_ratio == 0 && r.n >= 2) first_ratio = ratio;
       printf(
           "%9d  %8.0f  %7.3f  %7.3f  %7.3f  %6.0f%%  %9.2f  %9.0f  %6.0f%%  %9.0f  %6.0f%%  %8.2f  "
           "%8.2f\n",
           r.n, r.per_s, r.p50, r.p99, r.max, 100 * r.per_s / lib_peak, ratio, r.raw_threads,
           100 * r.raw_threads / threads_peak, r.raw_epoll, 100 * r.raw_epoll / epoll_peak,
           r.per_s / r.raw_threads, r.per_s / r.raw_epoll);
-      beyond_queue = beyond_queue || ratio > 2 * first_ratio;
+      beyond_queue = beyond_queue || (first_ratio > 0 && ratio > 2 * first_ratio);
     }
     for (const Row &r : rows) {
       if (r.n != rows.front().n) {
@@ -869,8 +870,10 @@ class Controller {
         "throughput never below 80%% of the best of fewer processes: %s (the floor: thread "
         "per connection %s, one epoll thread %s)\n",
         verdict(&Row::per_s), verdict(&Row::raw_threads), verdict(&Row::raw_epoll));
-    printf("p99 grows no faster than the queue (p99/queue within 2x of its first value): %s\n",
-           beyond_queue ? "MISSED" : "met");
+    printf(
+        "p99 grows no faster than the queue (p99/queue within 2x of its value at 2+ processes): "
+        "%s\n",
+        beyond_queue ? "MISSED" : "met");
     return collapse || beyond_queue ? 1 : 0;
   }
 
