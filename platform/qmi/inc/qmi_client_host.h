@@ -54,6 +54,11 @@ qmi_client_error_type qmi_client_host_select_transport(const char *choice);
  * malformed header) and were dropped, since the process started. */
 uint64_t qmi_client_host_dropped_responses(void);
 
+/* Waits until every indication and error callback queued so far has run: 1 when none is left,
+ * 0 when `timeout_ms` passed first or when called from a callback. For programs that drive the
+ * library and the in-process modem in lockstep (tests, fuzz targets). */
+int qmi_client_host_wait_callbacks(uint32_t timeout_ms);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

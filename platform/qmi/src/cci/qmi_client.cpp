@@ -121,6 +121,15 @@ class Core final : public qmi_host::ClientSink {
 
   uint64_t dropped() const { return dropped_.load(); }
 
+  // Waits until no callback is queued or running. False when `timeout_ms` passed first, or when
+  // called from a callback (which would wait for itself).
+  bool WaitCallbacks(uint32_t timeout_ms) {
+    std::unique_lock<std::mutex> lock(mu_);
+    if (std::this_thread::get_id() == cb_thread_id_) return false;
+    return cb_done_cv_.wait_for(lock, std::chrono::milliseconds(timeout_ms),
+                                [&] { return events_.empty() && running_ == nullptr; });
+  }
+
   // --- ClientSink ---
   void OnServiceUp(uint32_t service_id, uint32_t instance) override {
     if (trace_) TraceService(service_id, qmi_trace::Entry::Kind::kServiceUp);
@@ -610,7 +619,10 @@ class Core final : public qmi_host::ClientSink {
       events_cv_.wait(lock, [&] { return !events_.empty(); });
       Event ev = std::move(events_.front());
       events_.pop_front();
-      if (ev.handle->released) continue;
+      if (ev.handle->released) {
+        cb_done_cv_.notify_all();
+        continue;
+      }
       qmi_client_struct *h = ev.handle.get();
       running_ = h;
       const qmi_client_ind_cb ind_cb = h->ind_cb;
@@ -681,6 +693,10 @@ qmi_client_error_type qmi_client_host_select_transport(const char *choice) {
 
 uint64_t qmi_client_host_dropped_responses(void) {
   return Core::Get().dropped();
+}
+
+int qmi_client_host_wait_callbacks(uint32_t timeout_ms) {
+  return Core::Get().WaitCallbacks(timeout_ms) ? 1 : 0;
 }
 
 qmi_client_error_type qmi_client_notifier_init(qmi_idl_service_object_type service_obj,
