@@ -136,12 +136,10 @@ TEST_F(DaemonTest, SocketPathIsClaimedOnlyWhenStaleAndRemovedOnlyWhenOwn) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     // Runs to its end (it refuses to start or only prints), its output and errors together.
-    FILE *pipe = popen(
-        (tarvik_test::ProgramCommand("tarvik-modemd") + " " + row.args + " 2>&1").c_str(), "r");
-    ASSERT_NE(nullptr, pipe);
-    std::string out(4096, '\0');
-    out.resize(fread(&out[0], 1, out.size(), pipe));
-    const int raw = pclose(pipe);
+    std::string out;
+    const int raw = tarvik_test::RunShell(
+        tarvik_test::ProgramCommand("tarvik-modemd") + " " + row.args + " 2>&1", &out);
+    ASSERT_NE(-1, raw);
     EXPECT_TRUE(WIFEXITED(raw) && row.status == WEXITSTATUS(raw)) << raw;
     EXPECT_NE(std::string::npos, out.find(row.says)) << out;
   }

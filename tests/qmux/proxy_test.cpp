@@ -289,16 +289,6 @@ TEST_F(ThroughQmiProxy, AProxyThatGoesMidFrameIsAServiceLossUntilItIsBack) {
   EXPECT_GE(proxy.connections(), 2);
 }
 
-// Runs `command` through the shell; its exit status and everything it printed.
-int RunShell(const std::string &command, std::string *out) {
-  FILE *p = popen((command + " 2>&1").c_str(), "r");
-  if (p == nullptr) return -1;
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out->append(buf, n);
-  return pclose(p);
-}
-
 // ModemManager's case: another libqmi client works the device through the same proxy meanwhile.
 TEST_F(ThroughQmiProxy, TheLibraryAndQmicliShareTheDeviceAndBothGetEveryAnswer) {
   if (access(kProxyProgram, X_OK) != 0 || access("/usr/bin/qmicli", X_OK) != 0) {
@@ -313,8 +303,8 @@ TEST_F(ThroughQmiProxy, TheLibraryAndQmicliShareTheDeviceAndBothGetEveryAnswer) 
       const char *arg = i % 2 == 0 ? "--sar-rf-get-state" : "--uim-get-card-status";
       const char *printed = i % 2 == 0 ? "Successfully got SAR RF state" : "Card state: 'present'";
       std::string out;
-      const int rc =
-          RunShell("timeout 20 qmicli -p --device-open-qmi -d " + link_ + " " + arg, &out);
+      const int rc = tarvik_test::RunShell(
+          "timeout 20 qmicli -p --device-open-qmi -d " + link_ + " " + arg + " 2>&1", &out);
       if (rc == 0 && out.find(printed) != std::string::npos) ++qmicli_ok;
       qmicli_out += out;
     }

@@ -12,6 +12,7 @@
 #include "modemsim/control.h"
 #include "modemsim/modem.h"
 #include "modemsim/qmux_server.h"
+#include "test_env.h"
 
 namespace {
 
@@ -33,14 +34,8 @@ std::string FindQmicli() {
 // Runs qmicli on the device; its exit status and everything it printed.
 int RunQmicli(const std::string &qmicli, const std::string &device, const std::string &arg,
               std::string *out) {
-  const std::string cmd =
-      "timeout 20 " + qmicli + " -d " + device + " --device-open-qmi " + arg + " 2>&1";
-  FILE *p = popen(cmd.c_str(), "r");
-  if (p == nullptr) return -1;
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out->append(buf, n);
-  return pclose(p);
+  return tarvik_test::RunShell(
+      "timeout 20 " + qmicli + " -d " + device + " --device-open-qmi " + arg + " 2>&1", out);
 }
 
 TEST(QmicliTest, CommandsReachTheModemAndChangeItsState) {

@@ -97,21 +97,22 @@ std::string ProgramCommand(const std::string &name) {
   return command;
 }
 
+int RunShell(const std::string &command, std::string *out) {
+  FILE *pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return -1;
+  char buf[512];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) out->append(buf, n);
+  return pclose(pipe);
+}
+
 ToolRun RunTool(const std::string &args) {
   static std::atomic<int> runs{0};  // tests run the tool from several threads
   const std::string err = ScratchDir() + "/tool-stderr-" + std::to_string(++runs);
   const std::string command = ProgramCommand("tarvik-qmi") + " " + args + " 2>" + err;
   ToolRun run{-1, "", ""};
-  FILE *pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    return run;
-  }
-  char buf[512];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), pipe)) > 0) {
-    run.out.append(buf, n);
-  }
-  const int raw = pclose(pipe);
+  const int raw = RunShell(command, &run.out);
+  if (raw == -1) return run;
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   std::ifstream in(err, std::ios::binary);
   run.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

@@ -27,6 +27,10 @@ std::vector<std::string> Emulator();
 std::vector<std::string> ProgramArgv(const std::string &name);
 std::string ProgramCommand(const std::string &name);
 
+// Runs `command` through the shell and appends what it writes on standard output to *out (add
+// "2>&1" to take its errors too). Returns the status pclose gives, -1 when it could not run.
+int RunShell(const std::string &command, std::string *out);
+
 struct ToolRun {
   int status;       // exit status, -1 when the tool could not run or did not exit
   std::string out;  // standard output
